@@ -1,0 +1,106 @@
+#include "config/XmlStream.h"
+
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+
+#include <filesystem>
+#include <string_view>
+
+namespace {
+
+std::string_view View(const xmlChar* text) {
+  return text == nullptr ? std::string_view() : reinterpret_cast<const char*>(text);
+}
+
+const xmlNode* FirstElement(const xmlNode* node) {
+  while (node != nullptr && node->type != XML_ELEMENT_NODE) node = node->next;
+  return node;
+}
+
+const xmlNode* FirstNamed(const xmlNode* node, std::string_view name) {
+  node = FirstElement(node);
+  while (node != nullptr && View(node->name) != name) node = FirstElement(node->next);
+  return node;
+}
+
+std::string LastParserError() {
+  const xmlError* error = xmlGetLastError();
+  if (error == nullptr || error->message == nullptr) return "cannot be read";
+  std::string_view text = error->message;
+  while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  return "line " + std::to_string(error->line) + ": " + std::string(text);
+}
+
+// A document type that brings anything along beyond its name.
+bool DeclaresAnything(const xmlDoc* document) {
+  const xmlDtd* type = document->intSubset;
+  return type != nullptr && (type->children != nullptr || type->SystemID != nullptr ||
+                             type->ExternalID != nullptr);
+}
+
+}  // namespace
+
+std::string CXmlNode::getContent() const {
+  std::string content;
+  if (m_node == nullptr) return content;
+  for (const xmlNode* child = m_node->children; child != nullptr; child = child->next) {
+    if (child->type == XML_TEXT_NODE || child->type == XML_CDATA_SECTION_NODE) {
+      content += View(child->content);
+    }
+  }
+  return content;
+}
+
+void CXmlNode::getProp(const char* name, std::string& out) const {
+  out.clear();
+  if (m_node == nullptr) return;
+  xmlChar* value = xmlGetProp(m_node, reinterpret_cast<const xmlChar*>(name));
+  out = View(value);
+  xmlFree(value);
+}
+
+CXmlNode CXmlNode::next() const {
+  return CXmlNode(m_node == nullptr ? nullptr : FirstElement(m_node->next));
+}
+
+CXmlStream::CXmlStream() = default;
+CXmlStream::~CXmlStream() = default;
+
+void CXmlStream::Deleter::operator()(_xmlDoc* document) const { xmlFreeDoc(document); }
+
+bool CXmlStream::parseFile(const char* path) {
+  m_document.reset();
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) {
+    m_error = error ? error.message() : "not a regular file";
+    return false;
+  }
+  xmlResetLastError();
+  m_document.reset(
+      xmlReadFile(path, nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+  if (m_document == nullptr) {
+    m_error = LastParserError();
+    return false;
+  }
+  if (DeclaresAnything(m_document.get())) {
+    m_error = "a document type with declarations is not accepted";
+    m_document.reset();
+    return false;
+  }
+  return true;
+}
+
+CXmlNode CXmlStream::getNode(const char* path) const {
+  const xmlNode* node = nullptr;
+  const xmlNode* candidates = m_document == nullptr ? nullptr : m_document->children;
+  std::string_view rest = path;
+  while (rest.starts_with('/')) {
+    rest.remove_prefix(1);
+    const std::string_view step = rest.substr(0, rest.find('/'));
+    rest.remove_prefix(step.size());
+    node = FirstNamed(candidates, step);
+    if (node == nullptr) return CXmlNode();
+    candidates = node->children;
+  }
+  return CXmlNode(rest.empty() ? node : nullptr);
+}

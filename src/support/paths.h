@@ -1,0 +1,39 @@
+// Every fixed path of the system. Nothing else in the sources spells a path.
+#pragma once
+
+namespace paths {
+
+// Connection settings, written by the web administration; read at start and by the registry.
+inline constexpr char kSettingsFile[] = "/virus/apache/rnweb/inc/dbinfo.conf";
+
+// Table definitions for a MySQL and for an Oracle store; re-read at every use.
+inline constexpr char kMysqlDefinitions[] = "/etc/morvan/vqlog.xml";
+inline constexpr char kOracleDefinitions[] = "/etc/morvan/oracle_vqlog.xml";
+// Statements and control file text of the Oracle loading roads; re-read at every use.
+inline constexpr char kLoaderTemplates[] = "/etc/morvan/sqlldr_ctl.xml";
+// Control file written for the Oracle loader tool.
+inline constexpr char kLoaderControlFile[] = "/etc/morvan/midtable_sqlldr.ctl";
+// Its presence alone says that no mid tables are wanted.
+inline constexpr char kIndexMarker[] = "/etc/morvan/vqlog_index.xml";
+
+// Local number blocks and device states, watched and re-read by the registry.
+inline constexpr char kLocalNumberBlocks[] = "/etc/morvan/localtour.csv";
+inline constexpr char kDeviceStates[] = "/etc/morvan/devstate.ini";
+// Named by an operation that is kept empty.
+inline constexpr char kCityChecksums[] = "/etc/morvan/city_crc.ini";
+
+// Data root, and below it the spool: one folder per database, filled by the producers.
+inline constexpr char kLogData[] = "/vqlog/log_data/";
+inline constexpr char kSpool[] = "/vqlog/log_data/midtable/";
+
+// Run log folder: one file a day.
+inline constexpr char kRunLogDir[] = "/vqlog/log/midtable/";
+// Looked at when the run log opens; changes nothing.
+inline constexpr char kRunLogFlag[] = "/tmp/zux_midtable.flag";
+
+// Held while an instance runs.
+inline constexpr char kLockFile[] = "/tmp/midtable.lock";
+// Present at start: mem files of kind F are loaded without rewriting.
+inline constexpr char kNoRewriteFlag[] = "/tmp/mem_table_f.flag";
+
+}  // namespace paths
