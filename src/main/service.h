@@ -1,0 +1,63 @@
+// The frame around the engine: command line options, daemon mode, signals, the single-instance
+// lock.
+//
+// main() takes these steps once each, on the process's first thread and before any other exists:
+// settings, version, daemon, signal mask, ignored signals, lock, debug level, handlers, run log,
+// engine. SIGINT ends the service; SIGTERM stays blocked although it has a handler.
+#pragma once
+
+// The first of argv[1] to argv[argc - 1] that begins with `option`, or null. Deliberately a prefix
+// match: "-version" is "-v", "-apple" is "-app".
+char* had_param(int argc, char* argv[], const char* option);
+
+// With "-v": prints version, author and `history` and returns 0. Otherwise prints nothing, -1.
+int morvan_check_version(int argc, char* argv[], const char* name, const char* history);
+
+// With "-app": 1, and the process stays in the foreground. Otherwise prints "start daemon OK" and
+// returns 0 in the detached process; the calling process has ended.
+int morvan_check_deamon(int argc, char* argv[]);
+
+// Detaches the process: new session, standard streams on the null device, working folder "/", file
+// mode mask 0. Ignores SIGCHLD, SIGPIPE, SIGINT, SIGHUP and SIGABRT. Returns in the grandchild
+// only; the calling process ends with status 0, with 1 when a fork failed.
+void _init_daemon();  // NOLINT(bugprone-reserved-identifier): the name is part of the interface
+
+// Blocks SIGPIPE and SIGTERM for this thread and all that it starts; false and a log line when that
+// fails.
+bool BlockSignals();
+
+// Ignores SIGCHLD and SIGPIPE. SIGSTOP is asked for as well, which the system refuses.
+void IgnoreSignals();
+
+// With "debug=N": sets g_debug to N as atoi reads it. Returns g_debug.
+int morvan_check_debug(int argc, char* argv[]);
+
+// Installs signal_handler for SIGTERM and SIGINT.
+void InstallSignalHandler();
+
+// Prints "Recv signal:%d ... " in the log's console form; SIGINT and SIGTERM also clear g_nMainRun.
+// Does only what is safe in a handler.
+void signal_handler(int sig);
+
+// Opens the run log and writes its first line.
+void StartRunLog();
+
+// True when the index marker file exists. A helper for users of that file; nothing here calls it.
+bool IsNoMidTable();
+
+// Holds paths::kLockFile, locked, while this process is the only instance.
+class CCheckUnique {
+ public:
+  CCheckUnique() = default;
+  // Unlocks and removes the lock file; leaves it alone when the lock was never taken.
+  ~CCheckUnique();
+  CCheckUnique(const CCheckUnique&) = delete;
+  CCheckUnique& operator=(const CCheckUnique&) = delete;
+
+  // Takes the lock without waiting. False when another process holds it, or when the file cannot be
+  // opened, which is printed. To be called once.
+  bool check_unique();
+
+ private:
+  int m_fd = -1;  // -1: not held
+};
