@@ -1,0 +1,42 @@
+// The checksum of each device's city, by the name of the device's database.
+#include <utility>
+
+#include "localuser/tourlocaluser.h"
+#include "log/zux_center_log.h"
+#include "support/RwIni.h"
+#include "support/crc32.h"
+
+std::string TourLocalUser::GetCRCString(const std::string& text) {
+  g_loger(kUnit, __LINE__, kConsole, "string (%s)\n", text.c_str());
+  const unsigned int crc = morvan_crc32(text.data(), static_cast<unsigned int>(text.size()));
+  g_loger(kUnit, __LINE__, kConsole, "string (%s) crc is (%u)\n", text.c_str(), crc);
+  return Format("%u", crc);
+}
+
+int TourLocalUser::updateCityCRC() {
+  CRwIni devices(nullptr);
+  devices.Load(CITYCRCFILE.c_str());
+  if (!devices.IsLoadOk()) {
+    g_loger(kUnit, __LINE__, kError, "load file %s err", CITYCRCFILE.c_str());
+    return -1;
+  }
+  std::map<std::string, std::string> checksums;
+  for (const std::string& section : devices.GetSections()) {
+    // A device without a city counts as one whose city's name is empty.
+    const std::string city =
+        "/" + std::string(devices.GetString(section.c_str(), "city", nullptr, 0, nullptr)) + "/";
+    const std::string dbname = "WLAN_" + section;
+    g_loger(kUnit, __LINE__, kConsole, "dbname (%s) city (%s)\n", dbname.c_str(), city.c_str());
+    checksums[dbname] = GetCRCString(city);
+  }
+  MutexLock lock(m_localLock);
+  m_mapCityCrc = std::move(checksums);
+  return 0;
+}
+
+int TourLocalUser::GetCityCRC(std::map<std::string, std::string>& out, int refresh) {
+  if (refresh != 0) updateCityCRC();
+  MutexLock lock(m_localLock);
+  out = m_mapCityCrc;
+  return 0;
+}

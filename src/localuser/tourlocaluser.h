@@ -1,0 +1,131 @@
+// The local user registry: which mobile users are local, who the enterprise users are, and the
+// checksum of each device's city; and the rewriting of mem files that needs to know the first.
+//
+// A user is named in the data by a 32-bit code: the top two bits select the first two digits of an
+// 11-digit mobile number (13, 14, 15, 18), the low 30 bits are the other nine; 0 means no user. A
+// user is local when the first seven digits, the number block, stand in LOGFILE.
+//
+// Life: constructed, init() starts the watcher, which loads every source in its first round and
+// again when it has changed; the owner clears g_nMainRun and calls WaitExit() before destruction.
+// An object that is destroyed while its watcher runs ends the process.
+//
+// Threads: the owner's thread calls ParseMemfile, isLocalUser, GetUserName and GetCityCRC at any
+// time; everything that uses the database connection belongs to the watcher while it runs. No
+// operation holds two locks. Failures are logged where they happen, under the unit's name.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "config/dbinfo.h"
+#include "db/SqlBase.h"
+#include "localuser/block_set.h"
+#include "support/mutex.h"
+#include "support/paths.h"
+
+// Local number blocks: a CSV file whose first column holds one block a row.
+inline const std::string LOGFILE = paths::kLocalNumberBlocks;
+// Device states: an INI file with a section per device, which names the device's city.
+inline const std::string CITYCRCFILE = paths::kDeviceStates;
+// The configuration database.
+inline constexpr char DBNAME[] = "vqcfg";
+
+class TourLocalUser {
+ public:
+  // The unit's name in the run log.
+  static constexpr char kUnit[] = "tourlocaluser";
+
+  // Makes a back end for the given credentials; null when there is none.
+  using BackEndFactory = std::function<std::unique_ptr<CSqlBase>(const MYSQLAUTH&)>;
+
+  // The back end is the one that the credentials select, or what the factory makes.
+  TourLocalUser();
+  explicit TourLocalUser(BackEndFactory make_back_end);
+  ~TourLocalUser() = default;
+  TourLocalUser(const TourLocalUser&) = delete;
+  TourLocalUser& operator=(const TourLocalUser&) = delete;
+  TourLocalUser(TourLocalUser&&) = delete;
+  TourLocalUser& operator=(TourLocalUser&&) = delete;
+
+  // Starts the watcher, unless it runs. Always 1; "creat thread failed" is logged and the object
+  // goes on without a watcher when no thread can be had.
+  int init();
+  // Waits for the watcher's end, which comes about a second after g_nMainRun was cleared (plus the
+  // rest of the round it is in). Returns at once when none runs.
+  void WaitExit();
+
+  // Replaces the number blocks by column 0 of the CSV file's rows. 1, or 0 when the file cannot be
+  // opened; the set is then empty. It is also empty at first and fills up during the reading, so
+  // that a lookup meanwhile may answer "not local".
+  int LoadConfig(const std::string& path) EXCLUDES(m_localLock);
+  // LoadConfig(LOGFILE).
+  int Update();
+  // 1 when the block (the first seven characters of the number) is local, else 0. A name of seven
+  // characters or fewer is logged and looked up as it is.
+  int isLocalUser(const std::string& user_name) EXCLUDES(m_localLock);
+  // The mobile number of a code: 11 digits, or 12 where the low 30 bits exceed nine digits. A code
+  // of 0 ends the process.
+  std::string GetUserName(unsigned int user_crc) const;
+
+  // Rewrites a mem file: copies the records of `in_path` to a new file `out_path` (another name; an
+  // existing file is replaced), each followed by the local flag of its user. Always 1.
+  //
+  // A record is a line of 11 fields between tabs, where tabs in a row count as one and tabs at the
+  // ends for nothing; field 1 is the user code, and a carriage return belongs to the last field. It
+  // leaves as the 11 fields, each with a tab behind it, then 1 (local), 0 (visitor) or 2 (no user)
+  // and a line feed, in one write per record. Any other line, and one of more than a MiB, is logged
+  // with its number and left out.
+  //
+  // The copy has the mode and, as far as allowed, the owner of the input. There is no copy when the
+  // input is not a readable regular file (a link included), or when any read or write failed: the
+  // caller then still has the whole input. An input that does not exist leaves an empty copy.
+  int ParseMemfile(const std::string& in_path, const std::string& out_path)
+      EXCLUDES(m_localLock, m_enterpriseLock);
+
+  // 0 when the credentials' type is "mysql", otherwise 1, also before the first OpenDB.
+  int GetDBType() const;
+  // Connects as far as needed, making the back end on the first call, and switches to DBNAME: 0, or
+  // -1. A connection that the server dropped is closed first, so that this is a new one.
+  int OpenDB();
+  // Closes the connection; its result. Ends the process before the first OpenDB.
+  int CloseDB();
+  // A number that changes with the table's content, 0 on any failure. It is the server's checksum
+  // on MySQL, else the count of rows; the very first call does not know the server yet and counts.
+  unsigned int GetTableCheckSum(const char* table);
+  // Adds to the enterprise users what the table says; known codes keep their text. 1, or 0 when the
+  // database cannot be opened or asked.
+  int GetEnterpriseUser() EXCLUDES(m_enterpriseLock);
+
+  // Replaces the city checksums by those of CITYCRCFILE: 0, or -1 and the old ones stay.
+  int updateCityCRC() EXCLUDES(m_localLock);
+  // Copies the city checksums into `out`, after updateCityCRC() when `refresh` is not 0. Maps
+  // "WLAN_" and the device's section name to the GetCRCString of "/city/". Always 0.
+  int GetCityCRC(std::map<std::string, std::string>& out, int refresh) EXCLUDES(m_localLock);
+  // The CRC-32 of the bytes as an unsigned decimal number.
+  static std::string GetCRCString(const std::string& text);
+
+  // The watcher, with the object as its argument; ends once g_nMainRun is 0. Null.
+  static void* check_thread(void* self);
+
+ private:
+  // isLocalUser(GetUserName(code)), without the texts.
+  bool IsLocalCode(std::uint32_t code) EXCLUDES(m_localLock);
+  bool MakeBackEnd();
+  void CheckSources();
+
+  std::map<std::string, std::string> m_mapCityCrc GUARDED_BY(m_localLock);
+  Mutex m_localLock;
+  Mutex m_enterpriseLock;
+  [[maybe_unused]] Mutex m_spareLock;
+  BlockSet m_setLocalPrefix GUARDED_BY(m_localLock);
+  std::map<unsigned int, std::string> m_mapEnterpriseUser GUARDED_BY(m_enterpriseLock);
+  const std::map<unsigned int, int> m_mapPrefixCode{{0, 13}, {1, 14}, {2, 15}, {3, 18}};
+  const BackEndFactory m_makeBackEnd;
+  std::unique_ptr<CSqlBase> m_pDB;
+  MYSQLAUTH m_auth;
+  std::thread m_thread;  // not joinable when no watcher runs
+};
