@@ -1,0 +1,23 @@
+-- Year tables of one device's database. The service neither looks for year tables nor creates them:
+-- run this in the database of every device before its first mem file of a year comes, say each
+-- December for the year after:
+--
+--   sed 's/_YYYY/_2013/' year_tables.sql | mariadb WLAN_1a2b3c4d
+--
+-- (Create the database first if the device has sent nothing yet.)
+
+create table if not exists T_FLOW1Y_YYYY (
+  month      tinyint unsigned not null,
+  local_flag tinyint          not null comment '1 local, 0 visitor, 2 without user',
+  sessions   bigint unsigned  not null,
+  seconds    bigint unsigned  not null,
+  up_bytes   bigint unsigned  not null,
+  down_bytes bigint unsigned  not null,
+  primary key (month, local_flag)
+) engine = InnoDB;
+
+create table if not exists T_AUTH1Y_YYYY (
+  month    tinyint unsigned not null primary key,
+  attempts bigint unsigned  not null,
+  failures bigint unsigned  not null
+) engine = InnoDB;
