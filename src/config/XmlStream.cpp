@@ -3,8 +3,13 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <string_view>
+#include <system_error>
+
+#include "support/file.h"
 
 namespace {
 
@@ -26,16 +31,16 @@ const xmlNode* FirstNamed(const xmlNode* node, std::string_view name) {
 std::string LastParserError() {
   const xmlError* error = xmlGetLastError();
   if (error == nullptr || error->message == nullptr) return "cannot be read";
-  std::string_view text = error->message;
-  while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-  return "line " + std::to_string(error->line) + ": " + std::string(text);
+  const std::string_view text = error->message;
+  return "line " + std::to_string(error->line) + ": " +
+         std::string(text.substr(0, text.find('\n')));
 }
 
 // A document type that brings anything along beyond its name.
 bool DeclaresAnything(const xmlDoc* document) {
   const xmlDtd* type = document->intSubset;
-  return type != nullptr && (type->children != nullptr || type->SystemID != nullptr ||
-                             type->ExternalID != nullptr);
+  return type != nullptr &&
+         (type->children != nullptr || type->SystemID != nullptr || type->ExternalID != nullptr);
 }
 
 }  // namespace
@@ -70,14 +75,20 @@ void CXmlStream::Deleter::operator()(_xmlDoc* document) const { xmlFreeDoc(docum
 
 bool CXmlStream::parseFile(const char* path) {
   m_document.reset();
+  m_error.clear();
   std::error_code error;
   if (!std::filesystem::is_regular_file(path, error)) {
     m_error = error ? error.message() : "not a regular file";
     return false;
   }
+  const File file(std::fopen(path, "r"));
+  if (file == nullptr) {
+    m_error = std::generic_category().message(errno);
+    return false;
+  }
   xmlResetLastError();
-  m_document.reset(
-      xmlReadFile(path, nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+  m_document.reset(xmlReadFd(fileno(file.get()), path, nullptr,
+                             XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
   if (m_document == nullptr) {
     m_error = LastParserError();
     return false;

@@ -19,8 +19,8 @@ constexpr char kUnit[] = "zux_center_log";
 constexpr int kExpiryFailedLine = 79;  // fixed: part of the message that operators know
 
 const char* LevelName(int level) {
-  static constexpr std::array<const char*, 5> kNames = {"InfoLog", "AlarmLog", "ErrLog",
-                                                        "DebugLog", "RealtimeLog"};
+  static constexpr std::array<const char*, 5> kNames = {"InfoLog", "AlarmLog", "ErrLog", "DebugLog",
+                                                        "RealtimeLog"};
   const auto index = static_cast<std::size_t>(level);
   return index < kNames.size() ? kNames[index] : "UnKnown";
 }
@@ -76,7 +76,12 @@ std::string CLOGER::FilePath() const { return Format("%s%s.log", paths::kRunLogD
 void CLOGER::OpenFile() {
   m_stream.reset();
   m_stream.reset(std::fopen(FilePath().c_str(), "a+"));
-  if (m_stream == nullptr) std::printf("error open file errno %d", errno);
+  if (m_stream == nullptr) {
+    std::printf("error open file errno %d", errno);
+    return;
+  }
+  // The size check asks for the position, which "a+" leaves at 0 until the first write.
+  [[maybe_unused]] const int ignored = std::fseek(m_stream.get(), 0, SEEK_END);
 }
 
 void CLOGER::rmexpirelog() {
