@@ -1,0 +1,375 @@
+#include "db/OracleBase.h"
+
+#include <sql.h>
+#include <sqlext.h>
+#include <strings.h>
+
+#include <string_view>
+#include <utility>
+
+namespace {
+
+constexpr char kDataSource[] = "midtable";
+constexpr char kNotConnected[] = "not connected";
+constexpr char kNoRows[] = "the statement gives no rows";
+
+struct Failure {
+  std::string text;
+  SQLINTEGER code = 0;  // the server's number; 0 where there is none
+};
+
+template <SQLSMALLINT kType>
+class Handle {
+ public:
+  explicit Handle(SQLHANDLE parent) {
+    if (!SQL_SUCCEEDED(SQLAllocHandle(kType, parent, &m_handle))) m_handle = nullptr;
+  }
+  ~Handle() {
+    if (m_handle != nullptr) SQLFreeHandle(kType, m_handle);
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  SQLHANDLE get() const { return m_handle; }
+
+  // All that the driver and the server have to say about the call that just failed.
+  Failure failure() const {
+    Failure all;
+    std::string message(1024, '\0');
+    SQLCHAR state[SQL_SQLSTATE_SIZE + 1] = {};
+    for (SQLSMALLINT record = 1;; ++record) {
+      SQLINTEGER code = 0;
+      SQLSMALLINT size = 0;
+      const auto read = [&] {
+        return SQLGetDiagRec(kType, m_handle, record, state, &code,
+                             reinterpret_cast<SQLCHAR*>(message.data()),
+                             static_cast<SQLSMALLINT>(message.size()), &size);
+      };
+      if (!SQL_SUCCEEDED(read())) break;
+      if (static_cast<std::size_t>(size) >= message.size()) {
+        message.resize(static_cast<std::size_t>(size) + 1);
+        if (!SQL_SUCCEEDED(read())) break;
+      }
+      if (record == 1) all.code = code;
+      if (record > 1) all.text += "; ";
+      all.text += std::string(reinterpret_cast<const char*>(state)) + " " + message.c_str();
+    }
+    if (all.text.empty()) all.text = "ODBC failed without a text";
+    return all;
+  }
+
+ private:
+  SQLHANDLE m_handle = SQL_NULL_HANDLE;
+};
+
+SQLPOINTER Number(SQLULEN value) { return reinterpret_cast<SQLPOINTER>(value); }
+
+struct Environment : Handle<SQL_HANDLE_ENV> {
+  Environment() : Handle(SQL_NULL_HANDLE) {
+    SQLSetEnvAttr(get(), SQL_ATTR_ODBC_VERSION, Number(SQL_OV_ODBC3), 0);
+  }
+};
+
+SQLCHAR* Text(const char* text) {
+  return const_cast<SQLCHAR*>(reinterpret_cast<const SQLCHAR*>(text));
+}
+
+std::string_view TrimBlanks(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+bool BeginsWith(std::string_view text, std::string_view word) {
+  return text.size() >= word.size() && strncasecmp(text.data(), word.data(), word.size()) == 0;
+}
+
+bool Is(std::string_view text, std::string_view word) {
+  return text.size() == word.size() && BeginsWith(text, word);
+}
+
+// One statement from its execution to its last row.
+class Statement {
+ public:
+  enum class Fetched { kRow, kEnd, kFailed };
+
+  explicit Statement(SQLHANDLE connection) : m_handle(connection) {}
+
+  // Runs the text as it stands: the driver is not to look for escapes in it.
+  bool run(const char* sql) {
+    SQLSetStmtAttr(m_handle.get(), SQL_ATTR_NOSCAN, Number(SQL_NOSCAN_ON), 0);
+    return execute(sql);
+  }
+
+  // Runs the text with `argument` in the place of its one "?".
+  bool run(const char* sql, const std::string& argument) {
+    const SQLULEN size = argument.empty() ? 1 : argument.size();
+    SQLLEN length = static_cast<SQLLEN>(argument.size());
+    return SQL_SUCCEEDED(SQLBindParameter(m_handle.get(), 1, SQL_PARAM_INPUT, SQL_C_CHAR,
+                                          SQL_VARCHAR, size, 0, Text(argument.c_str()), length,
+                                          &length)) &&
+           execute(sql);
+  }
+
+  // The names of the columns; none for a statement that gives no rows.
+  std::vector<std::string> columns() const {
+    SQLSMALLINT count = 0;
+    SQLNumResultCols(m_handle.get(), &count);
+    std::vector<std::string> names;
+    for (SQLSMALLINT i = 1; i <= count; ++i) {
+      SQLCHAR name[512] = {};
+      SQLDescribeCol(m_handle.get(), static_cast<SQLUSMALLINT>(i), name, sizeof name, nullptr,
+                     nullptr, nullptr, nullptr, nullptr);
+      names.emplace_back(reinterpret_cast<const char*>(name));
+    }
+    return names;
+  }
+
+  Fetched fetch() {
+    const SQLRETURN result = SQLFetch(m_handle.get());
+    if (result == SQL_NO_DATA) return Fetched::kEnd;
+    return SQL_SUCCEEDED(result) ? Fetched::kRow : Fetched::kFailed;
+  }
+
+  // The value of a column of the current row, in pieces until it is whole. Columns are to be read
+  // from left to right.
+  bool value(std::size_t column, std::string& out) {
+    char piece[8192];
+    for (out.clear();;) {
+      std::string_view filled(piece, sizeof piece - 1);
+      SQLLEN rest = 0;
+      const SQLRETURN result = SQLGetData(m_handle.get(), static_cast<SQLUSMALLINT>(column + 1),
+                                          SQL_C_CHAR, piece, sizeof piece, &rest);
+      if (result == SQL_NO_DATA) return true;
+      if (!SQL_SUCCEEDED(result)) return false;
+      if (rest == SQL_NULL_DATA) {
+        out = "NULL";
+        return true;
+      }
+      const bool last = rest != SQL_NO_TOTAL && rest < static_cast<SQLLEN>(sizeof piece);
+      if (last) {
+        out.append(piece, static_cast<std::size_t>(rest));
+        return true;
+      }
+      // A driver that does not split characters may end a piece early.
+      out.append(filled.substr(0, filled.find('\0')));
+    }
+  }
+
+  Failure failure() const { return m_handle.failure(); }
+
+ private:
+  bool execute(const char* sql) {
+    const SQLRETURN result = SQLExecDirect(m_handle.get(), Text(sql), SQL_NTS);
+    return SQL_SUCCEEDED(result) || result == SQL_NO_DATA;  // the latter: no row was touched
+  }
+
+  Handle<SQL_HANDLE_STMT> m_handle;
+};
+
+}  // namespace
+
+// A login. Its end without leave() rolls back what was not committed.
+class COracleBase::Session {
+ public:
+  Session() : m_connection(m_environment.get()) {}
+  ~Session() {
+    if (!m_open) return;
+    SQLEndTran(SQL_HANDLE_DBC, m_connection.get(), SQL_ROLLBACK);
+    SQLDisconnect(m_connection.get());
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  // Logs in; false with `error` set. Called once.
+  bool open(const std::string& user, const std::string& password, std::string& error) {
+    SQLHANDLE connection = m_connection.get();
+    m_open = SQL_SUCCEEDED(SQLConnect(connection, Text(kDataSource), SQL_NTS, Text(user.c_str()),
+                                      SQL_NTS, Text(password.c_str()), SQL_NTS));
+    const bool ready =
+        m_open && SQL_SUCCEEDED(SQLSetConnectAttr(connection, SQL_ATTR_AUTOCOMMIT,
+                                                  Number(SQL_AUTOCOMMIT_OFF), SQL_IS_UINTEGER));
+    if (!ready) error = m_connection.failure().text;
+    return ready;
+  }
+
+  SQLHANDLE connection() const { return m_connection.get(); }
+  bool inTransaction() const { return m_in_transaction; }
+
+  bool execute(const char* sql, std::string& error) {
+    const std::string_view words = TrimBlanks(sql);
+    if (Is(words, "commit")) return end(SQL_COMMIT, error);
+    if (Is(words, "rollback")) return end(SQL_ROLLBACK, error);
+    Statement statement(m_connection.get());
+    if (!statement.run(sql)) {
+      error = statement.failure().text;
+      return false;
+    }
+    if (BeginsWith(words, "set transaction")) m_in_transaction = true;
+    return true;
+  }
+
+  // Ends the transaction in the way of `how`.
+  bool end(SQLSMALLINT how, std::string& error) {
+    m_in_transaction = false;
+    if (SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, m_connection.get(), how))) return true;
+    error = m_connection.failure().text;
+    return false;
+  }
+
+  bool isAlive() const {
+    SQLUINTEGER dead = SQL_CD_FALSE;
+    SQLGetConnectAttr(m_connection.get(), SQL_ATTR_CONNECTION_DEAD, &dead, SQL_IS_UINTEGER,
+                      nullptr);
+    return dead != SQL_CD_TRUE && Statement(m_connection.get()).run("select 1 from dual");
+  }
+
+ private:
+  Environment m_environment;
+  Handle<SQL_HANDLE_DBC> m_connection;
+  bool m_open = false;
+  bool m_in_transaction = false;
+};
+
+COracleBase::COracleBase(const std::string& user, const std::string& password)
+    : m_user(user), m_password(password) {}
+
+COracleBase::~COracleBase() { COracleBase::closeDB(); }
+
+int COracleBase::connectDB() {
+  if (m_session != nullptr) return 0;
+  auto session = std::make_unique<Session>();
+  if (!session->open(m_user, m_password, m_lastError)) return -1;
+  m_session = std::move(session);
+  return 0;
+}
+
+int COracleBase::closeDB() {
+  if (m_session != nullptr && !m_session->inTransaction()) m_session->end(SQL_COMMIT, m_lastError);
+  m_session.reset();
+  return 0;
+}
+
+int COracleBase::reconnectDB() {
+  closeDB();
+  return connectDB();
+}
+
+int COracleBase::executeSQL(const char* sql, int /*logOnError*/) {
+  if (m_session == nullptr) {
+    m_lastError = kNotConnected;
+    return -1;
+  }
+  return m_session->execute(sql, m_lastError) ? 0 : -1;
+}
+
+int COracleBase::changeDB(const char* name) { return changeDB(name, m_password.c_str()); }
+
+int COracleBase::changeDB(const char* name, const char* password) {
+  // First the commit: the user may have been created by this very session.
+  if (m_session != nullptr && !m_session->inTransaction() &&
+      !m_session->end(SQL_COMMIT, m_lastError)) {
+    return -1;
+  }
+  std::string user = name;
+  std::string new_password = password;
+  auto session = std::make_unique<Session>();
+  if (!session->open(user, new_password, m_lastError)) return -1;
+  m_session = std::move(session);
+  m_user = std::move(user);
+  m_password = std::move(new_password);
+  return 0;
+}
+
+int COracleBase::fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) {
+  if (m_session == nullptr) {
+    m_lastError = kNotConnected;
+    return -1;
+  }
+  Statement statement(m_session->connection());
+  if (!statement.run(sql)) {
+    m_lastError = statement.failure().text;
+    return -1;
+  }
+  const std::vector<std::string> names = statement.columns();
+  if (names.empty()) {
+    m_lastError = kNoRows;
+    return -1;
+  }
+  rows.clear();
+  for (;;) {
+    auto fetched = statement.fetch();
+    if (fetched == Statement::Fetched::kEnd) return 0;
+    SqlRecord record;
+    for (std::size_t i = 0; fetched == Statement::Fetched::kRow && i < names.size(); ++i) {
+      std::string value;
+      if (!statement.value(i, value)) fetched = Statement::Fetched::kFailed;
+      record.emplace(names[i], std::move(value));
+    }
+    if (fetched == Statement::Fetched::kFailed) {
+      m_lastError = statement.failure().text;
+      rows.clear();
+      return -1;
+    }
+    rows.push_back(std::move(record));
+  }
+}
+
+int COracleBase::queryCatalogue(const char* sql, const char* name,
+                                std::vector<std::string>& values) {
+  if (m_session == nullptr) {
+    m_lastError = kNotConnected;
+    return -1;
+  }
+  Statement statement(m_session->connection());
+  bool good = statement.run(sql, OracleToUpper(name));
+  while (good) {
+    const auto fetched = statement.fetch();
+    if (fetched == Statement::Fetched::kEnd) return 0;
+    good = fetched == Statement::Fetched::kRow && statement.value(0, values.emplace_back());
+  }
+  m_lastError = statement.failure().text;
+  return -1;
+}
+
+bool COracleBase::existDB(const char* name) {
+  std::vector<std::string> found;
+  return queryCatalogue("select username from all_users where username = ?", name, found) == 0 &&
+         !found.empty();
+}
+
+bool COracleBase::existTable(const char* name) {
+  std::vector<std::string> found;
+  return queryCatalogue("select table_name from user_tables where table_name = ?", name, found) ==
+             0 &&
+         !found.empty();
+}
+
+int COracleBase::GetColums(const char* table, std::vector<std::string>& columns) {
+  std::vector<std::string> names;
+  const char* sql =
+      "select column_name from user_tab_columns where table_name = ? order by column_id";
+  if (queryCatalogue(sql, table, names) != 0) return 0;
+  columns.insert(columns.end(), names.begin(), names.end());
+  return 1;
+}
+
+int COracleBase::RowsCountBySQL(const char* sql, unsigned int* count) {
+  if (m_session == nullptr) return -1;
+  Statement statement(m_session->connection());
+  unsigned int rows = 0;
+  auto fetched = Statement::Fetched::kFailed;
+  if (statement.run(sql)) {
+    if (statement.columns().empty()) return -1;
+    while ((fetched = statement.fetch()) == Statement::Fetched::kRow) ++rows;
+  }
+  if (fetched == Statement::Fetched::kFailed) {
+    const SQLINTEGER code = statement.failure().code;
+    return code != 0 ? code : -1;
+  }
+  *count = rows;
+  return 0;
+}
+
+bool COracleBase::isDBAlive() { return m_session != nullptr && m_session->isAlive(); }

@@ -1,0 +1,9 @@
+#include "db/OracleBase.h"
+
+std::string OracleToUpper(const std::string& text) {
+  std::string upper = text;
+  for (char& c : upper) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  }
+  return upper;
+}

@@ -1,0 +1,10 @@
+#include "db/SqlFactory.h"
+
+#include "db/MysqlBase.h"
+#include "db/OracleBase.h"
+
+std::unique_ptr<CSqlBase> CreateSqlBase(const MYSQLAUTH& auth) {
+  if (IsOracle(auth)) return std::make_unique<COracleBase>(auth.user, auth.password);
+  MYSQLAUTH copy = auth;
+  return std::make_unique<CMysqlBase>(&copy);
+}
