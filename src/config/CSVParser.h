@@ -5,16 +5,16 @@
 // space or tab. The dialect:
 //   a, b ,c           a | b | c            blanks around a field go, those inside stay
 //   ,a,               (empty) | a          no empty column after a comma that ends the row
-//   a,·               a | (empty)          but one after a comma and blanks (· is a blank)
+//   a,_               a | (empty)          but one after a comma and blanks (_ is a blank)
 //   "x""y", z         x"y | z              a doubled quote inside quotes is one quote
 //   "ab"cd,e          abcd | e             what follows a closing quote belongs to the field
-//   "a"··             a | (empty)          blanks after a closing quote at the row's end: one more
+//   "a"__             a | (empty)          blanks after a closing quote at the row's end: one more
 //   "a<LF>b",c        a<LF>b | c           an open field goes on in the next line, CRLF reads as LF
 //   a"b,c             a"b | c              a quote inside an unquoted field is a character
 //
 // Limits: a physical line longer than kMaxLine bytes is no table row: reading ends before it, as at
 // the end of the file. A row that an open quote has made longer than kMaxLine ends with the line
-// that did it. So memory stays below 16 MiB whatever the file holds, and even a source without end
+// that did it. So memory stays below 32 MiB whatever the file holds, and even a source without end
 // is read to an end. A read error and a folder count as the end of the file too.
 //
 // Not for use by two threads at a time.
@@ -29,7 +29,7 @@
 
 class CSVParser {
  public:
-  static constexpr std::size_t kMaxLine = 1'048'576;
+  static constexpr std::size_t kMaxLine = 262'144;
 
   CSVParser() = default;
   ~CSVParser() { close(); }
@@ -66,12 +66,13 @@ class CSVParser {
  private:
   bool read_line();
   std::string_view to_utf8();
+  bool open_quote();
+  std::string_view read_unquoted();
   void read_quoted(std::string& field);
   bool append_line();
-  void skip_spaces();
   static bool is_null_line(std::string_view line);
   bool is_spaces_or_tabs_behind(int& count) const;
-  static void trim_last_spaces_and_tabs(std::string& field);
+  static std::string_view trim_last_spaces_and_tabs(std::string_view field);
 
   std::string m_current_line;
   std::uint64_t m_position = 0;  // in m_current_line: where the next field starts

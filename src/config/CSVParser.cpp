@@ -1,0 +1,192 @@
+#include "config/CSVParser.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "config/TextEncoding.h"
+
+namespace {
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+}  // namespace
+
+bool CSVParser::init(const std::string& path) {
+  if (path.empty()) return false;
+  if (!m_input.is_open()) m_input.open(path, std::ios::in | std::ios::binary);
+  return m_input.is_open();
+}
+
+void CSVParser::close() {
+  if (m_input.is_open()) m_input.close();
+}
+
+// A stream that failed is at its end as well: a folder opens, but reading it only ever fails.
+bool CSVParser::has_more_rows() const { return m_input.is_open() && m_input.good(); }
+
+// Goes to the start of the next field and past its quote, if it has one.
+inline bool CSVParser::open_quote() {
+  const std::string_view row = m_current_line;
+  std::size_t start = m_position;
+  while (start < row.size() && IsBlank(row[start])) ++start;
+  const bool quoted = start < row.size() && row[start] == '"';
+  m_position = start + (quoted ? 1 : 0);
+  return quoted;
+}
+
+inline std::string_view CSVParser::trim_last_spaces_and_tabs(std::string_view field) {
+  while (!field.empty() && IsBlank(field.back())) field.remove_suffix(1);
+  return field;
+}
+
+// Takes a field without quotes from m_position; the view is good until the row changes.
+inline std::string_view CSVParser::read_unquoted() {
+  const std::string_view row = m_current_line;
+  const std::size_t begin = m_position;
+  std::size_t end = begin;
+  while (end < row.size() && row[end] != ',') ++end;
+  // DELIBERATE: a row that ends in a comma is at its end here, one that ends in a comma and blanks
+  // is not and gets one more, empty column.
+  m_position = std::min(end + 1, row.size());
+  return trim_last_spaces_and_tabs(row.substr(begin, end - begin));
+}
+
+int CSVParser::get_next_row() {
+  m_columns.clear();
+  try {
+    do {
+      if (!read_line()) return 0;
+    } while (is_null_line({m_line.data(), m_length}));
+    m_current_line = to_utf8();
+    m_position = 0;
+  } catch (const std::bad_alloc&) {
+    std::fputs("malloc toLine failed!", stdout);
+    return 1;
+  }
+  while (m_position < m_current_line.size()) {
+    if (open_quote()) {
+      read_quoted(m_columns.emplace_back());
+    } else {
+      m_columns.emplace_back(read_unquoted());
+    }
+  }
+  return 1;
+}
+
+std::string CSVParser::get_column_by_id(unsigned int id) const {
+  // DELIBERATE: the largest id wraps to 0 here, and the checked access throws.
+  if (id + 1 > m_columns.size()) return "";
+  return m_columns.at(id);
+}
+
+CSVParser& CSVParser::operator<<(const std::string& line) {
+  m_current_line = line;
+  m_position = 0;
+  return *this;
+}
+
+CSVParser& CSVParser::operator<<(const char* line) { return *this << std::string(line); }
+
+CSVParser& CSVParser::operator>>(std::string& field) {
+  field.clear();
+  if (open_quote()) {
+    read_quoted(field);
+  } else {
+    field = read_unquoted();
+  }
+  return *this;
+}
+
+// Takes the rest of a field whose opening quote was passed.
+void CSVParser::read_quoted(std::string& field) {
+  for (;;) {
+    const std::size_t quote = m_current_line.find('"', m_position);
+    if (quote == std::string::npos) {
+      field.append(m_current_line, m_position);
+      m_position = m_current_line.size();
+      if (!append_line()) return;
+      field += '\n';
+      continue;
+    }
+    field.append(m_current_line, m_position, quote - m_position);
+    m_position = quote;
+    if (quote + 1 == m_current_line.size()) {
+      ++m_position;
+      return;
+    }
+    if (m_current_line[quote + 1] != '"') break;
+    // DELIBERATE: the second of two quotes never closes the field, not even at the row's end; the
+    // field goes on in the next line then.
+    field += '"';
+    m_position += 2;
+  }
+  int count = 0;
+  if (is_spaces_or_tabs_behind(count)) {
+    m_position += static_cast<unsigned int>(count);
+  } else {
+    ++m_position;
+    const std::size_t end = std::min(m_current_line.find(',', m_position), m_current_line.size());
+    field.append(m_current_line, m_position, end - m_position);
+    m_position = end;
+  }
+  if (m_position < m_current_line.size() && m_current_line[m_position] == ',') ++m_position;
+}
+
+// Reads the next physical line into m_line, without its line end. False at the end of the file.
+bool CSVParser::read_line() {
+  if (!has_more_rows()) return false;
+  m_line.resize(kMaxLine + 1);
+  m_input.getline(m_line.data(), static_cast<std::streamsize>(m_line.size()));
+  m_length = static_cast<std::size_t>(m_input.gcount());
+  if (m_input.bad()) return false;
+  if (m_input.eof()) {
+    m_line[m_length] = '\0';
+  } else {
+    if (m_input.fail()) return false;  // longer than any line may be
+    --m_length;                        // the line feed
+  }
+  if (m_length > 0 && m_line[m_length - 1] == '\r') m_line[--m_length] = '\0';
+  return true;
+}
+
+// The line read last, in UTF-8.
+std::string_view CSVParser::to_utf8() {
+  const std::string_view raw(m_line.data(), m_length);
+  if (IsAscii(raw)) return raw;
+  if (IsUTF8(m_line.data(), static_cast<unsigned int>(std::strlen(m_line.data()))) == 1) return raw;
+  // DELIBERATE: lines of ASCII and two-byte sequences get here, whatever they are written in.
+  const std::size_t room = 4 * m_length + 1;
+  if (m_converted.size() <= room) m_converted.resize(room + 1);
+  LocalToUtf8_1(m_line.data(), m_converted.data(), static_cast<unsigned int>(room));
+  const std::string_view converted(m_converted.data());
+  // DELIBERATE: a line of which nothing could be converted is taken as it is.
+  return converted.empty() ? raw : converted;
+}
+
+// Puts the next physical line behind the row. False when there is none, or the row is full.
+bool CSVParser::append_line() {
+  if (m_current_line.size() > kMaxLine || !read_line()) return false;
+  if (m_length > 0) m_current_line += to_utf8();
+  return true;
+}
+
+bool CSVParser::is_null_line(std::string_view line) {
+  return std::all_of(line.begin(), line.end(), IsBlank);
+}
+
+// Whether only blanks stand between the closing quote at m_position and a comma or the end. `count`
+// is then how far it is to that comma or to the last character.
+bool CSVParser::is_spaces_or_tabs_behind(int& count) const {
+  std::size_t end = m_position + 1;
+  while (end < m_current_line.size() && IsBlank(m_current_line[end])) ++end;
+  // DELIBERATE: at the row's end the last blank stays, and becomes one more, empty column.
+  if (end == m_current_line.size()) {
+    --end;
+  } else if (m_current_line[end] != ',') {
+    return false;
+  }
+  count = static_cast<int>(end - m_position);
+  return true;
+}

@@ -1,0 +1,80 @@
+#include "support/RwIni.h"
+
+#include <filesystem>
+#include <fstream>
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view kBlanks = " \t\r";
+
+std::string_view Trim(std::string_view text) {
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string_view::npos) return "";
+  return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
+}
+
+}  // namespace
+
+CRwIni::CRwIni(const char* path) {
+  if (path != nullptr) Load(path);
+}
+
+int CRwIni::Load(const char* path) {
+  m_sections.clear();
+  m_values.clear();
+  m_loaded = false;
+  std::error_code error;
+  if (path == nullptr || !std::filesystem::is_regular_file(path, error)) return 0;
+  std::ifstream file(path, std::ios::binary);
+  Values* section = nullptr;
+  bool first = true;
+  for (std::string text; std::getline(file, text); first = false) {
+    std::string_view line = text;
+    if (first && line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
+    ReadLine(Trim(line), section);
+  }
+  m_loaded = file.eof();
+  if (!m_loaded) {
+    m_sections.clear();
+    m_values.clear();
+  }
+  return IsLoadOk();
+}
+
+// `section` is where keys go, null before the first section.
+void CRwIni::ReadLine(std::string_view line, Values*& section) {
+  if (line.empty() || line[0] == ';' || line[0] == '#') return;
+  if (line[0] == '[') {
+    const std::size_t end = line.find(']');
+    if (end == std::string_view::npos) return;
+    const auto [entry, is_new] = m_values.try_emplace(std::string(Trim(line.substr(1, end - 1))));
+    if (is_new) m_sections.push_back(entry->first);
+    section = &entry->second;
+    return;
+  }
+  const std::size_t equals = line.find('=');
+  if (equals == std::string_view::npos || section == nullptr) return;
+  section->insert_or_assign(std::string(Trim(line.substr(0, equals))),
+                            Trim(line.substr(equals + 1)));
+}
+
+const std::string* CRwIni::Find(std::string_view section, std::string_view key) const {
+  const auto values = m_values.find(section);
+  if (values == m_values.end()) return nullptr;
+  const auto value = values->second.find(key);
+  return value == values->second.end() ? nullptr : &value->second;
+}
+
+std::string CRwIni::GetString(const char* section, const char* key, char* buffer, int size,
+                              const char* default_value) const {
+  const std::string* found = section != nullptr && key != nullptr ? Find(section, key) : nullptr;
+  const std::string value = found != nullptr           ? *found
+                            : default_value != nullptr ? default_value
+                                                       : "";
+  if (buffer != nullptr && size > 0) {
+    buffer[value.copy(buffer, static_cast<std::size_t>(size) - 1)] = '\0';
+  }
+  return value;
+}
