@@ -1,0 +1,108 @@
+// Mem tables: whether they exist, and their creation from the definition file.
+
+#include "db/OracleBase.h"
+#include "log/zux_center_log.h"
+#include "midtable/Midtable.h"
+#include "midtable/definitions.h"
+#include "midtable/mem_file_name.h"
+#include "midtable/unit.h"
+#include "support/paths.h"
+
+namespace {
+
+void LogRows(const std::vector<SqlRecord>& rows) {
+  for (const SqlRecord& row : rows) {
+    g_loger(kUnit, __LINE__, kConsoleRow, "******************************");
+    for (const auto& [column, value] : row) {
+      g_loger(kUnit, __LINE__, kConsoleRow, "%s:\t%s", column.c_str(), value.c_str());
+    }
+  }
+}
+
+}  // namespace
+
+bool CMidTable::TableExist(const std::string& tablename, const std::string& dbname) {
+  if (tablename.empty()) {
+    g_loger(kUnit, __LINE__, kConsole, "table name is null, not exist");
+    return false;
+  }
+  const std::string sql =
+      GetDBType() ? Format(
+                        "select object_name from all_objects where owner= upper('%s') and "
+                        "object_type='TABLE' and object_name = upper('%s')",
+                        dbname.c_str(), OracleToUpper(tablename).c_str())
+                  : Format("show tables from %s like \"%s\"", dbname.c_str(), tablename.c_str());
+  g_loger(kUnit, __LINE__, kConsole, "strSql is %s", sql.c_str());
+  std::vector<SqlRecord> rows;
+  const int result = m_pSqlBase->fetchRecordSet(sql.c_str(), rows);
+  if (result != 0) {
+    g_loger(kUnit, __LINE__, kError, "sql (%s) failed ret (%d) (%s) ", sql.c_str(), result,
+            m_pSqlBase->getLastError().c_str());
+    return false;
+  }
+  LogRows(rows);
+  return !rows.empty();
+}
+
+bool CMidTable::CreateOneMemTable(const std::string& tablename, const std::string& dbname) {
+  // Where the switch fails, the statements below fail too and say so.
+  if (!dbname.empty()) m_pSqlBase->changeDB(dbname.c_str(), NewUserPassword());
+  if (m_pSqlBase->existTable(tablename.c_str())) return true;
+
+  TableDefinitions definitions;
+  if (!definitions.Parse(GetDBType())) {
+    // DELIBERATE: this line names the same file for every kind of store.
+    g_loger(kUnit, __LINE__, kError, "parse xml file %s failed", paths::kMysqlDefinitions);
+    return false;
+  }
+  int count = 0;
+  if (!definitions.Read("/root/Mem/MidCnt", count)) return false;
+  const std::string kind =
+      tablename.empty() ? std::string() : tablename.substr(tablename.size() - 1);
+  for (int i = 1; i <= count; ++i) {
+    const std::string node = Format("/root/Mem/MidTab%d", i);
+    std::string name;
+    if (!definitions.Read(node + "/Name", name)) return false;
+    if (name != kind) continue;
+    std::string create;
+    if (!definitions.Read(node + "/Create", create)) return false;
+    const TemplateValue values[] = {tablename};
+    const Outcome outcome = RunTemplate(create, values);
+    if (!outcome.ok) {
+      g_loger(kUnit, __LINE__, kError, "executeSQL < %s > error %s", outcome.statement.c_str(),
+              outcome.error.c_str());
+      return false;
+    }
+  }
+  return true;
+}
+
+bool CMidTable::CreateMemTable() {
+  for (const std::string& entry : m_lstConvert) {
+    if (!CreateOneMemTable(entry, "")) return false;
+  }
+  return true;
+}
+
+std::string CMidTable::GetXMLFields(const std::string& file, const std::string& path,
+                                    const std::pair<std::string, std::string>& prop) {
+  CXmlStream xml;
+  if (!xml.parseFile(file)) {
+    g_loger(kUnit, __LINE__, kError, "parse xml file %s failed", file.c_str());
+    return {};
+  }
+  CXmlNode node = xml.getNode(path);
+  if (!node) {
+    g_loger(kUnit, __LINE__, kConsole, "getNode:%s failed", path.c_str());
+    return {};
+  }
+  if (prop.first.empty() || prop.second.empty()) return node.getContent();
+  for (; node; node = node.next()) {
+    std::string value;
+    node.getProp(prop.first.c_str(), value);
+    g_loger(kUnit, __LINE__, kConsole, "curprop is <%s> wanted prop is <%s>", value.c_str(),
+            prop.second.c_str());
+    if (value == prop.second) return node.getContent();
+  }
+  return {};
+}

@@ -1,0 +1,81 @@
+#include "midtable/mem_file_name.h"
+
+#include "gtest/gtest.h"
+
+namespace {
+
+TEST(MemFileName, AcceptsTheGrammarAndNothingElse) {
+  const std::pair<const char*, bool> cases[] = {
+      {"1a2b3c4d-userlog-20120101-080000.dat", true},
+      {"1a2b3c4d--20120101-080000.dat", true},  // an empty table is refused later, with a line
+      {"zzzzzzzz-userlog-20120101-080000.dat", true},
+      {"abc-userlog-20120101-080000.dat", true},
+      {"-userlog-20120101-080000.dat", true},
+      {"1a2b3c4d-userlog-99999999x-999999x.dat", true},
+      {"1a2b3c4d-userlog-20120101-080000x.dat", true},
+      {"abcdef012xyz-userlog-20120101-080000.dat", true},  // only eight characters are looked at
+      {"xyz-userlog-20120101-080000.dat", false},
+      {"1a2b3c4d-userlog-2012011-080000.dat", false},
+      {"1a2b3c4d-userlog-20120101-08000.dat", false},
+      {"1a2b3c4d-userlog-20120101.dat", false},
+      {"1a2b3c4d-userlog-20120101-080000.dat.bak", false},
+      {"1a2b3c4d-userlog-20120101-080000.x.dat", false},
+      {"1a2b3c4d-userlog-20120101-080000.DAT", false},
+      {"1a2b3c4d-userlog-20120101-080000.mid", false},
+      {"1a2b3c4d", false},
+      {"", false},
+  };
+  for (const auto& [name, accepted] : cases) EXPECT_EQ(IsMemFileName(name), accepted) << name;
+
+  // Of a good name, no beginning is one.
+  const std::string good = "1a2b3c4d-userlog-20120101-080000.dat";
+  for (std::size_t size = 0; size < good.size(); ++size) {
+    EXPECT_FALSE(IsMemFileName(good.substr(0, size))) << size;
+  }
+}
+
+TEST(MemFileName, DerivesTheItems) {
+  const std::string letters(200, 'x');
+  const struct {
+    std::string field, table;
+  } fields[] = {
+      {"MEM_20120101_1234F", "MEM_20120101_0004F"},
+      {"userlog", "userlog"},
+      {"abcdefghijkl", "abcdefghijkl"},
+      {"abcdefghijklm", "abcdefghijklm000"},
+      {"abcdefghijklmF", "abcdefghijklm000"},
+      {"abcdefghijklmnop", "abcdefghijklm000"},
+      {letters.substr(0, 63), letters.substr(0, 13) + "000" + letters.substr(0, 47)},
+      {letters.substr(0, 64), ""},
+      {letters, ""},
+      {"", ""},
+  };
+  for (const auto& [field, table] : fields) {
+    EXPECT_EQ(MemFileTable("/d/1a2b3c4d-" + field + "-20120101-235959.dat"), table) << field;
+  }
+  EXPECT_EQ(MemFileTable("nodash"), "");
+  EXPECT_EQ(MemFileTable("-a-b"), "");
+
+  EXPECT_EQ(MemFileDatabase("/x-y/1a2b3c4d-t-20120101-235959.dat"), "WLAN_1a2b3c4d");
+  EXPECT_EQ(MemFileDatabase("abc-userlog-20120101-080000.dat"), "WLAN_abc-user");
+  EXPECT_EQ(MemFileDatabase("  a b"), "WLAN_a");
+  EXPECT_EQ(MemFileDatabase("/folder/"), "");
+
+  EXPECT_EQ(MemFilePath("/any/path"), "/any/path");
+  EXPECT_EQ(MemFilePath("abcdefghij.dat"), "/vqlog/log_data/midtable/abcdefgh/abcdefghij.dat");
+  EXPECT_EQ(MemFilePath("  "), "");
+}
+
+TEST(MemFileName, TellsNamesThatBreakOutOfAStatement) {
+  for (const char* bad : {"a'b", "a\"b", "a`b", "a\\b", "a(b", "a)b", "a;b", "a--b", "a/*b", "a#b",
+                          "a b", "a\tb", "a\nb", "a\x7f", "mysql.user", "a@b"}) {
+    EXPECT_FALSE(IsSafeIdentifier(bad)) << bad;
+  }
+  for (const char* good : {"MEM_20120101_0004F", "WLAN_abc-user", "a$b", "\xe8\xa1\xa8", "100%"}) {
+    EXPECT_TRUE(IsSafeIdentifier(good)) << good;
+  }
+  EXPECT_TRUE(IsSafePath("/a b/c;d.dat"));
+  for (const char* bad : {"/a\"b", "/a'b", "/a\\", "/a\n"}) EXPECT_FALSE(IsSafePath(bad)) << bad;
+}
+
+}  // namespace
