@@ -24,7 +24,7 @@ int TourLocalUser::updateCityCRC() {
   for (const std::string& section : devices.GetSections()) {
     // A device without a city counts as one whose city's name is empty.
     const std::string city =
-        "/" + std::string(devices.GetString(section.c_str(), "city", nullptr, 0, nullptr)) + "/";
+        "/" + devices.GetString(section.c_str(), "city", nullptr, 0, nullptr) + "/";
     const std::string dbname = "WLAN_" + section;
     g_loger(kUnit, __LINE__, kConsole, "dbname (%s) city (%s)\n", dbname.c_str(), city.c_str());
     checksums[dbname] = GetCRCString(city);
