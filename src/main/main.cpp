@@ -1,0 +1,29 @@
+#include <cstdio>
+
+#include "config/dbinfo.h"
+#include "main/service.h"
+#include "midtable/Midtable.h"
+#include "support/run_state.h"
+
+int main(int argc, char* argv[]) {
+  // First of all: without settings the process ends here, even for the version option.
+  ProcessPolicy();
+  // A reader of a pipe sees each console line as it is written, as a terminal does.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+
+  if (morvan_check_version(argc, argv, "midtable", "build date : Jan 28 2013") == 0) return 0;
+  morvan_check_deamon(argc, argv);
+  if (!BlockSignals()) return -1;
+  IgnoreSignals();
+  CCheckUnique unique;
+  if (!unique.check_unique()) {
+    std::puts("\nanother process maybe running exit!");
+    return 1;
+  }
+  g_debug = morvan_check_debug(argc, argv);
+  InstallSignalHandler();
+  StartRunLog();
+  // The engine is gone before the lock is.
+  CMidTable().Run();
+  return 0;
+}
