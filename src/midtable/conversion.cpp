@@ -173,9 +173,10 @@ bool CMidTable::ConvertMidTable(const TableDefinitions& definitions, const MidTa
   const std::string node = table.node + (GetDBType() ? "/ConvertOracle" : "/Convert");
   std::string convert;
   if (!definitions.Read(node, convert)) return false;
+  const char* const kind = m_strKind.c_str();
   // DELIBERATE: never 0, since no kind is both.
-  const int log_on_error =
-      std::strcmp(m_strKind.c_str(), "F") | std::strcmp(m_strKind.c_str(), "A");
+  // NOLINTNEXTLINE(bugprone-suspicious-string-compare)
+  const int log_on_error = std::strcmp(kind, "F") | std::strcmp(kind, "A");
   const FilledTemplate filled = FillTemplate(convert, ConversionValues(table));
   if (filled && GetDBType() && table.period != Period::kDay) {
     g_loger(kUnit, __LINE__, kInfo, "convert sql is <%s>", filled.text.c_str());

@@ -70,9 +70,7 @@ const std::string* CRwIni::Find(std::string_view section, std::string_view key) 
 std::string CRwIni::GetString(const char* section, const char* key, char* buffer, int size,
                               const char* default_value) const {
   const std::string* found = section != nullptr && key != nullptr ? Find(section, key) : nullptr;
-  const std::string value = found != nullptr           ? *found
-                            : default_value != nullptr ? default_value
-                                                       : "";
+  std::string value = found != nullptr ? *found : default_value != nullptr ? default_value : "";
   if (buffer != nullptr && size > 0) {
     buffer[value.copy(buffer, static_cast<std::size_t>(size) - 1)] = '\0';
   }
