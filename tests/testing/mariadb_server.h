@@ -1,8 +1,6 @@
 // The private MariaDB server of a test program.
 #pragma once
 
-#include <cstddef>
-
 #include "config/dbinfo.h"
 #include "testing/private_server.h"
 
@@ -10,7 +8,6 @@ class MariadbServer : public PrivateServer {
  public:
   // Started by the first call, for the rest of the program.
   static MariadbServer& Get();
-
   // Credentials of a user who may do everything, with `database` as dbname.
   MYSQLAUTH Auth(const std::string& database = "") const;
 

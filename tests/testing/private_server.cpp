@@ -11,6 +11,8 @@ PrivateServer::PrivateServer(const std::string& name)
   Start();
 }
 
+void PrivateServer::Start() { m_port = std::stoi(Tool("start").at(0)); }
+
 std::vector<std::string> PrivateServer::Tool(const std::string& verb,
                                              const std::string& argument) const {
   setenv("ARGUMENT", argument.c_str(), 1);
@@ -25,10 +27,4 @@ std::vector<std::string> PrivateServer::Tool(const std::string& verb,
   std::cerr << "\n*** THE ENVIRONMENT IS AT FAULT, NOT THE CODE UNDER TEST ***\n*** failed: "
             << command << " " << argument << std::endl;
   std::_Exit(1);
-}
-
-void PrivateServer::Start() { m_port = std::stoi(Tool("start").at(0)); }
-
-std::vector<std::string> PrivateServer::Run(const std::string& sql) const {
-  return Tool("sql", sql);
 }
