@@ -94,7 +94,7 @@ bool CMidTable::IdentifyMemFile(const std::string& path, MemFile& file) const {
   file = {GetItemFromName(path, "filepath"), GetItemFromName(path, "dbname"),
           GetItemFromName(path, "tablename")};
   const auto missing = [&path](const char* item) {
-    g_loger(kUnit, __LINE__, kError, "file (%s) %s is null", path.c_str(), item);
+    g_loger(kUnit, __LINE__, kError, "file (%s) %s is null", Printable(path).c_str(), item);
     return false;
   };
   if (file.path.empty()) return missing("path");
@@ -102,7 +102,7 @@ bool CMidTable::IdentifyMemFile(const std::string& path, MemFile& file) const {
   if (file.table.empty()) return missing("tablename");
   if (!IsSafePath(file.path) || !IsSafeIdentifier(file.database) || !IsSafeIdentifier(file.table)) {
     g_loger(kUnit, __LINE__, kError, "file (%s) name is not safe in a statement, refused",
-            path.c_str());
+            Printable(path).c_str());
     return false;
   }
   return IsRegularFile(file.path);

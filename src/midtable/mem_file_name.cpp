@@ -107,3 +107,8 @@ bool IsSafePath(std::string_view path) {
   return path.find_first_of("'\"`\\") == std::string_view::npos &&
          std::none_of(path.begin(), path.end(), IsControl);
 }
+
+std::string Printable(std::string name) {
+  std::replace_if(name.begin(), name.end(), IsControl, '?');
+  return name;
+}

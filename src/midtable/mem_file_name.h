@@ -47,3 +47,7 @@ std::string MemFileTable(std::string_view path);
 bool IsSafeIdentifier(std::string_view name);
 // The same for a path, which stands between quotes: no quotes, backslash or control characters.
 bool IsSafePath(std::string_view path);
+
+// The name as a log line may show it: a control character, which could start a line that nobody
+// wrote, reads as "?".
+std::string Printable(std::string name);

@@ -89,39 +89,14 @@ TEST_F(Conversion, EveryFailedStatementRollsBackAndKeepsTheMemTable) {
   EXPECT_THAT(ConvertFile(), Not(Contains(ignored)));
 }
 
-TEST_F(Conversion, KindsFAndAFallBackToTheSecondStatement) {
+TEST_F(Conversion, OnlyKindsFAndAHaveASecondChanceAndYearTablesNone) {
   script.fail = {{"day", "E"}};
-  EXPECT_THAT(ConvertFile(),
-              ElementsAre("<2>:exe <day 20121231 MEM_20121231_0004F> error E", "<0>:commit ok!",
-                          "<0>:convert memtable WLAN_1a2b3c4d.MEM_20121231_0004F ok!"));
+  EXPECT_EQ(ConvertFile().front(), "<2>:exe <day 20121231 MEM_20121231_0004F> error E");
   EXPECT_THAT(script.Take(), Contains("again 20121231 MEM_20121231_0004F"));
-
-  script.fail["again"] = "E2";
-  EXPECT_THAT(ConvertFile(), Contains("<2>:exe <again 20121231 MEM_20121231_0004F> error E2"));
-  EXPECT_EQ(script.Take().back(), "rollback");
-
-  // Another kind has no second chance.
   Define(Mid(1, "T_FLOW1D_", "day %s %s"), 1, "G");
   script.tables = {Table(kDb, "MEM_20121231_0004G")};
   ConvertFile("/x/1a2b3c4d-MEM_20121231_0004G-20121231-101500.dat");
   EXPECT_THAT(script.Take(), Not(Contains(HasSubstr("again"))));
-}
-
-TEST_F(Conversion, GivesAMidTableUpAfterAHundredFailuresWithOneLine) {
-  Define(Mid(1, "T_FLOW1D_", "day %s %s") + Mid(2, "T_FLOW1Y_", "year %s %s"), 2);
-  script.fail = {{"day", "E"}, {"again", "E"}};
-  for (int i = 0; i < 100; ++i) EXPECT_THAT(ConvertFile(), Contains(failed));
-  const std::string bad = "<2>:midtable WLAN_1a2b3c4dT_FLOW1D_20121231 is bad, skipped!";
-  EXPECT_THAT(ConvertFile(), Contains(bad));
-  script.Take();
-  EXPECT_THAT(ConvertFile(), Not(Contains(bad)));
-  EXPECT_THAT(script.Take({"show", "change"}),
-              ElementsAre("start transaction", "year 20121231 MEM_20121231_0004F", "commit",
-                          "truncate table MEM_20121231_0004F"));
-
-  script.fail = {{"year", "E"}};  // year tables are never given up
-  for (int i = 0; i < 102; ++i) ConvertFile();
-  EXPECT_THAT(ConvertFile(), Contains(failed));
 }
 
 TEST_F(Conversion, EveryMissingNodeAndFaultyTemplateIsALineAndARollback) {

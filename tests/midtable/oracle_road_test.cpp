@@ -37,7 +37,7 @@ class OracleRoad : public EngineTest {
     return "select object_name from all_objects where owner= " + Table(kDb, name);
   }
 
-  std::string table = kMem, database = kDb, path = kFile;
+  std::string table = kMem, database = kDb, path = kFile, user = "u";
 };
 
 TEST_F(OracleRoad, LoadsOverAnExternalTable) {
@@ -130,7 +130,6 @@ TEST_F(OracleRoad, StartsTheLoaderToolOnAControlFile) {
   std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
   setenv("ORACLE_HOME", "/tmp/oracle", 1);
   script.columns = {"id", "name", "ts"};
-  std::string user = "u";
   const auto load = [&] { return engine->OracleLoadOneTable(table, user, path); };
   EXPECT_EQ(load(), 1);
   wait(nullptr);
