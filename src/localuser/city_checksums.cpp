@@ -23,8 +23,8 @@ int TourLocalUser::updateCityCRC() {
   std::map<std::string, std::string> checksums;
   for (const std::string& section : devices.GetSections()) {
     // A device without a city counts as one whose city's name is empty.
-    const std::string city =
-        "/" + devices.GetString(section.c_str(), "city", nullptr, 0, nullptr) + "/";
+    std::string city = "/";
+    city.append(devices.GetString(section.c_str(), "city", nullptr, 0, nullptr)) += '/';
     const std::string dbname = "WLAN_" + section;
     g_loger(kUnit, __LINE__, kConsole, "dbname (%s) city (%s)\n", dbname.c_str(), city.c_str());
     checksums[dbname] = GetCRCString(city);

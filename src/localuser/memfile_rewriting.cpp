@@ -94,11 +94,13 @@ struct Record {
       if (count < kFields) fields[count] = line.substr(begin, end - begin);
       ++count;
       begin = line.find_first_not_of('\t', end);
+      if (begin != std::string_view::npos && begin != end + 1) single_tabs = false;
     }
   }
 
   std::array<std::string_view, kFields> fields;  // the first ones, where there are more
   std::size_t count = 0;
+  bool single_tabs = true;  // nothing but one tab between fields
 };
 
 // What strtoul makes of the field, cut to 32 bits. (strtoul itself would read on behind the field.)
@@ -213,7 +215,11 @@ bool Rewriting::WriteRecord(const Record& record) {
   const std::uint32_t code = UserCode(record.fields[kUserField]);
   const Flag flag = m_flag_of(code);
   m_text.clear();
-  for (const std::string_view field : record.fields) m_text.append(field) += '\t';
+  if (record.single_tabs) {
+    m_text.append(record.fields.front().begin(), record.fields.back().end()) += '\t';
+  } else {
+    for (const std::string_view field : record.fields) m_text.append(field) += '\t';
+  }
   m_text += static_cast<char>('0' + static_cast<int>(flag));
   m_text += '\n';
   ++m_counts[static_cast<std::size_t>(flag)];
