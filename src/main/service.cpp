@@ -84,7 +84,7 @@ bool BlockSignals() {
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, SIGPIPE);
-  // Deliberate: a SIGTERM stays pending and only SIGINT stops the service.
+  // DELIBERATE: a SIGTERM stays pending and only SIGINT stops the service.
   sigaddset(&set, SIGTERM);
   if (pthread_sigmask(SIG_BLOCK, &set, nullptr) == 0) return true;
   g_loger(kUnit, kMaskFailedLine, kError, "block sigpipe failed!");
