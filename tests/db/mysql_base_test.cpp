@@ -54,7 +54,6 @@ TEST_F(MysqlBase, TracesReadsAndLogsFailuresWhenAskedTo) {
   EXPECT_EQ(-1, m_sql.changeDB("nodb"));
   const std::string text = out.text();
   EXPECT_THAT(text, HasSubstr("sql is select 5 as a, null as b\nfield.name 0x"));
-  EXPECT_THAT(text, HasSubstr("(a) value (5)\nfield.name 0x"));
   EXPECT_THAT(text, testing::EndsWith("(b) value (NULL)\n[MysqlBase:114]<2>:execute use nodb "
                                       "failed, error:Unknown database 'nodb'\n"));
   const std::string longer = "select " + std::string(20000, '1') + " from missing";
@@ -78,6 +77,7 @@ TEST_F(MysqlBase, LooksAtTheFirstMatchOnly) {
 }
 
 TEST_F(MysqlBase, StreamsRows) {
+  CapturedStdout long_traces;
   ASSERT_EQ(0, m_sql.fetchRecordSet("select repeat('x', 1000000) as v from seq_1_to_50"));
   SqlRecord record;
   ASSERT_EQ(0, m_sql.fetchRecord(record));

@@ -2,23 +2,20 @@
 // really differs.
 #include <malloc.h>
 
-#include <filesystem>
-
 #include "db/SqlFactory.h"
 #include "gmock/gmock.h"
+#include "testing/files.h"
 #include "testing/mariadb_server.h"
 #include "testing/postgres_server.h"
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace {
 
 struct OnMysql {
   static MariadbServer& Server() { return MariadbServer::Get(); }
   static MYSQLAUTH Auth() { return Server().Auth("alpha"); }
-  static void CreateStore(const std::string& name) {
+  static void Create(const std::string& name) {
     Server().Run("create or replace database " + name);
   }
   static constexpr char kBegin[] = "start transaction";
@@ -33,7 +30,7 @@ struct OnMysql {
 struct OnOracle {
   static PostgresServer& Server() { return PostgresServer::Get(); }
   static MYSQLAUTH Auth() { return Server().Auth("alpha"); }
-  static void CreateStore(const std::string& name) { Server().CreateStore(name); }
+  static void Create(const std::string& name) { Server().CreateStore(name); }
   static constexpr char kBegin[] = " Set Transaction read write";
   static constexpr char kMissing[] = "42P01 ERROR: relation \"missing\" does not exist";
   static constexpr char kColumns[] = "ZETA ALPHA ";
@@ -52,7 +49,7 @@ class SqlContract : public testing::Test {
  protected:
   void SetUp() override {
     for (const std::string store : {"alpha", "beta"}) {
-      Traits::CreateStore(store);
+      Traits::Create(store);
       m_server.Run("create table " + store + ".t (zeta int, Alpha int)");
     }
     ASSERT_EQ(0, m_sql->connectDB()) << m_sql->getLastError();
@@ -62,8 +59,7 @@ class SqlContract : public testing::Test {
     EXPECT_EQ(0, m_sql->fetchRecordSet(query.c_str(), m_rows)) << m_sql->getLastError();
     return m_rows.size() == 1 ? m_rows[0].begin()->second : "not one row";
   }
-  // As others see it: what is not committed does not count.
-  std::string Kept() { return m_server.Run("select count(*) from alpha.t").at(0); }
+  std::string Kept() { return m_server.Run("select count(*) from alpha.t").at(0); }  // committed
 
   decltype(Traits::Server()) m_server = Traits::Server();
   std::unique_ptr<CSqlBase> m_sql = CreateSqlBase(Traits::Auth());
@@ -72,12 +68,13 @@ class SqlContract : public testing::Test {
 TYPED_TEST_SUITE(SqlContract, BackEnds);
 
 TYPED_TEST(SqlContract, ReadsEveryValueAsText) {
+  CapturedStdout long_traces;
   this->Value(
       "select null as a, 'NULL' as b, '' as c, 'first' as id, 'second' as id, -1.50 as d,"
       " 'größe 用户 ?{fn x} %s' as e");
   const SqlRecord expected = {{"a", "NULL"},  {"b", "NULL"},   {"c", ""},
                               {"d", "-1.50"}, {"id", "first"}, {"e", "größe 用户 ?{fn x} %s"}};
-  EXPECT_THAT(this->m_rows, ElementsAre(expected));
+  EXPECT_THAT(this->m_rows, testing::ElementsAre(expected));
   // Around the size of the pieces in which a driver hands out long values.
   for (const std::size_t size : {8190U, 8191U, 8192U, 16382U, 16383U, 300000U}) {
     const auto query = "select concat(repeat('x', " + std::to_string(size) + "), 'y') as v";
@@ -87,7 +84,7 @@ TYPED_TEST(SqlContract, ReadsEveryValueAsText) {
   EXPECT_EQ(5000U, this->m_rows.size());
   EXPECT_EQ("5000", this->m_rows.back()["v"]);
   this->Value("select zeta from t");
-  EXPECT_THAT(this->m_rows, IsEmpty());
+  EXPECT_TRUE(this->m_rows.empty());
 }
 
 TYPED_TEST(SqlContract, FailsWithTheServersTextAndNumber) {
@@ -104,7 +101,7 @@ TYPED_TEST(SqlContract, FailsWithTheServersTextAndNumber) {
     EXPECT_NE(0, this->m_sql->RowsCountBySQL(query, &count)) << query;
     EXPECT_EQ(error, this->m_sql->getLastError()) << "counting leaves it";
   }
-  EXPECT_THAT(this->m_rows, IsEmpty());
+  EXPECT_TRUE(this->m_rows.empty());
   EXPECT_EQ(7U, count);
   EXPECT_EQ(0, this->m_sql->RowsCountBySQL(TypeParam::kManyRows, &count));
   EXPECT_EQ(5000U, count);
@@ -114,13 +111,12 @@ TYPED_TEST(SqlContract, KeepsWhatIsCommitted) {
   const auto insert = [this](bool begin) {
     EXPECT_EQ(0, begin ? this->Do(TypeParam::kBegin) : 0);
     EXPECT_EQ(0, this->Do("insert into t values (1, 2)"));
-    EXPECT_EQ(-1, this->Do("insert into missing values (1)"));
+    EXPECT_EQ(-1, this->Do("insert into missing values (1)")) << "does not spoil the rest";
   };
   insert(true), insert(false);
-  EXPECT_EQ("2", this->Value("select count(*) from t"));
   EXPECT_EQ(0, this->Do("rollback"));
-  EXPECT_EQ("0", this->Value("select count(*) from t"));
   insert(true), insert(false);
+  EXPECT_EQ("2", this->Value("select count(*) from t"));
   EXPECT_EQ("0", this->Kept());
   EXPECT_EQ(0, this->Do(" \tCOMMIT\n"));
   EXPECT_EQ("2", this->Kept());
@@ -129,10 +125,9 @@ TYPED_TEST(SqlContract, KeepsWhatIsCommitted) {
   EXPECT_EQ("2", this->Kept()) << "an open transaction ends with its session";
   insert(false);
   EXPECT_EQ(0, this->m_sql->reconnectDB());
-  EXPECT_EQ("3", this->Kept()) << "outside of transactions nothing is lost";
   insert(false);
   EXPECT_EQ(0, this->m_sql->changeDB("beta", "secret"));
-  EXPECT_EQ("4", this->Kept());
+  EXPECT_EQ("4", this->Kept()) << "outside of transactions nothing is lost";
 }
 
 TYPED_TEST(SqlContract, ChangesDatabases) {
@@ -164,23 +159,19 @@ TYPED_TEST(SqlContract, NoticesAKilledSessionAndComesBack) {
   this->m_server.Run(suicide);
   EXPECT_FALSE(this->m_sql->isDBAlive());
   EXPECT_EQ(0, this->m_sql->reconnectDB());
-  EXPECT_TRUE(this->m_sql->isDBAlive());
   this->m_server.Run(this->Value(TypeParam::kSuicide));
   EXPECT_EQ(-1, this->Do("insert into t values (1, 2)"));
   EXPECT_EQ(0, this->m_sql->reconnectDB()) << this->m_sql->getLastError();
+  EXPECT_TRUE(this->m_sql->isDBAlive());
 }
 
 TYPED_TEST(SqlContract, LeaksNothingWhileTheServerIsDown) {
-  const auto open_files = [] {
-    const std::filesystem::directory_iterator files("/proc/self/fd");
-    return std::distance(begin(files), end(files));
-  };
   this->m_server.Kill();
   EXPECT_EQ(-1, this->m_sql->reconnectDB());
-  const auto files = open_files();
+  const std::size_t files = ListFolder("/proc/self/fd").size();
   const std::size_t memory = mallinfo2().uordblks;
   for (int i = 0; i < 200; ++i) EXPECT_EQ(-1, this->m_sql->reconnectDB());
-  EXPECT_EQ(files, open_files());
+  EXPECT_EQ(files, ListFolder("/proc/self/fd").size());
   EXPECT_LT(mallinfo2().uordblks, memory + 20000);
   unsigned int count = 0;
   CSqlBase& sql = *this->m_sql;
@@ -190,7 +181,6 @@ TYPED_TEST(SqlContract, LeaksNothingWhileTheServerIsDown) {
               sql.fetchRecordSet("select 1", this->m_rows) == -1);
   this->m_server.Start();
   EXPECT_EQ(0, this->m_sql->reconnectDB()) << this->m_sql->getLastError();
-  EXPECT_TRUE(this->m_sql->existTable("t"));
 }
 
 }  // namespace
