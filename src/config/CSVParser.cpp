@@ -15,7 +15,13 @@ bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
 bool CSVParser::init(const std::string& path) {
   if (path.empty()) return false;
-  if (!m_input.is_open()) m_input.open(path, std::ios::in | std::ios::binary);
+  if (!m_input.is_open()) {
+    m_input.open(path, std::ios::in | std::ios::binary);
+    m_at_end = false;
+    m_ahead.resize(kMaxLine + 2);  // the longest line, its line feed, a zero byte
+    m_ahead_begin = 0;
+    m_ahead_end = 0;
+  }
   return m_input.is_open();
 }
 
@@ -23,54 +29,20 @@ void CSVParser::close() {
   if (m_input.is_open()) m_input.close();
 }
 
-// A stream that failed is at its end as well: a folder opens, but reading it only ever fails.
-bool CSVParser::has_more_rows() const { return m_input.is_open() && m_input.good(); }
-
-// Goes to the start of the next field and past its quote, if it has one.
-inline bool CSVParser::open_quote() {
-  const std::string_view row = m_current_line;
-  std::size_t start = m_position;
-  while (start < row.size() && IsBlank(row[start])) ++start;
-  const bool quoted = start < row.size() && row[start] == '"';
-  m_position = start + (quoted ? 1 : 0);
-  return quoted;
-}
-
-inline std::string_view CSVParser::trim_last_spaces_and_tabs(std::string_view field) {
-  while (!field.empty() && IsBlank(field.back())) field.remove_suffix(1);
-  return field;
-}
-
-// Takes a field without quotes from m_position; the view is good until the row changes.
-inline std::string_view CSVParser::read_unquoted() {
-  const std::string_view row = m_current_line;
-  const std::size_t begin = m_position;
-  std::size_t end = begin;
-  while (end < row.size() && row[end] != ',') ++end;
-  // DELIBERATE: a row that ends in a comma is at its end here, one that ends in a comma and blanks
-  // is not and gets one more, empty column.
-  m_position = std::min(end + 1, row.size());
-  return trim_last_spaces_and_tabs(row.substr(begin, end - begin));
-}
+bool CSVParser::has_more_rows() const { return m_input.is_open() && !m_at_end; }
 
 int CSVParser::get_next_row() {
   m_columns.clear();
   try {
     do {
       if (!read_line()) return 0;
-    } while (is_null_line({m_line.data(), m_length}));
+    } while (is_null_line(m_line));
     m_current_line = to_utf8();
     m_position = 0;
+    split_row();
   } catch (const std::bad_alloc&) {
+    m_columns.clear();
     std::fputs("malloc toLine failed!", stdout);
-    return 1;
-  }
-  while (m_position < m_current_line.size()) {
-    if (open_quote()) {
-      read_quoted(m_columns.emplace_back());
-    } else {
-      m_columns.emplace_back(read_unquoted());
-    }
   }
   return 1;
 }
@@ -78,7 +50,8 @@ int CSVParser::get_next_row() {
 std::string CSVParser::get_column_by_id(unsigned int id) const {
   // DELIBERATE: the largest id wraps to 0 here, and the checked access throws.
   if (id + 1 > m_columns.size()) return "";
-  return m_columns.at(id);
+  const Column& column = m_columns.at(id);
+  return (column.quoted ? m_unquoted : m_row).substr(column.begin, column.size);
 }
 
 CSVParser& CSVParser::operator<<(const std::string& line) {
@@ -99,7 +72,48 @@ CSVParser& CSVParser::operator>>(std::string& field) {
   return *this;
 }
 
-// Takes the rest of a field whose opening quote was passed.
+// Splits m_current_line into m_columns and keeps it as m_row.
+void CSVParser::split_row() {
+  m_unquoted.clear();
+  while (m_position < m_current_line.size()) {
+    if (open_quote()) {
+      const std::size_t begin = m_unquoted.size();
+      read_quoted(m_unquoted);
+      m_columns.push_back({begin, m_unquoted.size() - begin, true});
+    } else {
+      const std::string_view field = read_unquoted();
+      const auto begin = static_cast<std::size_t>(field.data() - m_current_line.data());
+      m_columns.push_back({begin, field.size(), false});
+    }
+  }
+  m_row.swap(m_current_line);
+  m_current_line.clear();
+  m_position = 0;
+}
+
+// Goes to the start of the next field and past its quote, if it has one.
+inline bool CSVParser::open_quote() {
+  const std::string_view row = m_current_line;
+  std::size_t start = m_position;
+  while (start < row.size() && IsBlank(row[start])) ++start;
+  const bool quoted = start < row.size() && row[start] == '"';
+  m_position = start + (quoted ? 1 : 0);
+  return quoted;
+}
+
+// Takes a field without quotes from m_position; the view is good until the row changes.
+inline std::string_view CSVParser::read_unquoted() {
+  const std::string_view row = m_current_line;
+  const std::size_t begin = m_position;
+  std::size_t end = begin;
+  while (end < row.size() && row[end] != ',') ++end;
+  // DELIBERATE: a row that ends in a comma is at its end here, one that ends in a comma and blanks
+  // is not and gets one more, empty column.
+  m_position = std::min(end + 1, row.size());
+  return trim_last_spaces_and_tabs(row.substr(begin, end - begin));
+}
+
+// Appends the rest of a field whose opening quote was passed.
 void CSVParser::read_quoted(std::string& field) {
   for (;;) {
     const std::size_t quote = m_current_line.find('"', m_position);
@@ -134,41 +148,57 @@ void CSVParser::read_quoted(std::string& field) {
   if (m_position < m_current_line.size() && m_current_line[m_position] == ',') ++m_position;
 }
 
-// Reads the next physical line into m_line, without its line end. False at the end of the file.
+// Reads the next physical line into m_line, without its line end but with a zero byte behind it.
+// False at the end of the file.
 bool CSVParser::read_line() {
   if (!has_more_rows()) return false;
-  m_line.resize(kMaxLine + 1);
-  m_input.getline(m_line.data(), static_cast<std::streamsize>(m_line.size()));
-  m_length = static_cast<std::size_t>(m_input.gcount());
-  if (m_input.bad()) return false;
-  if (m_input.eof()) {
-    m_line[m_length] = '\0';
-  } else {
-    if (m_input.fail()) return false;  // longer than any line may be
-    --m_length;                        // the line feed
+  char* begin = m_ahead.data() + m_ahead_begin;
+  auto* end = static_cast<char*>(std::memchr(begin, '\n', m_ahead_end - m_ahead_begin));
+  if (end == nullptr) {
+    read_ahead();
+    begin = m_ahead.data();
+    end = static_cast<char*>(std::memchr(begin, '\n', m_ahead_end));
+    if (end == nullptr) {
+      m_at_end = true;
+      if (m_input.bad() || m_ahead_end > kMaxLine) return false;
+      end = begin + m_ahead_end;
+    }
   }
-  if (m_length > 0 && m_line[m_length - 1] == '\r') m_line[--m_length] = '\0';
+  m_ahead_begin = static_cast<std::size_t>(end - m_ahead.data()) + 1;
+  if (end != begin && end[-1] == '\r') --end;
+  *end = '\0';
+  m_line = {begin, static_cast<std::size_t>(end - begin)};
   return true;
+}
+
+// Moves what is left of m_ahead to its front and fills the rest from the file.
+void CSVParser::read_ahead() {
+  m_ahead_end -= m_ahead_begin;
+  std::memmove(m_ahead.data(), m_ahead.data() + m_ahead_begin, m_ahead_end);
+  m_ahead_begin = 0;
+  m_input.read(m_ahead.data() + m_ahead_end,
+               static_cast<std::streamsize>(kMaxLine + 1 - m_ahead_end));
+  m_ahead_end += static_cast<std::size_t>(m_input.gcount());
 }
 
 // The line read last, in UTF-8.
 std::string_view CSVParser::to_utf8() {
-  const std::string_view raw(m_line.data(), m_length);
-  if (IsAscii(raw)) return raw;
-  if (IsUTF8(m_line.data(), static_cast<unsigned int>(std::strlen(m_line.data()))) == 1) return raw;
+  if (IsAscii(m_line)) return m_line;
+  const std::string_view text = m_line.substr(0, m_line.find('\0'));
+  if (IsUTF8(text.data(), static_cast<unsigned int>(text.size())) == 1) return m_line;
   // DELIBERATE: lines of ASCII and two-byte sequences get here, whatever they are written in.
-  const std::size_t room = 4 * m_length + 1;
+  const std::size_t room = 4 * m_line.size() + 1;
   if (m_converted.size() <= room) m_converted.resize(room + 1);
-  LocalToUtf8_1(m_line.data(), m_converted.data(), static_cast<unsigned int>(room));
-  const std::string_view converted(m_converted.data());
+  const std::string_view converted =
+      LocalToUtf8(text, m_converted.data(), static_cast<unsigned int>(room));
   // DELIBERATE: a line of which nothing could be converted is taken as it is.
-  return converted.empty() ? raw : converted;
+  return converted.empty() ? m_line : converted;
 }
 
 // Puts the next physical line behind the row. False when there is none, or the row is full.
 bool CSVParser::append_line() {
   if (m_current_line.size() > kMaxLine || !read_line()) return false;
-  if (m_length > 0) m_current_line += to_utf8();
+  m_current_line += to_utf8();
   return true;
 }
 
@@ -189,4 +219,9 @@ bool CSVParser::is_spaces_or_tabs_behind(int& count) const {
   }
   count = static_cast<int>(end - m_position);
   return true;
+}
+
+std::string_view CSVParser::trim_last_spaces_and_tabs(std::string_view field) {
+  while (!field.empty() && IsBlank(field.back())) field.remove_suffix(1);
+  return field;
 }

@@ -64,11 +64,21 @@ class CSVParser {
   CSVParser& operator>>(std::string& field);
 
  private:
-  bool read_line();
-  std::string_view to_utf8();
+  // Where a column's text stands: in m_unquoted for a quoted field, else in m_row. Rows are read
+  // for every line of large files; a string for each column would cost more than the splitting.
+  struct Column {
+    std::size_t begin;
+    std::size_t size;
+    bool quoted;
+  };
+
+  void split_row();
   bool open_quote();
   std::string_view read_unquoted();
   void read_quoted(std::string& field);
+  bool read_line();
+  void read_ahead();
+  std::string_view to_utf8();
   bool append_line();
   static bool is_null_line(std::string_view line);
   bool is_spaces_or_tabs_behind(int& count) const;
@@ -76,9 +86,14 @@ class CSVParser {
 
   std::string m_current_line;
   std::uint64_t m_position = 0;  // in m_current_line: where the next field starts
-  std::vector<std::string> m_columns;
+  std::vector<Column> m_columns;
+  std::string m_row;       // the last row
+  std::string m_unquoted;  // its quoted fields, one behind the other
   std::ifstream m_input;
-  std::vector<char> m_line;       // the physical line read last, with a terminating zero
-  std::size_t m_length = 0;       // of that line
-  std::vector<char> m_converted;  // its conversion, with a terminating zero
+  bool m_at_end = false;      // of m_input, and m_ahead is used up
+  std::vector<char> m_ahead;  // what was read of m_input; from m_ahead_begin to m_ahead_end unused
+  std::size_t m_ahead_begin = 0;
+  std::size_t m_ahead_end = 0;
+  std::string_view m_line;        // in m_ahead: the physical line read last, a zero byte behind it
+  std::vector<char> m_converted;  // its conversion
 };

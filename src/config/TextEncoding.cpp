@@ -122,7 +122,7 @@ class LocalCharacters {
  public:
   struct Entry {
     char utf8[3];
-    std::uint8_t size;  // 0: no such character
+    std::uint8_t size;  // 0: no such character, or none that fits
   };
 
   static const LocalCharacters& Instance() {
@@ -152,26 +152,27 @@ class LocalCharacters {
 };
 
 // What EncodeConvert does to a text of whole characters that are known in the local encoding and
-// for which there is room; false, with `dst` spoilt, for any other text.
-bool ConvertLocal(std::string_view src, char* dst, std::size_t room) {
-  const char* p = src.data();
-  const char* const end = p + src.size();
-  if (room < src.size() + src.size() / 2) return false;  // two bytes become three at most
+// for which there is room. Returns its length; -1, with `dst` spoilt, for any other text.
+std::ptrdiff_t ConvertLocal(std::string_view src, char* dst, std::size_t room) {
+  // Two bytes become three at most, and one more is written with each character.
+  if (room < src.size() + src.size() / 2 + 1) return -1;
   const LocalCharacters& characters = LocalCharacters::Instance();
-  while (p != end) {
+  const char* const end = src.data() + src.size();
+  char* out = dst;
+  for (const char* p = src.data(); p != end;) {
     if (Byte(p) < 0x80) {
-      *dst++ = *p++;
-    } else {
-      if (end - p < 2) return false;
-      const LocalCharacters::Entry& entry = characters.Get(p);
-      if (entry.size == 0) return false;
-      std::memcpy(dst, entry.utf8, sizeof entry.utf8);
-      dst += entry.size;
-      p += 2;
+      *out++ = *p++;
+      continue;
     }
+    if (end - p < 2) return -1;
+    const LocalCharacters::Entry& entry = characters.Get(p);
+    if (entry.size == 0) return -1;
+    std::memcpy(out, &entry, sizeof entry);
+    out += entry.size;
+    p += 2;
   }
-  *dst = '\0';
-  return true;
+  *out = '\0';
+  return out - dst;
 }
 
 }  // namespace
@@ -251,8 +252,14 @@ int EncodeConvert(const char* src, unsigned int length, char* dst, unsigned int*
   }
 }
 
+std::string_view LocalToUtf8(std::string_view src, char* dst, unsigned int dst_size) {
+  const std::ptrdiff_t length = ConvertLocal(src, dst, dst_size);
+  if (length >= 0) return {dst, static_cast<std::size_t>(length)};
+  EncodeConvert(src.data(), static_cast<unsigned int>(src.size()), dst, &dst_size, local_encoding,
+                "utf-8");
+  return dst;
+}
+
 void LocalToUtf8_1(const char* src, char* dst, unsigned int dst_size) {
-  const auto length = static_cast<unsigned int>(std::strlen(src));
-  if (ConvertLocal({src, length}, dst, dst_size)) return;
-  EncodeConvert(src, length, dst, &dst_size, local_encoding, "utf-8");
+  LocalToUtf8(src, dst, dst_size);
 }

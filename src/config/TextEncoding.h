@@ -11,10 +11,10 @@
 #include <string_view>
 
 // The local encoding. An ASCII superset with characters of two bytes at most;
-// LocalToUtf8_1 relies on that.
+// LocalToUtf8 relies on that.
 inline constexpr const char* local_encoding = "GBK";
 
-// True for a text of ASCII bytes without a zero byte: one that LocalToUtf8_1 leaves as it is.
+// True for a text of ASCII bytes without a zero byte: one that LocalToUtf8 leaves as it is.
 bool IsAscii(std::string_view text);
 
 // 1 when the first `length` bytes are text bytes and UTF-8 sequences, with at least one sequence of
@@ -46,6 +46,8 @@ int CopyTo(const char* src, int length, char* dst, unsigned int* dst_left);
 int EncodeConvert(const char* src, unsigned int length, char* dst, unsigned int* dst_left,
                   const char* from_code, const char* to_code);
 
-// Converts a zero-terminated text from local_encoding to UTF-8 by EncodeConvert; what that returns
-// is not told. `dst` takes `dst_size` bytes and the terminating zero.
+// Converts a text without zero bytes from local_encoding to UTF-8, as EncodeConvert does, with
+// `dst_size` for *dst_left; whether that succeeded is not told. Returns the text in `dst`.
+std::string_view LocalToUtf8(std::string_view src, char* dst, unsigned int dst_size);
+// The same for a zero-terminated text.
 void LocalToUtf8_1(const char* src, char* dst, unsigned int dst_size);
