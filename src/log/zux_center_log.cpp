@@ -119,7 +119,7 @@ int CLOGER::operator()(const char* file, int line, int level, const char* format
   va_start(args, format);
   {
     MutexLock lock(m_lock);
-    // Deliberately coarse: day and size are looked at once every 1000 calls.
+    // DELIBERATE, coarse: day and size are looked at once every 1000 calls.
     if (++m_counter == kCheckInterval) {
       m_counter = 0;
       CheckRollOver();
