@@ -1,0 +1,14 @@
+// The items of a name agree with each other, and no name with quotes passes as safe.
+#include "fuzz/fuzz.h"
+#include "midtable/mem_file_name.h"
+
+std::string Canonical(const std::string& input) {
+  const std::string path = MemFilePath(input), table = MemFileTable(input);
+  Expect(path.empty() || (FileNameOf(path) == FileNameOf(input) && MemFileTable(path) == table));
+  Expect(path.empty() || MemFileDatabase(path) == MemFileDatabase(input));
+  Expect(table.size() < 64 && (table.size() <= 13 || TextAt(table, 13, 3) == "000"));
+  Expect(!IsMemFileName(input) || input.ends_with(".dat"));
+  const bool quotes = input.find_first_of("'\"`\\\n") != std::string::npos;
+  Expect(!quotes || (!IsSafePath(input) && !IsSafeIdentifier(input)));
+  return path;
+}
