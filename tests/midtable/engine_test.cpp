@@ -58,6 +58,17 @@ TEST_F(Loading, CreatesAMemTableFromEveryEntryOfItsKindAndOpensTheFileToTheServe
   script.fail = {{"two", "E"}};
   EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->LoadOneMemFile(path)); }),
               Contains("<2>:executeSQL < two MEM_20121231_0004F > error E"));
+  const std::string one = "<root><Mem><MidCnt>1</MidCnt>";
+  const std::pair<std::string, std::string> missing[] = {
+      {"<root/>", "MidCnt"},
+      {one + "</Mem></root>", "MidTab1/Name"},
+      {one + "<MidTab1><Name>F</Name></MidTab1></Mem></root>", "MidTab1/Create"}};
+  for (const auto& [definitions, node] : missing) {
+    WriteFile(paths::kMysqlDefinitions, definitions);
+    const auto log = LogOf([&] { EXPECT_FALSE(engine->LoadOneMemFile(path)); });
+    EXPECT_EQ(log.front(), "<2>:get node /root/Mem/" + node + " failed");
+    EXPECT_EQ(log.back(), "<2>:table (MEM_20121231_0004F) create failed not load");
+  }
   EXPECT_THAT(script.Take(), Not(Contains(HasSubstr("load data"))));
 }
 
@@ -128,9 +139,9 @@ TEST_F(Loading, APassTellsIdleFromLoadedAndStopsAtADeadConnection) {
   EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->MakeMidTable()); }),
               ElementsAre("<3>:no file to load reconnect db"));
   script.fail = {{"isDBAlive", "E"}};
-  Drop("A", "090000");
+  script.Take();
   EXPECT_FALSE(engine->MakeMidTable());
-  EXPECT_THAT(engine->filesToLoad(), IsEmpty());
+  EXPECT_THAT(script.Take(), ElementsAre("isDBAlive()"));
 }
 
 }  // namespace
