@@ -12,7 +12,7 @@ std::string Canonical(const std::string& input) {
   const bool whole = SplitUTF8(cut.data(), length) == 1;
   Expect(whole == (text == cut.data()) && (whole || !is_utf8));
 
-  for (const unsigned int room : {2 * length, length, length / 2}) {
+  for (const unsigned int room : {2 * length, length + length / 4, length / 2}) {
     std::vector<char> converted(room + 1), local(room + 1), in_place(3 * length + 1);
     unsigned int left = room;
     const int result = EncodeConvert(text.c_str(), length, converted.data(), &left, "GBK", "utf-8");
