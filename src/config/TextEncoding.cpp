@@ -133,17 +133,28 @@ class LocalCharacters {
 
  private:
   LocalCharacters() : m_entries(0x10000) {
-    for (int pair = 0x8000; pair <= 0xFFFF; ++pair) {
-      const char local[] = {static_cast<char>(pair >> 8), static_cast<char>(pair), '\0'};
-      char utf8[8];
-      unsigned int left = sizeof utf8 - 1;
-      if (EncodeConvert(local, 2, utf8, &left, local_encoding, "utf-8") != 0) continue;
-      const std::string_view text = utf8;
-      Entry& entry = m_entries[Index(local[0], local[1])];
-      if (text.size() > sizeof entry.utf8) continue;
-      entry.size = static_cast<std::uint8_t>(text.copy(entry.utf8, sizeof entry.utf8));
+    for (int lead = 0x80; lead <= 0xFF; ++lead) AddRow(static_cast<char>(lead));
+  }
+
+  // All characters of one first byte in one conversion, which a line feed behind each keeps apart.
+  void AddRow(char lead) {
+    std::string local;
+    for (int trail = 0x20; trail <= 0xFF; ++trail) local += {lead, static_cast<char>(trail), '\n'};
+    std::string utf8(2 * local.size(), '\0');
+    auto left = static_cast<unsigned int>(utf8.size());
+    EncodeConvert(local.data(), static_cast<unsigned int>(local.size()), utf8.data(), &left,
+                  local_encoding, "utf-8");
+    std::size_t begin = 0;
+    for (int trail = 0x20; trail <= 0xFF; ++trail) {
+      const std::size_t size = utf8.find('\n', begin) - begin;
+      Entry& entry = m_entries[Index(lead, static_cast<char>(trail))];
+      if (size <= sizeof entry.utf8) {
+        entry.size = static_cast<std::uint8_t>(utf8.copy(entry.utf8, size, begin));
+      }
+      begin += size + 1;
     }
   }
+
   static std::size_t Index(char lead, char trail) {
     return Byte(&lead) * std::size_t{256} + Byte(&trail);
   }

@@ -100,7 +100,7 @@ int CMysqlBase::executeSQL(const char* sql, int logOnError) {
   return -1;
 }
 
-// Deliberately looks at one row only, although `name` was taken as a pattern.
+// DELIBERATE: looks at one row only, although `name` was taken as a pattern.
 bool CMysqlBase::firstRowIs(Result list, const char* name) {
   MYSQL_ROW row = nullptr;
   if (list == nullptr || fetchRow(list.get(), row) != 0 || row == nullptr) return false;

@@ -107,7 +107,7 @@ int TourLocalUser::CloseDB() {
 
 unsigned int TourLocalUser::GetTableCheckSum(const char* table) {
   if (table == nullptr) return 0;
-  // Asked before OpenDB on purpose: the very first call counts rows, on every server.
+  // DELIBERATE: asked before OpenDB, so the very first call counts rows, on every server.
   const bool on_mysql = GetDBType() == 0;
   const std::string query = on_mysql ? Format("checksum table %s", table)
                                      : Format("select count(*) as COUNT from vqcfg.%s", table);
@@ -132,7 +132,7 @@ int TourLocalUser::GetEnterpriseUser() {
   {
     MutexLock lock(m_enterpriseLock);
     for (const SqlRecord& row : rows) {
-      // Deliberate: two columns are selected, so today no row passes, and the second entry (by
+      // DELIBERATE: two columns are selected, so today no row passes, and the second entry (by
       // column name) is both code and name.
       if (row.size() <= 2) continue;
       const std::string& text = std::next(row.begin())->second;

@@ -61,7 +61,7 @@ void TourLocalUser::CheckSources() {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
   const auto devices = ModificationTime(CITYCRCFILE);
-  // Deliberate: 0 is success here, so this says "not updated" after an update.
+  // DELIBERATE: 0 is success here, so this says "not updated" after an update.
   if (devices && Changed(last_mtime_city_crc, *devices) && updateCityCRC() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }

@@ -6,7 +6,7 @@
 // engine. SIGINT ends the service; SIGTERM stays blocked although it has a handler.
 #pragma once
 
-// The first of argv[1] to argv[argc - 1] that begins with `option`, or null. Deliberately a prefix
+// The first of argv[1] to argv[argc - 1] that begins with `option`, or null. DELIBERATE: a prefix
 // match: "-version" is "-v", "-apple" is "-app".
 char* had_param(int argc, char* argv[], const char* option);
 
