@@ -133,10 +133,11 @@ class LocalCharacters {
 
  private:
   LocalCharacters() : m_entries(0x10000) {
-    for (int lead = 0x80; lead <= 0xFF; ++lead) AddRow(static_cast<char>(lead));
+    for (int lead = 0x81; lead <= 0xFE; ++lead) AddRow(static_cast<char>(lead));
   }
 
-  // All characters of one first byte in one conversion, which a line feed behind each keeps apart.
+  // All characters with one first byte in one conversion, which a line feed behind each keeps
+  // apart.
   void AddRow(char lead) {
     std::string local;
     for (int trail = 0x20; trail <= 0xFF; ++trail) local += {lead, static_cast<char>(trail), '\n'};
