@@ -46,17 +46,11 @@ TEST(Settings, UnreadableFiles) {
 }
 
 TEST(Settings, NumbersAreDigitsOnly) {
-  for (const auto& [text, port] : {std::pair("3306", 3306),
-                                   {"0", 0},
-                                   {"+3306", -1},
-                                   {"-1", -1},
-                                   {"33 06", -1},
-                                   {"0x10", -1},
-                                   {"", -1},
-                                   {"abc", -1}}) {
-    const CDBInfo settings = Settings("port="s + text + "\ndbcount=" + text);
-    EXPECT_EQ(settings.getPort(), port) << text;
-    EXPECT_EQ(settings.getDBCount(), port == -1 ? 0U : static_cast<unsigned>(port)) << text;
+  EXPECT_EQ(Settings("port=3306").getPort(), 3306);
+  EXPECT_EQ(Settings("dbcount=007").getDBCount(), 7U);
+  for (const std::string text : {"+3306", "-1", "33 06", "0x10", "", "abc"}) {
+    EXPECT_EQ(Settings("port=" + text).getPort(), -1) << text;
+    EXPECT_EQ(Settings("dbcount=" + text).getDBCount(), 0U) << text;
   }
 }
 

@@ -28,11 +28,7 @@ TEST(Options, AreFoundByPrefixInAnyPlace) {
 }
 
 TEST(Options, DebugLevelIsReadFromTheFirstMatch) {
-  for (const auto& [first, level] : {std::pair("xdebug=3", 8),
-                                     {"debug=", 0},
-                                     {"debug=x", 0},
-                                     {"debug=5x", 5},
-                                     {"debug=-2", -2}}) {
+  for (const auto& [first, level] : {std::pair("xdebug=3", 8), {"debug=", 0}, {"debug=5x", 5}}) {
     g_debug = 7;
     std::string arguments[] = {"midtable", first, "debug=8"};
     char* argv[] = {arguments[0].data(), arguments[1].data(), arguments[2].data()};
