@@ -229,7 +229,7 @@ std::vector<TemplateValue> CMidTable::ConversionValues(const MidTable& table) {
 std::string CMidTable::CityValue() {
   if (m_mapCityCrc[m_strDatabase].empty()) m_localUser.GetCityCRC(m_mapCityCrc, 1);
   std::string& city = m_mapCityCrc[m_strDatabase];
-  if (city.empty()) city = "0";
+  if (city.empty()) city = '0';
   return city;
 }
 
