@@ -37,11 +37,12 @@ int CSVParser::get_next_row() {
     do {
       if (!read_line()) return 0;
     } while (is_null_line(m_line));
-    m_current_line = to_utf8();
+    m_text = to_utf8();
     m_position = 0;
     split_row();
   } catch (const std::bad_alloc&) {
     m_columns.clear();
+    m_text = {};
     std::fputs("malloc toLine failed!", stdout);
   }
   return 1;
@@ -51,11 +52,15 @@ std::string CSVParser::get_column_by_id(unsigned int id) const {
   // DELIBERATE: the largest id wraps to 0 here, and the checked access throws.
   if (id + 1 > m_columns.size()) return "";
   const Column& column = m_columns.at(id);
-  return (column.quoted ? m_unquoted : m_row).substr(column.begin, column.size);
+  return std::string((column.quoted ? m_unquoted : m_row).substr(column.begin, column.size));
 }
 
 CSVParser& CSVParser::operator<<(const std::string& line) {
+  // The last row must not depend on a line that an open quote in this text may replace.
+  m_row_text.assign(m_row);
+  m_row = m_row_text;
   m_current_line = line;
+  m_text = m_current_line;
   m_position = 0;
   return *this;
 }
@@ -72,28 +77,32 @@ CSVParser& CSVParser::operator>>(std::string& field) {
   return *this;
 }
 
-// Splits m_current_line into m_columns and keeps it as m_row.
+// Splits m_text into m_columns and keeps it as m_row.
 void CSVParser::split_row() {
   m_unquoted.clear();
-  while (m_position < m_current_line.size()) {
+  while (m_position < m_text.size()) {
     if (open_quote()) {
       const std::size_t begin = m_unquoted.size();
       read_quoted(m_unquoted);
       m_columns.push_back({begin, m_unquoted.size() - begin, true});
     } else {
       const std::string_view field = read_unquoted();
-      const auto begin = static_cast<std::size_t>(field.data() - m_current_line.data());
+      const auto begin = static_cast<std::size_t>(field.data() - m_text.data());
       m_columns.push_back({begin, field.size(), false});
     }
   }
-  m_row.swap(m_current_line);
-  m_current_line.clear();
+  m_row = m_text;
+  if (m_text.data() == m_current_line.data()) {
+    m_row_text.swap(m_current_line);
+    m_row = m_row_text;
+  }
+  m_text = {};
   m_position = 0;
 }
 
 // Goes to the start of the next field and past its quote, if it has one.
 inline bool CSVParser::open_quote() {
-  const std::string_view row = m_current_line;
+  const std::string_view row = m_text;
   std::size_t start = m_position;
   while (start < row.size() && IsBlank(row[start])) ++start;
   const bool quoted = start < row.size() && row[start] == '"';
@@ -103,7 +112,7 @@ inline bool CSVParser::open_quote() {
 
 // Takes a field without quotes from m_position; the view is good until the row changes.
 inline std::string_view CSVParser::read_unquoted() {
-  const std::string_view row = m_current_line;
+  const std::string_view row = m_text;
   const std::size_t begin = m_position;
   std::size_t end = begin;
   while (end < row.size() && row[end] != ',') ++end;
@@ -116,21 +125,21 @@ inline std::string_view CSVParser::read_unquoted() {
 // Appends the rest of a field whose opening quote was passed.
 void CSVParser::read_quoted(std::string& field) {
   for (;;) {
-    const std::size_t quote = m_current_line.find('"', m_position);
+    const std::size_t quote = m_text.find('"', m_position);
     if (quote == std::string::npos) {
-      field.append(m_current_line, m_position);
-      m_position = m_current_line.size();
+      field.append(m_text, m_position);
+      m_position = m_text.size();
       if (!append_line()) return;
       field += '\n';
       continue;
     }
-    field.append(m_current_line, m_position, quote - m_position);
+    field.append(m_text, m_position, quote - m_position);
     m_position = quote;
-    if (quote + 1 == m_current_line.size()) {
+    if (quote + 1 == m_text.size()) {
       ++m_position;
       return;
     }
-    if (m_current_line[quote + 1] != '"') break;
+    if (m_text[quote + 1] != '"') break;
     // DELIBERATE: the second of two quotes never closes the field, not even at the row's end; the
     // field goes on in the next line then.
     field += '"';
@@ -141,11 +150,11 @@ void CSVParser::read_quoted(std::string& field) {
     m_position += static_cast<unsigned int>(count);
   } else {
     ++m_position;
-    const std::size_t end = std::min(m_current_line.find(',', m_position), m_current_line.size());
-    field.append(m_current_line, m_position, end - m_position);
+    const std::size_t end = std::min(m_text.find(',', m_position), m_text.size());
+    field.append(m_text, m_position, end - m_position);
     m_position = end;
   }
-  if (m_position < m_current_line.size() && m_current_line[m_position] == ',') ++m_position;
+  if (m_position < m_text.size() && m_text[m_position] == ',') ++m_position;
 }
 
 // Reads the next physical line into m_line, without its line end but with a zero byte behind it.
@@ -197,8 +206,12 @@ std::string_view CSVParser::to_utf8() {
 
 // Puts the next physical line behind the row. False when there is none, or the row is full.
 bool CSVParser::append_line() {
-  if (m_current_line.size() > kMaxLine || !read_line()) return false;
+  if (m_text.size() > kMaxLine) return false;
+  if (m_text.data() != m_current_line.data()) m_current_line = m_text;
+  m_text = m_current_line;
+  if (!read_line()) return false;
   m_current_line += to_utf8();
+  m_text = m_current_line;
   return true;
 }
 
@@ -210,11 +223,11 @@ bool CSVParser::is_null_line(std::string_view line) {
 // is then how far it is to that comma or to the last character.
 bool CSVParser::is_spaces_or_tabs_behind(int& count) const {
   std::size_t end = m_position + 1;
-  while (end < m_current_line.size() && IsBlank(m_current_line[end])) ++end;
+  while (end < m_text.size() && IsBlank(m_text[end])) ++end;
   // DELIBERATE: at the row's end the last blank stays, and becomes one more, empty column.
-  if (end == m_current_line.size()) {
+  if (end == m_text.size()) {
     --end;
-  } else if (m_current_line[end] != ',') {
+  } else if (m_text[end] != ',') {
     return false;
   }
   count = static_cast<int>(end - m_position);

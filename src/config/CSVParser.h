@@ -64,8 +64,8 @@ class CSVParser {
   CSVParser& operator>>(std::string& field);
 
  private:
-  // Where a column's text stands: in m_unquoted for a quoted field, else in m_row. Rows are read
-  // for every line of large files; a string for each column would cost more than the splitting.
+  // Where a column's text stands: in m_unquoted for a quoted field, else in m_row. Files are large;
+  // a copy of each row and a string for each column would cost more than the splitting.
   struct Column {
     std::size_t begin;
     std::size_t size;
@@ -84,11 +84,13 @@ class CSVParser {
   bool is_spaces_or_tabs_behind(int& count) const;
   static std::string_view trim_last_spaces_and_tabs(std::string_view field);
 
-  std::string m_current_line;
-  std::uint64_t m_position = 0;  // in m_current_line: where the next field starts
+  std::string_view m_text;       // the row being split: a line as it was read, or m_current_line
+  std::string m_current_line;    // a row of several lines, or what operator<< was given
+  std::uint64_t m_position = 0;  // in m_text: where the next field starts
   std::vector<Column> m_columns;
-  std::string m_row;       // the last row
-  std::string m_unquoted;  // its quoted fields, one behind the other
+  std::string_view m_row;  // the last row: the line as it was read, or m_row_text
+  std::string m_row_text;
+  std::string m_unquoted;  // the quoted fields of the last row, one behind the other
   std::ifstream m_input;
   bool m_at_end = false;      // of m_input, and m_ahead is used up
   std::vector<char> m_ahead;  // what was read of m_input; from m_ahead_begin to m_ahead_end unused
