@@ -188,12 +188,13 @@ void CSVParser::read_ahead() {
   m_input.read(m_ahead.data() + m_ahead_end,
                static_cast<std::streamsize>(kMaxLine + 1 - m_ahead_end));
   m_ahead_end += static_cast<std::size_t>(m_input.gcount());
+  m_ahead_has_zeros = std::memchr(m_ahead.data(), '\0', m_ahead_end) != nullptr;
 }
 
 // The line read last, in UTF-8.
 std::string_view CSVParser::to_utf8() {
   if (IsAscii(m_line)) return m_line;
-  const std::string_view text = m_line.substr(0, m_line.find('\0'));
+  const std::string_view text = m_ahead_has_zeros ? m_line.substr(0, m_line.find('\0')) : m_line;
   if (IsUTF8(text.data(), static_cast<unsigned int>(text.size())) == 1) return m_line;
   // DELIBERATE: lines of ASCII and two-byte sequences get here, whatever they are written in.
   const std::size_t room = 4 * m_line.size() + 1;

@@ -96,6 +96,7 @@ class CSVParser {
   std::vector<char> m_ahead;  // what was read of m_input; from m_ahead_begin to m_ahead_end unused
   std::size_t m_ahead_begin = 0;
   std::size_t m_ahead_end = 0;
+  bool m_ahead_has_zeros = false;
   std::string_view m_line;        // in m_ahead: the physical line read last, a zero byte behind it
   std::vector<char> m_converted;  // its conversion
 };
