@@ -35,10 +35,11 @@ class EngineTest : public testing::Test {
     ProcessPolicy().getDBPolicy()->dbtype = dbtype;
     script.databases = {kDb};
     script.tables = {Table(kDb, kMem)};
+    const std::size_t threads = ListFolder("/proc/self/task").size();
     g_nMainRun = 0;  // the watcher has nothing to do here, and ends
     engine = std::make_unique<CMidTable>(RecordingFactory(script));
     EXPECT_TRUE(engine->Initialize());
-    while (ListFolder("/proc/self/task").size() > 1) usleep(100);
+    while (ListFolder("/proc/self/task").size() > threads) usleep(100);
     g_nMainRun = 1;
     script.Take();
   }
