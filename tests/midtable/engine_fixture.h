@@ -1,8 +1,6 @@
 // The engine over a recording back end, with definition files of the test's making.
 #pragma once
 
-#include <unistd.h>
-
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -35,11 +33,10 @@ class EngineTest : public testing::Test {
     ProcessPolicy().getDBPolicy()->dbtype = dbtype;
     script.databases = {kDb};
     script.tables = {Table(kDb, kMem)};
-    const std::size_t threads = ListFolder("/proc/self/task").size();
     g_nMainRun = 0;  // the watcher has nothing to do here, and ends
     engine = std::make_unique<CMidTable>(RecordingFactory(script));
     EXPECT_TRUE(engine->Initialize());
-    while (ListFolder("/proc/self/task").size() > threads) usleep(100);
+    AwaitSingleThread();
     g_nMainRun = 1;
     script.Take();
   }

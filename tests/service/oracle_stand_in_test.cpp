@@ -1,7 +1,5 @@
 // The Oracle road of a mem file through the real back end, with PostgreSQL in Oracle's place and
 // loader templates in its SQL: a function makes the "external" table and fills it from the file.
-#include <unistd.h>
-
 #include <memory>
 
 #include "gmock/gmock.h"
@@ -53,10 +51,9 @@ TEST(OracleStandIn, AMemFileBecomesRowsOfDayMonthAndYearTables) {
   const std::string folder = std::string(paths::kSpool) + "1a2b3c4d/";
   const std::string stem = folder + "1a2b3c4d-MEM_20121231_1004A-20121231-";
 
-  const std::size_t threads = ListFolder("/proc/self/task").size();
   g_nMainRun = 0;  // the watcher has nothing to do here, and ends
   auto engine = std::make_unique<CMidTable>();
-  while (ListFolder("/proc/self/task").size() > threads) usleep(100);
+  AwaitSingleThread();
   g_nMainRun = 1;
   ASSERT_TRUE(engine->Initialize());
   const auto total = [&](const std::string& table) {

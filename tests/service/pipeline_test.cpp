@@ -62,10 +62,9 @@ class Pipeline : public testing::Test {
       server.Run("drop database " + name);
     }
     server.Run("create database WLAN_TUNE");
-    const std::size_t threads = ListFolder("/proc/self/task").size();
     g_nMainRun = 0;  // the registry's watcher ends at once: its statements are not looked at here
     engine = std::make_unique<CMidTable>();
-    while (ListFolder("/proc/self/task").size() > threads) usleep(100);
+    AwaitSingleThread();
     g_nMainRun = 1;
     EXPECT_TRUE(engine->Initialize());
     mark = server.Mark();

@@ -1,5 +1,7 @@
 #include "testing/files.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -33,6 +35,10 @@ std::vector<std::string> ListFolder(const std::string& path) {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+void AwaitSingleThread() {
+  for (int i = 0; i < 1000 && ListFolder("/proc/self/task").size() > 1; ++i) usleep(1000);
 }
 
 CapturedStdout::CapturedStdout() { testing::internal::CaptureStdout(); }

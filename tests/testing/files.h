@@ -12,6 +12,9 @@ void WriteFile(const std::string& path, std::string_view content);
 // The names in a folder, sorted; empty for a missing one.
 std::vector<std::string> ListFolder(const std::string& path);
 
+// Waits until this process has one thread, for a second at most.
+void AwaitSingleThread();
+
 // Collects what is printed to standard output, by printf and by write(2), until text() or the end
 // of its life. One at a time.
 class CapturedStdout {
