@@ -17,7 +17,7 @@ void Repeat(CLOGER& log, int calls) {
   log.reopenfile();
 }
 
-TEST(RunLog, LinesGoToTheConsoleOrToAFileThatChangesAtThe1000thCall) {
+TEST(RunLog, DayAndSizeOfTheFileAreSeenAtEvery1000thCall) {
   fs::remove_all("/vqlog/log");
   CapturedStdout console;
   CLOGER log;
@@ -25,16 +25,17 @@ TEST(RunLog, LinesGoToTheConsoleOrToAFileThatChangesAtThe1000thCall) {
   setenv("TZ", "EAST-14", 1);
   tzset();
   log.Init();
+  for (const int level : {0, 1, 2, 3, 4, 7, -1, -2}) log("u", 12, level, "level %d", level);
+  std::thread other(Repeat, std::ref(log), 49'400);
+  Repeat(log, 49'400);
+  other.join();
   setenv("TZ", "WEST12", 1);  // 26 hours behind: another date at any time
   tzset();
-  for (const int level : {0, 1, 2, 3, 4, 7, -1, -2}) log("u", 12, level, "level %d", level);
-  std::thread other(Repeat, std::ref(log), 495);
-  Repeat(log, 496);
-  other.join();
+  Repeat(log, 191);
   std::string expected =
       "[u:12 InfoLog]:level 0\n[u:12 AlarmLog]:level 1\n[u:12 ErrLog]:level 2\n"
       "[u:12 DebugLog]:level 3\n[u:12 RealtimeLog]:level 4\n[u:12 UnKnown]:level 7\n";
-  for (int i = 0; i < 990; ++i) expected += "[t:1 InfoLog]:x\n";
+  for (int i = 0; i < 98'990; ++i) expected += "[t:1 InfoLog]:x\n";
   const std::regex time("\\]\\[[0-2]\\d:[0-5]\\d:[0-6]\\d\\]\\[");
   const auto names = ListFolder(paths::kRunLogDir);  // the new date is the smaller one
   EXPECT_EQ(std::regex_replace(ReadFile(paths::kRunLogDir + names.at(1)), time, " "), expected);
