@@ -1,11 +1,5 @@
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <csignal>
+#include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <thread>
 
 #include "gmock/gmock.h"
@@ -16,94 +10,72 @@
 namespace fs = std::filesystem;
 using testing::AnyOf, testing::HasSubstr, testing::MatchesRegex, testing::Not;
 
-constexpr char kOut[] = "/tmp/out";
-constexpr char kNoSettings[] =
-    "[dbinfo:158]<2>:dbinfo.readConfig(/virus/apache/rnweb/inc/dbinfo.conf) error. exit\n";
-constexpr char kVersion[] =
-    "midtable, version 1.0\nauthor: [^\n]+\nhistory:\nbuild date : Jan 28 2013\n\n";
-constexpr char kSecond[] = "\nanother process maybe running exit!\n";
+const std::string kSecond = "\nanother process maybe running exit!\n1\n";
 
-// Runs the program in a shell, its output in kOut, and gives its exit status.
-int Midtable(const std::string& arguments) {
-  const std::string command = std::string(MIDTABLE_PROGRAM " ") + arguments + " >" + kOut;
-  return WEXITSTATUS(std::system(command.c_str()));
+// What a shell prints for commands, in which $M is the program, and for the last one's status.
+std::string Shell(const std::string& commands) {
+  std::FILE* const pipe = popen(("M=" MIDTABLE_PROGRAM ";" + commands + ";echo $?").c_str(), "re");
+  std::string text;
+  for (int c = 0; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+  pclose(pipe);
+  return text;
 }
 
-void Eventually(const char* what, const std::function<bool()>& holds) {
-  for (int i = 0; i < 600 && !holds(); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  ASSERT_TRUE(holds()) << what;
+void Eventually(const std::string& command) {
+  const std::string loop = "until " + command + " >/dev/null; do sleep 0.05; done";
+  EXPECT_EQ(Shell("timeout 30 sh -c '" + loop + "'"), "0\n") << command;
 }
 
-// The process that holds the lock file, or 0.
-pid_t Holder() {
-  const int fd = open(paths::kLockFile, O_RDWR);
-  struct flock lock = {F_WRLCK, SEEK_SET, 0, 0, 0};
-  const bool answered = fd != -1 && fcntl(fd, F_GETLK, &lock) == 0;
-  close(fd);
-  return answered && lock.l_type != F_UNLCK ? lock.l_pid : 0;
+void Send(const std::string& signals) {
+  const std::string loop = "for s in " + signals + "; do kill -$s $(pidof midtable) || exit; done";
+  EXPECT_EQ(Shell(loop), "0\n") << signals;
 }
 
 TEST(Frame, EndsWithoutSettingsThenAnswersTheVersionThenWantsItsLock) {
-  EXPECT_EQ(Midtable("-v"), 1);
-  EXPECT_EQ(ReadFile(kOut), kNoSettings);
-  WriteFile(paths::kSettingsFile, "host=h\n\nport=1");
-  EXPECT_EQ(Midtable("-app"), 1);
-  EXPECT_EQ(ReadFile(kOut), kNoSettings);
+  EXPECT_EQ(Shell("$M -v"), "[dbinfo:158]<2>:dbinfo.readConfig(" +
+                                std::string(paths::kSettingsFile) + ") error. exit\n1\n");
   WriteFile(paths::kSettingsFile, "host=h");
-  for (const char* arguments : {"-v", "-app x -verbose"}) {
-    EXPECT_EQ(Midtable(arguments), 0);
-    EXPECT_THAT(ReadFile(kOut), MatchesRegex(kVersion));
-    EXPECT_FALSE(fs::exists(paths::kLockFile));
-  }
+  EXPECT_THAT(Shell("$M -v && $M -app x -verbose"),
+              MatchesRegex("(midtable, version 1.0\nauthor: [^\n]+\nhistory:\n"
+                           "build date : Jan 28 2013\n\n){2}0\n"));
+  EXPECT_FALSE(fs::exists(paths::kLockFile));
   fs::create_directory(paths::kLockFile);
-  EXPECT_EQ(Midtable("-app"), 1);
-  EXPECT_EQ(ReadFile(kOut), std::string("open file /tmp/midtable.lock failed errno 21") + kSecond);
+  EXPECT_EQ(Shell("$M -app"), "open file /tmp/midtable.lock failed errno 21" + kSecond);
   fs::remove(paths::kLockFile);
 }
 
-void LaySettings() {
-  const MYSQLAUTH auth = MariadbServer::Get().Auth();
-  WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
-                                      "\nuser=" + auth.user + "\npassword=" + auth.password);
-  fs::create_directories(paths::kSpool);
-}
+struct RunningFrame : testing::Test {
+  RunningFrame() {
+    const MYSQLAUTH auth = MariadbServer::Get().Auth();
+    WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
+                                        "\nuser=" + auth.user + "\npassword=" + auth.password);
+    fs::create_directories(paths::kSpool);
+  }
+  ~RunningFrame() { EXPECT_FALSE(fs::exists(paths::kLockFile)); }
+};
 
-TEST(RunningFrame, ForegroundStopsOnSigintOnly) {
-  LaySettings();
-  std::thread service([] { EXPECT_EQ(Midtable("-apple debug=1"), 0); });
-  // Whole lines reach a file as they are written.
-  Eventually("a pass", [] { return ReadFile(kOut).find("no file to load") != std::string::npos; });
-  const pid_t pid = Holder();
-  for (const int sig : {SIGTERM, SIGPIPE}) EXPECT_EQ(kill(pid, sig), 0);
-  EXPECT_EQ(std::system((MIDTABLE_PROGRAM " -app >/tmp/second")), 1 << 8);
-  EXPECT_EQ(ReadFile("/tmp/second"), kSecond);
-  EXPECT_EQ(Holder(), pid);
-  kill(pid, SIGINT);
+TEST_F(RunningFrame, ForegroundStopsOnSigintOnly) {
+  std::thread service([] { EXPECT_EQ(Shell("$M -apple debug=1 >/tmp/out"), "0\n"); });
+  Eventually("grep \"no file to load\" /tmp/out");  // lines reach a file as they are written
+  Send("TERM PIPE");
+  EXPECT_EQ(Shell("$M -app"), kSecond);
+  EXPECT_TRUE(fs::exists(paths::kLockFile));
+  Send("INT");
   service.join();
-  EXPECT_THAT(ReadFile(kOut), HasSubstr("[main:12]<-1>:Recv signal:2 ... \n"));
-  EXPECT_THAT(ReadFile(kOut), Not(AnyOf(HasSubstr("signal:15"), HasSubstr("daemon"))));
-  EXPECT_FALSE(fs::exists(paths::kLockFile));
+  EXPECT_THAT(ReadFile("/tmp/out"), HasSubstr("[main:12]<-1>:Recv signal:2 ... \n"));
+  EXPECT_THAT(ReadFile("/tmp/out"), Not(AnyOf(HasSubstr("signal:15"), HasSubstr("daemon"))));
 }
 
-TEST(RunningFrame, DetachesWithOneLineIntoFileAndPipe) {
-  LaySettings();
-  for (const char* output : {"", "| cat "}) {
+TEST_F(RunningFrame, DetachesWithOneLineIntoFileAndPipe) {
+  for (const char* commands : {"$M >/tmp/out && cat /tmp/out", "$M"}) {
     fs::remove_all(paths::kRunLogDir);
-    EXPECT_EQ(Midtable(output), 0);
-    EXPECT_EQ(ReadFile(kOut), "start daemon OK\n");
-    Eventually("started", [&] { return !ListFolder(paths::kRunLogDir).empty(); });
-    const pid_t pid = Holder();
-    const std::string process = "/proc/" + std::to_string(pid);
-    EXPECT_EQ(fs::read_symlink(process + "/cwd"), "/");
-    EXPECT_EQ(fs::read_symlink(process + "/fd/1"), "/dev/null");
-    EXPECT_THAT(ReadFile(process + "/status"), HasSubstr("Umask:\t0000\n"));
-    for (const int sig : {SIGHUP, SIGABRT, SIGPIPE, SIGTERM}) EXPECT_EQ(kill(pid, sig), 0);
-    kill(pid, SIGINT);
-    Eventually("ended", [&] { return kill(pid, 0) != 0; });
-    EXPECT_FALSE(fs::exists(paths::kLockFile));
-    EXPECT_THAT(ReadFile(paths::kRunLogDir + ListFolder(paths::kRunLogDir).at(0)),
+    EXPECT_EQ(Shell(commands), "start daemon OK\n0\n");
+    Eventually("test -e /vqlog/log/midtable/*.log");
+    EXPECT_EQ(Shell("cd /proc/$(pidof midtable) && readlink cwd fd/1 && grep Umask status"),
+              "/\n/dev/null\nUmask:\t0000\n0\n");
+    Send("HUP ABRT PIPE TERM INT");
+    Eventually("! pidof midtable");
+    EXPECT_THAT(Shell("cat /vqlog/log/midtable/*.log"),
                 HasSubstr("[InfoLog]:make mid table service is starting\n"));
   }
 }
