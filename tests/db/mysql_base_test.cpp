@@ -6,8 +6,7 @@
 #include "testing/files.h"
 #include "testing/mariadb_server.h"
 
-using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::ElementsAre, testing::HasSubstr;
 
 static bool g_init_fails = false;
 
@@ -35,71 +34,55 @@ class MysqlBase : public testing::Test {
 };
 
 TEST_F(MysqlBase, SendsTheseStatementsAndNoOthers) {
+  CapturedStdout out;
   unsigned int count = 0;
   EXPECT_TRUE(m_sql.isDBAlive() && m_sql.existDB("alpha") && m_sql.existTable("t"));
   EXPECT_EQ(0, m_sql.changeDB("alpha", "other"));
-  EXPECT_EQ(0, m_sql.fetchRecordSet("select\n 1", m_rows));
+  EXPECT_EQ(0, m_sql.fetchRecordSet("select 5 as a, null as b", m_rows));
   EXPECT_EQ(1146, m_sql.RowsCountBySQL("select * from missing", &count));
   EXPECT_EQ(0, m_sql.connectDB());
-  EXPECT_THAT(m_server.Statements(m_mark),
-              ElementsAre("SHOW DATABASES LIKE 'alpha'", "SHOW TABLES LIKE 't'", "use alpha",
-                          "select\n 1", "select * from missing"));
-  EXPECT_THAT(m_server.Sessions(m_mark), ElementsAre());
-}
-
-TEST_F(MysqlBase, TracesReadsAndLogsFailuresWhenAskedTo) {
-  CapturedStdout out;
-  EXPECT_EQ(0, m_sql.fetchRecordSet("select 5 as a, null as b", m_rows));
   EXPECT_EQ(-1, m_sql.executeSQL("select * from quiet", 0));
   EXPECT_EQ(-1, m_sql.changeDB("nodb"));
-  const std::string text = out.text();
-  EXPECT_THAT(text, HasSubstr("sql is select 5 as a, null as b\nfield.name 0x"));
-  EXPECT_THAT(text, testing::EndsWith("(b) value (NULL)\n[MysqlBase:114]<2>:execute use nodb "
-                                      "failed, error:Unknown database 'nodb'\n"));
-  const std::string longer = "select " + std::string(20000, '1') + " from missing";
-  EXPECT_EQ(-1, m_sql.executeSQL(longer.c_str(), 0));
-  EXPECT_EQ("execute " + longer + " failed, error:Table 'alpha.missing' doesn't exist",
-            m_sql.getLastError());
-  EXPECT_EQ(0, m_sql.reconnectDB());
-  EXPECT_THAT(m_server.Sessions(m_mark),
-              ElementsAre("Quit ", "Connect midtable@127.0.0.1 on alpha using TCP/IP"));
+  EXPECT_THAT(m_server.Statements(m_mark),
+              ElementsAre("SHOW DATABASES LIKE 'alpha'", "SHOW TABLES LIKE 't'", "use alpha",
+                          "select 5 as a, null as b", "select * from missing",
+                          "select * from quiet", "use nodb"));
+  EXPECT_THAT(out.text(), testing::MatchesRegex(
+                              "sql is select 5 as a, null as b\nfield.name 0x.*\\(a\\) value "
+                              "\\(5\\)\n.*\\(b\\) value \\(NULL\\)\n\\[MysqlBase:114]<2>:execute "
+                              "use nodb failed, error:Unknown database 'nodb'\n"));
 }
 
 // Deliberate: a name is a pattern, and only the first match counts.
 TEST_F(MysqlBase, LooksAtTheFirstMatchOnly) {
-  m_server.Run(
-      "drop database if exists aXc; create or replace database a_c;"
-      "create table alpha.p_q (x int)");
+  m_server.Run("create or replace database a_c; create table alpha.p_q (x int)");
   EXPECT_TRUE(m_sql.existDB("a_c") && m_sql.existTable("p_q"));
-  m_server.Run("create database aXc;create table alpha.pXq (x int)");
+  m_server.Run("create or replace database aXc; create table alpha.pXq (x int)");
   EXPECT_FALSE(m_sql.existDB("a_c") || m_sql.existTable("p_q"));
   EXPECT_TRUE(m_sql.existDB("INFORMATION_SCHEMA")) << "letter case does not count";
 }
 
 TEST_F(MysqlBase, StreamsRows) {
-  CapturedStdout long_traces;
-  ASSERT_EQ(0, m_sql.fetchRecordSet("select repeat('x', 1000000) as v from seq_1_to_50"));
   SqlRecord record;
-  ASSERT_EQ(0, m_sql.fetchRecord(record));
-  const char* sending =
-      "select count(*) from information_schema.processlist "
-      "where info like 'select repeat%' and command = 'Query'";
-  EXPECT_THAT(m_server.Run(sending), ElementsAre("1")) << "the server still has rows to send";
+  EXPECT_EQ(0, m_sql.fetchRecordSet("select seq as v from seq_1_to_2"));
+  EXPECT_EQ(0, m_sql.fetchRecord(record));
+  EXPECT_EQ(-1, m_sql.executeSQL("select 1", 0)) << "the second row is on its way";
   m_sql.clearRecordSet();
   EXPECT_EQ(0, m_sql.fetchRecord(record)) << "no read is open";
-  EXPECT_EQ(1000000U, record["v"].size());
+  EXPECT_EQ("1", record["v"]);
 }
 
-TEST_F(MysqlBase, TellsWhyItCannotConnect) {
+TEST_F(MysqlBase, TellsWhyItFails) {
+  const std::string longer = "select " + std::string(20000, '1') + " from missing";
+  EXPECT_EQ(-1, m_sql.executeSQL(longer.c_str(), 0));
+  EXPECT_EQ("execute " + longer + " failed, error:Table 'alpha.missing' doesn't exist",
+            m_sql.getLastError());
   m_sql.closeDB();
-  for (const bool fails : {true, true, false}) {  // a refused handle is not tried again
+  for (const bool fails : {true, false}) {  // a refused handle is not tried again
     g_init_fails = fails;
     EXPECT_EQ(-1, m_sql.connectDB());
     EXPECT_EQ("mysql_init() error", m_sql.getLastError());
-    EXPECT_EQ(-1, m_sql.executeSQL("select 1", 0));
-    EXPECT_FALSE(m_sql.isDBAlive() || m_sql.existDB("alpha"));
   }
-  EXPECT_EQ(0, m_sql.reconnectDB());
   m_auth.password = "wrong";
   EXPECT_EQ(1, m_sql.setAuth(&m_auth));
   EXPECT_EQ(-1, m_sql.reconnectDB());

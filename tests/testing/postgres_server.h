@@ -1,9 +1,6 @@
 // The private PostgreSQL server of a test program, in the place of an Oracle server.
 #pragma once
 
-#include <stdlib.h>
-
-#include "config/dbinfo.h"
 #include "testing/private_server.h"
 
 class PostgresServer : public PrivateServer {
@@ -12,14 +9,6 @@ class PostgresServer : public PrivateServer {
   static PostgresServer& Get() {
     static PostgresServer server;
     return server;
-  }
-  // The Oracle record of a user who may do everything.
-  static MYSQLAUTH Auth(const std::string& user = "midtable") {
-    MYSQLAUTH auth;
-    auth.user = user;
-    auth.password = auth.new_user_password = "secret";
-    auth.dbtype = "oracle";
-    return auth;
   }
   // Makes user and schema `name`, empty, with the password "secret".
   void CreateStore(const std::string& name) const {
