@@ -1,23 +1,24 @@
 // Rows of ASCII come back as they were when they are written in quotes and read again.
+#include <iomanip>
+#include <sstream>
+
 #include "config/CSVParser.h"
 #include "config/TextEncoding.h"
 #include "fuzz/fuzz.h"
 
 std::string Canonical(const std::string& input) {
   CSVParser parser;
-  Expect(parser.init(FileOf(input)));
+  assert(parser.init(FileOf(input)));
   std::string rows;
   while (parser.has_more_rows() && parser.get_next_row() == 1) {
-    std::string row;
+    std::ostringstream row;
     const auto size = static_cast<unsigned int>(parser.get_column_size());
-    Expect(size > 0 && parser.get_column_by_id(size).empty());
+    assert(size > 0 && parser.get_column_by_id(size).empty());
     for (unsigned int i = 0; i < size; ++i) {
-      row += i == 0 ? "\"" : ",\"";
-      for (const char c : parser.get_column_by_id(i)) row += c == '"' ? "\"\"" : std::string(1, c);
-      row += '"';
+      row << (i == 0 ? "" : ",") << std::quoted(parser.get_column_by_id(i), '"', '"');
     }
     // Other encodings are converted, and a CRLF within a field becomes an LF.
-    if (IsAscii(row) && row.find("\r\n") == std::string::npos) rows += row + "\n";
+    if (IsAscii(row.str()) && row.str().find("\r\n") == std::string::npos) rows += row.str() + "\n";
   }
   return rows;
 }

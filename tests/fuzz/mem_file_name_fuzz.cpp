@@ -4,11 +4,11 @@
 
 std::string Canonical(const std::string& input) {
   const std::string path = MemFilePath(input), table = MemFileTable(input);
-  Expect(path.empty() || (FileNameOf(path) == FileNameOf(input) && MemFileTable(path) == table));
-  Expect(path.empty() || MemFileDatabase(path) == MemFileDatabase(input));
-  Expect(table.size() < 64 && (table.size() <= 13 || TextAt(table, 13, 3) == "000"));
-  Expect(!IsMemFileName(input) || input.ends_with(".dat"));
+  assert(path.empty() || (FileNameOf(path) == FileNameOf(input) && MemFileTable(path) == table));
+  assert(path.empty() || MemFileDatabase(path) == MemFileDatabase(input));
+  assert(table.size() < 64 && (table.size() <= 13 || TextAt(table, 13, 3) == "000"));
+  assert(!IsMemFileName(input) || input.ends_with(".dat"));
   const bool quotes = input.find_first_of("'\"`\\\n") != std::string::npos;
-  Expect(!quotes || (!IsSafePath(input) && !IsSafeIdentifier(input)));
+  assert(!quotes || (!IsSafePath(input) && !IsSafeIdentifier(input)));
   return path;
 }

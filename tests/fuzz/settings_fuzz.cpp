@@ -4,7 +4,7 @@
 
 std::string Canonical(const std::string& input) {
   CDBInfo settings(FileOf(input));
-  Expect(settings.readConfig() == settings.getError().empty());
+  assert(settings.readConfig() == settings.getError().empty());
   std::string text = std::to_string(settings.getPort()) + "=port\n";
   for (const char* key : {"host", "port", "user", "dbname0", ""}) {
     text += key + (" =\t" + settings.getValue(key)) + "\r\n" + key + "=later\n";
