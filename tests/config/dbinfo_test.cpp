@@ -38,6 +38,7 @@ TEST(Settings, NumbersAreDigitsOnly) {
   const auto list = Settings("dbcount=02\ndbname0=a\ndbdepict0=first").getDBInfoList();
   EXPECT_EQ(list.at(0).dbname + list[0].dbdepict + list.at(1).dbname, "afirst");
   EXPECT_EXIT(Settings("dbcount=x").getDBInfoList(), testing::ExitedWithCode(0), "");
+  EXPECT_DEATH(CDBInfo(nullptr), "dbinfo:60: requirement path failed");  // in a release, too
 }
 
 TEST(Policy, OnlyTheExactNamesSelectOracle) {

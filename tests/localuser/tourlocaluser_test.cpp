@@ -124,6 +124,7 @@ TEST_F(LocalUser, FlagsAUserByTheBlockOfTheName) {
   }
   EXPECT_EQ(blocks, "1399999 1310000 1310737 1400000 1500000 1810737 1380013 1380013 - - - ");
   EXPECT_EQ(m_registry.GetUserName(0x3FFFFFFF), "131073741823");
+  EXPECT_DEATH(m_registry.GetUserName(0), "requirement user_crc failed");
 }
 
 TEST_F(LocalUser, CopiesWellFormedRecordsWithFlagAndMode) {
