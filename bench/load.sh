@@ -17,18 +17,11 @@ fi
 program=$2 rows=$3 rounds=$4
 spool=/vqlog/log_data/midtable
 log=/tmp/server/general.log
+folder=/tmp
+# shellcheck source=bench/timing.sh
+source bench/timing.sh
 
 client() { mariadb --no-defaults -h127.0.0.1 -P"$port" -umidtable -psecret "$@"; }
-# timed NAME COMMAND...: appends its seconds to the times of NAME.
-timed() {
-  local name=$1 start=$EPOCHREALTIME
-  shift
-  "$@"
-  awk -v start="$start" -v end="$EPOCHREALTIME" 'BEGIN { printf "%.3f\n", end - start }' \
-    >>"/tmp/$name.times"
-}
-median() { sort -n "/tmp/$1.times" | sed -n "$(((rounds + 1) / 2))p"; }
-
 empty_databases() {
   local database
   for database in $(client -N -e "show databases like 'WLAN%'"); do

@@ -18,17 +18,10 @@ awk_script=$(dirname "${BASH_SOURCE[0]}")/rewrite.awk
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# timed NAME COMMAND...: appends the seconds to the times of NAME.
-timed() {
-  local name=$1 start=$EPOCHREALTIME
-  shift
-  "$@"
-  awk -v start="$start" -v end="$EPOCHREALTIME" 'BEGIN { printf "%.4f\n", end - start }' \
-    >>"$folder/$name.times"
-}
+# shellcheck source=bench/timing.sh
+source "$(dirname "${BASH_SOURCE[0]}")/timing.sh"
 run_program() { "$program" "$1" "$folder" "$folder/$1.out" >/dev/null 2>>"$folder/$1.memory"; }
 run_awk() { "$1" -f "$awk_script" "$folder/blocks.csv" "$folder/mem.dat" >"$folder/$1.out"; }
-median() { sort -n "$1" | sed -n "$(((rounds + 1) / 2))p"; }
 
 "$program" make "$records" "$blocks" "$folder"
 # The machine's own awk counts for the goal; mawk, the fastest one, is shown where it is another.
@@ -49,10 +42,10 @@ done
 
 printf 'Rewriting %d records with %d blocks, median of %d runs in turns\n\n' \
   "$records" "$blocks" "$rounds"
-ours=$(median "$folder/ours.times")
+ours=$(median ours)
 printf '%-34s %9s %12s %9s\n' '' seconds records/s 'to ours'
 row() {
-  awk -v name="$1" -v time="$(median "$folder/$2.times")" -v ours="$ours" -v records="$records" \
+  awk -v name="$1" -v time="$(median "$2")" -v ours="$ours" -v records="$records" \
     'BEGIN { printf "%-34s %9.3f %12d %9.2f\n", name, time, records / time, time / ours }'
 }
 row 'midtable' ours
@@ -68,8 +61,8 @@ run_program ours
 large=$(cat "$folder/ours.memory")
 printf '\npeak memory %d KiB; with %d records %d KiB\n' "$small" $((records * 10)) "$large"
 
-awk -v ours="$ours" -v bare="$(median "$folder/bare.times")" -v small="$small" -v large="$large" \
-  -v script="$(median "$folder/$own_awk.times")" \
+awk -v ours="$ours" -v bare="$(median bare)" -v small="$small" -v large="$large" \
+  -v script="$(median "$own_awk")" \
   'BEGIN {
     failed = 0
     if (ours > 1.5 * bare) { print "missed: at most 1.5 times the bare loop"; failed = 1 }
