@@ -18,6 +18,7 @@ bool CSVParser::init(const std::string& path) {
   if (!m_input.is_open()) {
     m_input.open(path, std::ios::in | std::ios::binary);
     m_at_end = false;
+    m_cut = false;
     m_ahead.resize(kMaxLine + 2);  // the longest line, its line feed, a zero byte
     m_ahead_begin = 0;
     m_ahead_end = 0;
@@ -169,7 +170,8 @@ bool CSVParser::read_line() {
     end = static_cast<char*>(std::memchr(begin, '\n', m_ahead_end));
     if (end == nullptr) {
       m_at_end = true;
-      if (m_input.bad() || m_ahead_end > kMaxLine) return false;
+      m_cut = m_input.bad() || m_ahead_end > kMaxLine;
+      if (m_cut) return false;
       end = begin + m_ahead_end;
     }
   }

@@ -15,7 +15,8 @@
 // Limits: a physical line longer than kMaxLine bytes is no table row: reading ends before it, as at
 // the end of the file. A row that an open quote has made longer than kMaxLine ends with the line
 // that did it. So memory stays below 32 MiB whatever the file holds, and even a source without end
-// is read to an end. A read error and a folder count as the end of the file too.
+// is read to an end. A read error and a folder count as the end of the file too;
+// is_cut() tells such an end from the file's own.
 //
 // Not for use by two threads at a time.
 #pragma once
@@ -45,6 +46,8 @@ class CSVParser {
 
   // True while a file is open and its end was not reached: there may be one more row.
   bool has_more_rows() const;
+  // True when the reading of the open file, or of the last one, ended before the file's end.
+  bool is_cut() const { return m_cut; }
   // Reads the next row that is not blank, replacing the last one. 1 when there was one, 0 at the
   // end of the file or without a file; there are no columns then. When memory runs out
   // "malloc toLine failed!" goes to standard output, and the answer is 1 with no columns.
@@ -93,6 +96,7 @@ class CSVParser {
   std::string m_unquoted;  // the quoted fields of the last row, one behind the other
   std::ifstream m_input;
   bool m_at_end = false;      // of m_input, and m_ahead is used up
+  bool m_cut = false;         // m_at_end came before the file's end
   std::vector<char> m_ahead;  // what was read of m_input; from m_ahead_begin to m_ahead_end unused
   std::size_t m_ahead_begin = 0;
   std::size_t m_ahead_end = 0;

@@ -37,6 +37,9 @@ int TourLocalUser::LoadConfig(const std::string& path) {
     m_setLocalPrefix.insert(block);
   }
   parser.close();
+  if (parser.is_cut()) {
+    g_loger(kUnit, __LINE__, kError, "CSV file %s not read to its end", path.c_str());
+  }
   g_loger(kUnit, __LINE__, kInfo, "LoadConfig finished\n");
   return 1;
 }

@@ -62,6 +62,12 @@ TEST_F(LocalUser, LooksUpBlocksOfEveryShape) {
   for (const int local : {0, 1}) {
     for (const auto& user : users[local]) EXPECT_EQ(m_registry.isLocalUser(user), local) << user;
   }
+  LoadBlocks("1380013\n" + std::string(300'000, 'x') + "\n1390013\n");
+  for (const char* cut : {"/tmp/b.csv", "/tmp"}) {  // an overlong line, a folder
+    CapturedStdout log;
+    m_registry.LoadConfig(cut);
+    EXPECT_NE(log.text().find("not read to its end"), std::string::npos) << cut;
+  }
   EXPECT_EQ(m_registry.LoadConfig("/tmp/none.csv"), 0);
   EXPECT_EQ(m_registry.isLocalUser("13800138000"), 0);
 }
