@@ -84,14 +84,14 @@ for ((round = 0; round < rounds; ++round)); do
   empty_databases
   mark=$(($(stat -c %s $log) + 1))
   timed service play_service
-  statements >/tmp/statements.sql
-  totals >/tmp/service.totals
+  statements >"$folder/statements.sql"
+  totals >"$folder/service.totals"
   # The replay loads the files as the service left them, rewritten, under the names it loaded.
   for file in "$spool"/*/*.mid; do mv "$file" "${file%.mid}.dat"; done
   empty_databases
-  timed limit client -e 'source /tmp/statements.sql' >/dev/null
-  totals >/tmp/limit.totals
-  cmp /tmp/service.totals /tmp/limit.totals
+  timed limit client -e "source $folder/statements.sql" >/dev/null
+  totals >"$folder/limit.totals"
+  cmp "$folder"/{service,limit}.totals
 done
 
 printf 'Loading and converting %d rows in %d files, median of %d rounds in turns\n\n' \
