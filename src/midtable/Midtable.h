@@ -22,6 +22,8 @@
 #include "db/SqlBase.h"
 #include "db/SqlFactory.h"
 #include "localuser/tourlocaluser.h"
+#include "midtable/settled_files.h"
+#include "midtable/spool_file.h"
 #include "midtable/sql_template.h"
 
 class TableDefinitions;
@@ -65,7 +67,8 @@ class CMidTable {
   // Item "filepath", "dbname" or "tablename" of a mem file; empty when there is none.
   static std::string GetItemFromName(const std::string& path, const char* key);
   static bool IsTableNameConflict(const std::list<std::string>& list, const std::string& path);
-  // Queues up to two files of distinct tables; true when the queue is not empty afterwards.
+  // Queues up to two files of distinct tables, none of which is settled; true when the queue is not
+  // empty afterwards.
   bool GetMemFiles(const std::string& dbname);
 
   // --- mem tables (mem_table.cpp)
@@ -186,6 +189,7 @@ class CMidTable {
   bool m_bNoFileLoaded = false;
   std::map<std::string, int> m_mapMidTable;  // failures by database and full mid table name
   std::list<std::string> m_lstMemFile;       // queued full paths
+  SettledFiles m_settled;                    // done with, but still named ".dat"
   TourLocalUser m_localUser;
   bool m_bFConvert = false;
 };

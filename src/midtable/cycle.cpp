@@ -115,6 +115,7 @@ bool CMidTable::Reconnect() {
 }
 
 bool CMidTable::MakeMidTable() {
+  m_settled.RetryRenames();
   if (!GetDblist()) return false;
   m_bNoFileLoaded = true;
   for (const std::string& name : m_lstDbName) {

@@ -83,7 +83,7 @@ bool CMidTable::GetMemFiles(const std::string& dbname) {
   for (int i = listing.count() - 1; i >= 0 && m_lstMemFile.size() < kQueuedPerPass; --i) {
     if (!IsLoadFile(listing.name(i))) continue;
     const std::string path = folder + "/" + listing.name(i);
-    if (IsTableNameConflict(m_lstMemFile, path)) continue;
+    if (IsTableNameConflict(m_lstMemFile, path) || m_settled.Contains(path)) continue;
     m_lstMemFile.push_front(path);
     g_loger(kUnit, __LINE__, kConsole, "file %s is push to list", path.c_str());
   }

@@ -176,10 +176,10 @@ void CMidTable::RemoveOneMemFile(const std::string& path, const std::string& suf
   const std::string file = GetItemFromName(path, "filepath");
   if (file.empty()) return;
   const std::string renamed = file.substr(0, file.rfind('.')) + suffix;
-  if (std::rename(file.c_str(), renamed.c_str()) != 0) {
-    g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", file.c_str(),
-            renamed.c_str(), errno);
-  }
+  if (MoveMemFile(file, renamed)) return;
+  g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", file.c_str(),
+          renamed.c_str(), errno);
+  m_settled.Add(file, renamed);
 }
 
 bool CMidTable::MysqlLoadOneTable(const std::string& tablename, const std::string& dbname,

@@ -1,0 +1,66 @@
+#include "midtable/spool_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "log/zux_center_log.h"
+#include "midtable/unit.h"
+
+namespace {
+
+bool IsSameFile(const std::string& a, const std::string& b) {
+  const auto first = IdentityOf(a);
+  const auto second = IdentityOf(b);
+  return first && second && first->IsSameFile(*second);
+}
+
+// Renames unless something has the new name, which is EEXIST.
+bool RenameToFreeName(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // Not every file system can tell and rename in one step.
+  if (IdentityOf(to)) {
+    errno = EEXIST;
+    return false;
+  }
+  return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+bool SetAside(const std::string& path) {
+  std::string aside;
+  int number = 0;
+  do {
+    aside = path + '.' + std::to_string(++number);
+    if (RenameToFreeName(path, aside)) {
+      g_loger(kUnit, __LINE__, kInfo, "file (%s) is kept as (%s)", path.c_str(), aside.c_str());
+      return true;
+    }
+  } while (errno == EEXIST);
+  return false;
+}
+
+}  // namespace
+
+std::optional<FileIdentity> IdentityOf(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0) return std::nullopt;
+  return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                      status.st_mtim.tv_nsec};
+}
+
+bool MoveMemFile(const std::string& from, const std::string& to) {
+  // rename(2) does nothing where both are names of one file.
+  if (IsSameFile(from, to)) return unlink(from.c_str()) == 0;
+  if (!to.ends_with(".err")) return std::rename(from.c_str(), to.c_str()) == 0;
+  if (RenameToFreeName(from, to)) return true;
+  return errno == EEXIST && SetAside(to) && RenameToFreeName(from, to);
+}
+
+bool KeepMemFile(const std::string& path, const std::string& kept) {
+  if (link(path.c_str(), kept.c_str()) == 0 || IsSameFile(path, kept)) return true;
+  if (IdentityOf(kept) && !SetAside(kept)) return false;
+  return link(path.c_str(), kept.c_str()) == 0 || RenameToFreeName(path, kept);
+}
