@@ -1,9 +1,11 @@
-// The Oracle back end of a build without ODBC: every operation fails and says why.
+// What stands in for the Oracle back end where that is not installed: every operation fails and says
+// why.
 #include "db/OracleBase.h"
 
 namespace {
 
-constexpr char kAbsent[] = "this program was built without Oracle support (no ODBC at build time)";
+constexpr char kAbsent[] =
+    "Oracle back end not installed: install package midtable-oracle, or build with unixODBC";
 
 }  // namespace
 

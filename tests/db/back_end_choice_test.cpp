@@ -1,4 +1,4 @@
-// Which back end a record gets, in a program whose Oracle back end was built without ODBC.
+// Which back end a record gets, in a program whose Oracle back end is not installed.
 #include "db/SqlFactory.h"
 #include "gmock/gmock.h"
 
@@ -8,7 +8,7 @@ TEST(BackEndChoice, NeverTakesAnOracleRecordForMysql) {
     auth.dbtype = type;
     const auto sql = CreateSqlBase(auth);
     EXPECT_EQ(-1, sql->connectDB());
-    const char* why = type[0] == 'o' ? "built without Oracle support" : "connect failed, error:";
+    const char* why = type[0] == 'o' ? "Oracle back end not installed" : "connect failed, error:";
     EXPECT_THAT(sql->getLastError(), testing::HasSubstr(why)) << type;
   }
 }
