@@ -1,0 +1,117 @@
+# Part of play: two appliances on one Galera cluster of three nodes, of which one is killed.
+# shellcheck shell=bash disable=SC2154,SC2034
+
+cluster() {
+  step "Cluster: two appliances on three nodes"
+  start_cluster
+  local machine
+  use node1
+  set_up_databases "${ids[a]}" "${ids[b]}"
+  for machine in a b; do
+    if [ $machine = b ]; then use node2; fi
+    configure "$stage/$machine" "$sample"
+    start_service $machine
+  done
+  # The mem tables of all days are there after this, which the next step needs.
+  step "Appliance a loads through node1, b through node2: the files of the afternoons"
+  for machine in a b; do feed $machine '*_[12][026]00?-*'; done
+  wait_until "a has converted them" has_done_all a node1
+  wait_until "b has converted them" has_done_all b node2
+  kill_a_node_in_a_load
+  move_to_another_node
+  wait_until "a has converted all" has_done_all a node3
+  wait_until "b has converted all" has_done_all b node2
+  for machine in a b; do stop_service $machine; done
+  compare_nodes
+  stop_servers node3 node2 node1
+}
+
+# A server that sees the mem files of both appliances, as if their folders were mounted there.
+start_reader() {  # as start_server
+  local machine mounts=()
+  for machine in a b; do
+    mkdir -p "$(spool $machine)"
+    mounts+=(--bind "$(spool $machine)" "/vqlog/log_data/midtable/${ids[$machine]}")
+  done
+  start_server "$@"
+}
+
+start_node() { start_reader "node$1" node "$@"; }  # start_node NUMBER [OPTION]
+
+start_cluster() {
+  start_node 1 --wsrep-new-cluster
+  start_node 2
+  start_node 3
+  echo "    nodes in the cluster: $(status_of node1 wsrep_cluster_size)"
+}
+
+status_of() { query "$1" "show status like '$2'" | cut -f 2; }
+
+# Another session holds a record of the file that a loads next: the load waits in the middle of the
+# file, and is there when the node dies.
+kill_a_node_in_a_load() {
+  local file name table record rows
+  file=$(printf '%s\n' "$sample/spool/${ids[a]}"/*_0800F-*.dat | tail -1)
+  name=$(basename "$file")
+  table=WLAN_${ids[a]}.${name:9:13}000${name:25:2}
+  record=$(sed -n "$(($(wc -l <"$file") / 2))p" "$file" | cut -f 1)
+  step "The other files; node1 is killed (-9) in the middle of $name"
+  query node1 "set sql_mode = ''; begin; insert into $table (record_id, start_time) values ($record, now());
+               do sleep($patience)" >"$stage/holder.txt" 2>&1 &
+  wait_until "the record is held" has_transactions "trx_rows_modified = 1"
+  feed a '*_0?00?-*'
+  wait_until "the load waits" has_transactions "trx_state = 'LOCK WAIT'"
+  rows=$(query node1 "select trx_rows_modified from information_schema.innodb_trx
+                      where trx_state = 'LOCK WAIT'")
+  feed b '*_0?00?-*'
+  wait_until "b is at work" has_loaded b $(($(count b mid) + 2))
+  server kill node1
+  echo "    killed when $rows rows of the file were in $table"
+  wait "${service[a]}" || problems+=("the service of a ended with status $?")
+  echo "    the service of a gave up after its reconnections and ended; the file is" \
+    "$(basename "$(find "$(spool a)" -name "${name%.dat}.*")")"
+  echo "    nodes in the cluster: $(status_of node2 wsrep_cluster_size); rows in $table: $(query node2 "select count(*) from $table")"
+  wait_until "b has loaded all" has_loaded b "$(find "$sample/spool/${ids[b]}" -name '*.dat' | wc -l)"
+  echo "    b went on, after $(longest_pause b) s without a file"
+}
+
+has_transactions() {  # has_transactions CONDITION: on node1
+  [ "$(query node1 "select count(*) from information_schema.innodb_trx where $1")" != 0 ]
+}
+
+longest_pause() {  # longest_pause APPLIANCE: between two files of the second lot, in seconds
+  find "$(spool "$1")" -name '*_0?00?-*.mid' -printf '%C@\n' | sort -n |
+    awk 'NR > 1 && $1 - last > longest { longest = $1 - last } { last = $1 } END { printf "%.1f", longest }'
+}
+
+move_to_another_node() {
+  step "node1 comes back; a goes on through node3, and the files that failed are tried again"
+  local joiner
+  start_node 1 &
+  joiner=$!
+  use node3
+  configure "$stage/a" "$sample"
+  start_service a
+  local failed
+  # The lines of a file of kind F may have their last field already.
+  for failed in "$(spool a)"/*.err; do
+    if [ -e "${failed%.err}.mid" ]; then continue; fi
+    cut -f 1-11 "$failed" >"$failed.tmp"
+    mv "$failed.tmp" "${failed%.err}.dat"
+    rm "$failed"
+    echo "    tried again: $(basename "${failed%.err}.dat")"
+  done
+  echo "    files of a waiting while node1 fetches its copy: $(count a dat)"
+  wait $joiner || exit 1
+  echo "    node1 is $(status_of node1 wsrep_local_state_comment), nodes in the cluster:" \
+    "$(status_of node1 wsrep_cluster_size); files of a still waiting: $(count a dat)"
+}
+
+compare_nodes() {
+  step "Every row of every mid table"
+  local node
+  for node in node1 node2 node3; do
+    query $node "set wsrep_sync_wait = 1; select 1" >/dev/null
+    compare $node a b
+  done
+}

@@ -1,0 +1,55 @@
+# Part of play: the time of one appliance's files on each kind of server, in turns.
+# shellcheck shell=bash disable=SC2154,SC2034
+# shellcheck source=bench/timing.sh
+source "$demo/../bench/timing.sh"
+# shellcheck source=demo/scale-out/cluster.sh
+source "$here/cluster.sh"
+
+cost() {
+  local server turn
+  rounds=3
+  step "Cost: the files of a, $rounds times on each kind of server in turns"
+  start_reader plain plain 0
+  start_reader binlog appliance 1
+  start_cluster
+  for turn in $(seq $rounds); do
+    for server in plain binlog node1; do load_on "$server"; done
+  done
+  for server in plain binlog node1 node3; do
+    if [ $server = node3 ]; then query $server "set wsrep_sync_wait = 1; select 1" >/dev/null; fi
+    compare $server a
+  done
+  show_times
+  stop_servers plain binlog node3 node2 node1
+}
+
+# All files of a, from scratch. Timed from the first file that was loaded to the last: a service that
+# is idle looks for files once a second only.
+load_on() {  # load_on SERVER
+  rm -f "$(spool a)"/*
+  use "$1"
+  sql -e "drop database if exists WLAN_${ids[a]}"
+  set_up_databases "${ids[a]}"
+  configure "$stage/a" "$sample"
+  start_service a
+  feed a '*.dat'
+  wait_until "$1 has converted all" has_done_all a "$1"
+  stop_service a
+  find "$(spool a)" -name '*.mid' -printf '%C@\n' | sort -n |
+    awk 'NR == 1 { first = $1 } { last = $1 } END { printf "%.3f\n", last - first }' >>"$folder/$1.times"
+}
+
+show_times() {
+  local files
+  files=$(find "$sample/spool/${ids[a]}" -name '*.dat' | wc -l)
+  printf '    %-24s %9s %9s %12s\n' "$files files" seconds files/s "times plain"
+  show_time "plain server" plain
+  show_time "binary log, by rows" binlog
+  show_time "cluster of three nodes" node1
+}
+
+show_time() {  # show_time TEXT SERVER
+  awk -v text="$1" -v seconds="$(median "$2")" -v plain="$(median plain)" -v files="$files" 'BEGIN {
+    printf "    %-24s %9.2f %9.0f %12.2f\n", text, seconds, files / seconds, seconds / plain
+  }'
+}
