@@ -24,6 +24,7 @@
 #include "localuser/tourlocaluser.h"
 #include "midtable/settled_files.h"
 #include "midtable/spool_file.h"
+#include "midtable/spool_folder.h"
 #include "midtable/sql_template.h"
 
 class TableDefinitions;
@@ -37,8 +38,9 @@ class CMidTable {
   using BackEndFactory = std::function<std::unique_ptr<CSqlBase>(const MYSQLAUTH&)>;
 
   // Starts the registry's watcher. The factory is asked for the engine's and the registry's back
-  // end when they first need one.
-  explicit CMidTable(const BackEndFactory& factory = CreateSqlBase);
+  // end when they first need one. `system` must outlive the engine.
+  explicit CMidTable(const BackEndFactory& factory = CreateSqlBase,
+                     const SpoolSystem& system = SpoolSystem::Real());
   // Clears up and waits for the watcher, which ends once g_nMainRun is 0.
   virtual ~CMidTable();
   CMidTable(const CMidTable&) = delete;
@@ -187,9 +189,11 @@ class CMidTable {
   // Held for the life of the engine; nothing reads or writes it.
   std::vector<std::unique_ptr<Buffer>> m_ppBuffer;
   bool m_bNoFileLoaded = false;
-  std::map<std::string, int> m_mapMidTable;  // failures by database and full mid table name
-  std::list<std::string> m_lstMemFile;       // queued full paths
-  SettledFiles m_settled;                    // done with, but still named ".dat"
+  const SpoolSystem& m_system;
+  std::map<std::string, SpoolFolder> m_folders;  // by database folder
+  std::map<std::string, int> m_mapMidTable;      // failures by database and full mid table name
+  std::list<std::string> m_lstMemFile;           // queued full paths
+  SettledFiles m_settled;                        // done with, but still named ".dat"
   TourLocalUser m_localUser;
   bool m_bFConvert = false;
 };

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -25,7 +26,8 @@ struct DirCloser {
 
 }  // namespace
 
-CMidTable::CMidTable(const BackEndFactory& factory) : m_factory(factory), m_localUser(factory) {
+CMidTable::CMidTable(const BackEndFactory& factory, const SpoolSystem& system)
+    : m_factory(factory), m_system(system), m_localUser(factory) {
   m_localUser.init();
   m_bFConvert = access(paths::kNoRewriteFlag, F_OK) == 0;
 }
@@ -147,6 +149,11 @@ bool CMidTable::GetDblist() {
     if (name.size() == kDatabaseIdLength && ULIT::isXdigit(name.c_str())) {
       m_lstDbName.push_back(name);
     }
+  }
+  if (m_folders.size() > m_lstDbName.size()) {
+    std::erase_if(m_folders, [this](const auto& folder) {
+      return std::find(m_lstDbName.begin(), m_lstDbName.end(), folder.first) == m_lstDbName.end();
+    });
   }
   return true;
 }

@@ -1,10 +1,5 @@
 // Which mem files a pass loads.
 
-#include <dirent.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "log/zux_center_log.h"
@@ -17,30 +12,6 @@ namespace {
 
 // Files queued for one database and pass: a throttle that lets every database have its turn.
 constexpr std::size_t kQueuedPerPass = 2;
-
-// A folder's entries that may be mem files, sorted by name.
-class Listing {
- public:
-  explicit Listing(const char* folder)
-      : m_count(scandir(folder, &m_entries, my_select, alphasort)) {}
-  ~Listing() {
-    for (int i = 0; i < m_count; ++i) std::free(m_entries[i]);
-    std::free(m_entries);
-  }
-  Listing(const Listing&) = delete;
-  Listing& operator=(const Listing&) = delete;
-
-  int count() const { return m_count; }  // -1 when the folder could not be read
-  const char* name(int index) const { return m_entries[index]->d_name; }
-
- private:
-  static int my_select(const dirent* entry) {
-    return std::strstr(entry->d_name, "dat") != nullptr ? 1 : 0;
-  }
-
-  dirent** m_entries = nullptr;
-  int m_count;
-};
 
 }  // namespace
 
@@ -73,19 +44,20 @@ bool CMidTable::IsTableNameConflict(const std::list<std::string>& list, const st
 }
 
 bool CMidTable::GetMemFiles(const std::string& dbname) {
-  const std::string folder = paths::kSpool + dbname;
-  const Listing listing(folder.c_str());
-  if (listing.count() < 0) {
-    g_loger(kUnit, __LINE__, kError, "scan dir %s errno %d", folder.c_str(), errno);
-    return !m_lstMemFile.empty();
-  }
+  const std::string path = paths::kSpool + dbname;
+  SpoolFolder& folder = m_folders.try_emplace(dbname, path, m_system).first->second;
   // From the newest name down; queued at the front, so that the queue is in ascending order.
-  for (int i = listing.count() - 1; i >= 0 && m_lstMemFile.size() < kQueuedPerPass; --i) {
-    if (!IsLoadFile(listing.name(i))) continue;
-    const std::string path = folder + "/" + listing.name(i);
-    if (IsTableNameConflict(m_lstMemFile, path) || m_settled.Contains(path)) continue;
-    m_lstMemFile.push_front(path);
-    g_loger(kUnit, __LINE__, kConsole, "file %s is push to list", path.c_str());
+  const int error = folder.OfferFiles([this](const std::string& file) {
+    using Answer = SpoolFolder::Answer;
+    if (m_lstMemFile.size() >= kQueuedPerPass) return Answer::kEnough;
+    if (IsTableNameConflict(m_lstMemFile, file)) return Answer::kPassTable;
+    if (m_settled.Contains(file)) return Answer::kPass;
+    m_lstMemFile.push_front(file);
+    g_loger(kUnit, __LINE__, kConsole, "file %s is push to list", file.c_str());
+    return Answer::kTaken;
+  });
+  if (error != 0) {
+    g_loger(kUnit, __LINE__, kError, "scan dir %s errno %d", path.c_str(), error);
   }
   return !m_lstMemFile.empty();
 }

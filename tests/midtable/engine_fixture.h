@@ -25,7 +25,9 @@ class EngineTest : public testing::Test {
   static constexpr char kFile[] =
       "/vqlog/log_data/midtable/1a2b3c4d/1a2b3c4d-MEM_20121231_1004F-20121231-101500.dat";
 
-  explicit EngineTest(const std::string& dbtype = "mysql") : oracle(dbtype == "oracle") {
+  explicit EngineTest(const std::string& dbtype = "mysql",
+                      const SpoolSystem& system = SpoolSystem::Real())
+      : oracle(dbtype == "oracle") {
     for (const char* folder : {"/vqlog", "/etc/morvan"}) {
       for (const auto& entry : std::filesystem::directory_iterator(folder)) remove_all(entry);
     }
@@ -34,7 +36,7 @@ class EngineTest : public testing::Test {
     script.databases = {kDb};
     script.tables = {Table(kDb, kMem)};
     g_nMainRun = 0;  // the watcher has nothing to do here, and ends
-    engine = std::make_unique<CMidTable>(RecordingFactory(script));
+    engine = std::make_unique<CMidTable>(RecordingFactory(script), system);
     EXPECT_TRUE(engine->Initialize());
     AwaitSingleThread();
     g_nMainRun = 1;

@@ -21,20 +21,7 @@ class Loading : public EngineTest {
   }
 };
 
-TEST_F(Loading, QueuesTheNewestOfTwoTablesInAscendingOrder) {
-  for (const char* time : {"080000", "080001", "080002"}) Drop("A", time), Drop("B", time);
-  WriteFile(std::string(kFolder) + "1a2b3c4d-C-20121231-080000.mid", "");
-  EXPECT_TRUE(engine->GetMemFiles("1a2b3c4d"));
-  EXPECT_THAT(engine->filesToLoad(), ElementsAre(Drop("A", "080002"), Drop("B", "080002")));
-
-  // One left over from a failed pass makes room for one more.
-  script.fail = {{"create", "E"}};
-  script.databases.clear();
-  EXPECT_FALSE(engine->LoadMemFiles());
-  EXPECT_TRUE(engine->GetMemFiles("1a2b3c4d"));
-  EXPECT_THAT(engine->filesToLoad(), ElementsAre(Drop("A", "080001"), Drop("B", "080002")));
-
-  // The same table of another database is not queued for conversion a second time.
+TEST_F(Loading, QueuesATableForConversionOnceWhateverItsDatabase) {
   engine->AddToConvert(Drop("A", "080002"));
   EXPECT_THAT(LogOf([&] { engine->AddToConvert("/x/ffffffff-A-20130101-000000.dat"); }),
               ElementsAre(HasSubstr("conflict with")));
