@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -12,6 +11,7 @@
 #include "midtable/Midtable.h"
 #include "midtable/mem_file_name.h"
 #include "midtable/unit.h"
+#include "support/file.h"
 
 namespace {
 
@@ -32,14 +32,16 @@ bool IsRegularFile(const std::string& path) {
   return true;
 }
 
-// Lets the database server read the file. Works on the opened file, so that a link that has taken
-// the file's place meanwhile is not followed. Where the mode cannot be set, the server decides.
+// Lets the database server read the file, keeping the mark of a rewritten one. Works on the opened
+// file, so that what has taken its place meanwhile is neither followed nor changed; that is for the
+// caller to find out. Where the mode cannot be set, the server decides.
 void OpenToServer(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (fd == -1 || fchmod(fd, kServerReadable) != 0) {
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      fchmod(file.get(), kServerReadable | (status.st_mode & kRewrittenMark)) != 0) {
     g_loger(kUnit, __LINE__, kDebug, "file (%s) mode not set errno (%d)", path.c_str(), errno);
   }
-  if (fd != -1) close(fd);
 }
 
 }  // namespace
@@ -54,7 +56,7 @@ bool CMidTable::LoadMemFiles() {
       return false;
     }
     AddToConvert(path);
-    RemoveOneMemFile(path, ".mid");
+    if (!WasReplaced(path)) RemoveOneMemFile(path, ".mid");
   }
   return true;
 }
@@ -74,9 +76,10 @@ bool CMidTable::LoadOneMemFile(const std::string& path) {
     return false;
   }
   OpenToServer(file.path);
-  if (file.table.back() == 'F' && !isFConvert() && !ConvertMemF(file.path)) {
-    g_loger(kUnit, __LINE__, kError, "convert file (%s) failed", file.table.c_str());
-  }
+  if (file.table.back() == 'F' && !isFConvert()) RewriteOnce(file);
+  // The server opens the path by itself: looked at again as late as can be.
+  if (!IsRegularFile(file.path)) return false;
+  m_loaded = IdentityOf(file.path);
   if (!LoadRows(file, statement)) {
     g_loger(kUnit, __LINE__, kError, "ret (%d) (%s)", 0, m_pSqlBase->getLastError().c_str());
     return false;
@@ -106,6 +109,25 @@ bool CMidTable::IdentifyMemFile(const std::string& path, MemFile& file) const {
     return false;
   }
   return IsRegularFile(file.path);
+}
+
+void CMidTable::RewriteOnce(const MemFile& file) {
+  struct stat status {};
+  if (lstat(file.path.c_str(), &status) == 0 && (status.st_mode & kRewrittenMark) != 0) {
+    g_loger(kUnit, __LINE__, kInfo, "file (%s) is rewritten already", file.path.c_str());
+  } else if (!ConvertMemF(file.path)) {
+    g_loger(kUnit, __LINE__, kError, "convert file (%s) failed", file.table.c_str());
+  }
+}
+
+bool CMidTable::WasReplaced(const std::string& path) const {
+  const auto now = IdentityOf(path);
+  if (!now || !m_loaded || *now == *m_loaded) return false;
+  const bool same = now->IsSameFile(*m_loaded);
+  g_loger(kUnit, __LINE__, kError, "file (%s) was %s", path.c_str(),
+          same ? "written to while it was loaded, rows may be missing"
+               : "replaced while it was loaded, the new one waits");
+  return !same;
 }
 
 bool CMidTable::PrepareDatabase(const std::string& database) {

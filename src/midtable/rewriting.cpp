@@ -1,37 +1,62 @@
 // The file handling around the rewriting of a mem file of kind F.
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
-#include <cstdio>
 #include <optional>
 
 #include "log/zux_center_log.h"
 #include "midtable/Midtable.h"
 #include "midtable/unit.h"
+#include "support/file.h"
 
 namespace {
 
-// The file's size, logged as "<what> (<path>)(<size>)"; nothing when it cannot be told.
-std::optional<std::int64_t> LoggedSize(const char* when, const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
+// The file as it is now, its size logged as "<when> file size (<path>)(<size>)"; nothing when it
+// cannot be looked at.
+std::optional<FileIdentity> LoggedIdentity(const char* when, const std::string& path) {
+  const auto identity = IdentityOf(path);
+  if (identity) {
+    g_loger(kUnit, __LINE__, kDebug, "%s file size (%s)(%u)", when, path.c_str(),
+            static_cast<unsigned int>(identity->size));
+  } else {
     g_loger(kUnit, __LINE__, kDebug, "file (%s) stat error(%d)", path.c_str(), errno);
-    return std::nullopt;
   }
-  g_loger(kUnit, __LINE__, kDebug, "%s file size (%s)(%u)", when, path.c_str(),
-          static_cast<unsigned int>(status.st_size));
-  return status.st_size;
+  return identity;
 }
 
 bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
-bool Rename(const std::string& from, const std::string& to) {
-  if (std::rename(from.c_str(), to.c_str()) == 0) return true;
-  g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", from.c_str(),
-          to.c_str(), errno);
+// Makes a whole copy fit to replace the only file that has the rows: on the disk, and marked. Where
+// the mark cannot be set, a crash before the load costs an inspection; that is no reason to stop.
+bool FinishCopy(const std::string& copy) {
+  const FileDescriptor file(open(copy.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      fdatasync(file.get()) != 0) {
+    g_loger(kUnit, __LINE__, kError, "copy (%s) not usable errno (%d)", copy.c_str(), errno);
+    return false;
+  }
+  if (fchmod(file.get(), status.st_mode | kRewrittenMark) != 0) {
+    g_loger(kUnit, __LINE__, kDebug, "copy (%s) not marked errno (%d)", copy.c_str(), errno);
+  }
+  return true;
+}
+
+// Gives the copy the name of the file, which keeps the name `kept` when there is one. False, after
+// a line in the log: the file is where it was.
+bool PutInPlace(const std::string& copy, const std::string& path, const std::string& kept) {
+  const auto failed = [](const std::string& from, const std::string& to) {
+    g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", from.c_str(),
+            to.c_str(), errno);
+    return false;
+  };
+  if (!kept.empty() && !KeepMemFile(path, kept)) return failed(path, kept);
+  if (MoveMemFile(copy, path)) return true;
+  failed(copy, path);
+  if (!kept.empty() && !MoveMemFile(kept, path)) failed(kept, path);
   return false;
 }
 
@@ -46,7 +71,7 @@ bool CMidTable::ConvertMemF(const std::string& path) {
     g_loger(kUnit, __LINE__, kConsole, "file %s not exist convert failed", path.c_str());
     return false;
   }
-  const auto size_before = LoggedSize("before convert", path);
+  const auto before = LoggedIdentity("before convert", path);
   const std::size_t dot = path.rfind('.');
   if (dot == std::string::npos) {
     g_loger(kUnit, __LINE__, kConsole, "file %s name not right", path.c_str());
@@ -59,15 +84,17 @@ bool CMidTable::ConvertMemF(const std::string& path) {
     g_loger(kUnit, __LINE__, kConsole, "new file %s not exist convert failed", path.c_str());
     return false;
   }
-  const auto size_after = LoggedSize("after convert", copy);
+  const auto after = LoggedIdentity("after convert", copy);
+  const bool unchanged = before == IdentityOf(path);
+  if (!unchanged) {
+    g_loger(kUnit, __LINE__, kError, "file (%s) changed while it was rewritten", path.c_str());
+  }
   // A smaller copy has lost lines: the unrewritten file is kept for inspection.
-  const bool keep = size_before && size_after && *size_after < *size_before;
-  const std::string kept = stem + ".err";
-  if ((keep && !Rename(path, kept)) || !Rename(copy, path)) {
-    if (keep && !Exists(path)) Rename(kept, path);
-    std::remove(copy.c_str());  // or it would look like a loaded file
+  const bool keep = before && after && after->size < before->size;
+  if (!unchanged || !FinishCopy(copy) || !PutInPlace(copy, path, keep ? stem + ".err" : "")) {
+    unlink(copy.c_str());  // or it would look like a loaded file
     return false;
   }
-  LoggedSize("after rename", path);
+  LoggedIdentity("after rename", path);
   return true;
 }

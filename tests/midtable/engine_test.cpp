@@ -1,5 +1,7 @@
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "midtable/engine_fixture.h"
 
 namespace {
@@ -40,7 +42,7 @@ TEST_F(Loading, CreatesAMemTableFromEveryEntryOfItsKindAndOpensTheFileToTheServe
   EXPECT_THAT(script.Take({"show", "exist"}),
               ElementsAre("changeDB(WLAN_1a2b3c4d,np)", "one MEM_20121231_0004F",
                           "two MEM_20121231_0004F", HasSubstr("into table WLAN_1a2b3c4d.MEM_")));
-  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0755));
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms(01755)) << "marked as rewritten";
 
   script.fail = {{"two", "E"}};
   EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->LoadOneMemFile(path)); }),
@@ -79,35 +81,102 @@ TEST_F(Loading, RefusesEverythingButRegularFilesAndSafeNames) {
   EXPECT_FALSE(engine->GetMemFiles("1a2b3c4d"));
   EXPECT_THAT(script.Take(), IsEmpty());
   EXPECT_EQ(fs::status(secret).permissions(), fs::perms::owner_all);
-
-  const std::string path = Drop("A", "080000");  // gone between the scan and the load
-  engine->GetMemFiles("1a2b3c4d");
-  fs::remove(path);
-  EXPECT_EQ(LogOf([&] { EXPECT_FALSE(engine->LoadMemFiles()); })[0],
-            "<2>:file (" + path + ") stat error(2)");
 }
 
 TEST_F(Loading, TheRewrittenCopyTakesTheFilesPlaceAndASmallerOneKeepsTheOriginal) {
   const std::string good = "a\t0\tc\td\te\tf\tg\th\ti\tj\tk", damaged = "damaged line\n" + good;
-  const std::string path = Drop(kMem, "101500"), stem = path.substr(0, path.size() - 4);
+  const std::string path = Drop(kMem, "101500"), err = path.substr(0, path.size() - 4) + ".err";
   WriteFile(path, good);
   EXPECT_TRUE(engine->ConvertMemF(path));
   EXPECT_EQ(ReadFile(path), good + "\t2\n");
   EXPECT_THAT(ListFolder(kFolder), ElementsAre(testing::EndsWith(".dat")));
 
+  // It becomes ".err", also after a run that was killed there; what had the name before is kept.
   WriteFile(path, damaged);
-  EXPECT_THAT(LogOf([&] { EXPECT_TRUE(engine->ConvertMemF(path)); }),
-              Contains("<3>:file " + path + " line 1 not correct, ignore it"));
-  EXPECT_EQ(ReadFile(path), good + "\t2\n");
-  EXPECT_EQ(ReadFile(stem + ".err"), damaged);
+  fs::create_hard_link(path, err);
+  for (const char* older : {"", ".1", ".2"}) {
+    EXPECT_THAT(LogOf([&] { EXPECT_TRUE(engine->ConvertMemF(path)); }),
+                Contains("<3>:file " + path + " line 1 not correct, ignore it"));
+    EXPECT_EQ(ReadFile(path) + ReadFile(err), good + "\t2\n" + damaged);
+    EXPECT_TRUE(fs::exists(err + older));
+    WriteFile(path, damaged);
+    if (older[0] == '\0') fs::create_symlink(kFolder, err + ".0"), fs::rename(err + ".0", err);
+  }
 
   // Where the original cannot be kept, nothing takes its place.
-  fs::remove(stem + ".err");
-  fs::create_directory(stem + ".err");
-  WriteFile(path, damaged);
+  fs::permissions(kFolder, fs::perms(0555));
   EXPECT_FALSE(engine->ConvertMemF(path));
+  fs::permissions(kFolder, fs::perms(0755));
   EXPECT_EQ(ReadFile(path), damaged);
-  EXPECT_FALSE(fs::exists(stem + ".mid"));
+}
+
+TEST_F(Loading, AFileIsLoadedOnceWhateverHappensOnTheWay) {
+  const std::string path = Drop(kMem, "101500"), stem = path.substr(0, path.size() - 4);
+  const std::string row = "a\t0\tc\td\te\tf\tg\th\ti\tj\tk", definitions = paths::kMysqlDefinitions;
+  const std::string load = "load", check = "show";  // the latter before the file is opened
+  const struct {
+    std::string at;  // the call just before which it happens
+    std::function<void()> fault;
+    std::string log, outcome;  // the latter for two passes: files given to the server, endings left
+  } cases[] = {
+      {check, [&] { fs::remove(path), fs::create_symlink(definitions, path); }, "refused",
+       "0.err 0.err "},
+      {check, [&] { fs::remove(path); }, "stat error(2)", "0 0 "},
+      {load, [&] { WriteFile(stem, row), fs::rename(stem, path); }, "replaced while",
+       "1.dat 1.mid "},
+      {load, [&] { std::ofstream(path, std::ios::app) << row; }, "may be missing", "1.mid 0.mid "},
+      {load, [&] { script.fail["load"] = "E", WriteFile(stem + ".err", "older"); },
+       ".err) is kept as (" + stem + ".err.1)", "1.err.err.1 0.err.err.1 "},
+      {load, [] { fs::permissions(kFolder, fs::perms(0555)); }, "failed errno (13)",
+       "1.dat 0.dat "},
+      {load, [] { throw "killed"; }, "after rename", "1.dat 1.mid "},
+  };
+  WriteFile(definitions, "<root><Conv><F><MidCnt>0</MidCnt></F></Conv></root>");
+  const auto is_load = [&](const auto& call) { return call.starts_with(load); };
+  for (const auto& [at, fault, log, outcome] : cases) {
+    fs::remove_all(kFolder);
+    WriteFile(path, row);
+    script.fail.clear();
+    std::string seen;
+    script.before_call = [&, &at = at, &fault = fault](const std::string& call) {
+      if (seen.empty() && call.starts_with(at)) fault();
+    };
+    const auto logged = LogOf([&] {
+      for (int pass = 0; pass < 2; ++pass) {
+        try {
+          engine->MakeMidTable();
+        } catch (const char*) {
+        }
+        const auto calls = script.Take();
+        seen += std::to_string(std::ranges::count_if(calls, is_load));
+        for (const auto& name : ListFolder(kFolder)) seen += name.substr(name.find('.'));
+        seen += ' ';
+      }
+    });
+    EXPECT_THAT(logged, Contains(HasSubstr(log)));
+    EXPECT_EQ(seen, outcome) << log;
+    EXPECT_NE(fs::status(definitions).permissions(), fs::perms(0755));
+    fs::permissions(kFolder, fs::perms(0755));
+  }
+}
+
+TEST_F(Loading, AFileThatCannotBeRenamedIsSettledAndHoldsNobodyUp) {
+  const std::string path = Drop("A", "101500"), other = "/vqlog/log_data/midtable/5e6f7a8b/";
+  script.databases.insert("WLAN_5e6f7a8b");
+  script.tables = {Table(kDb, "A"), Table("WLAN_5e6f7a8b", "A")};
+  script.fail = {{"load data", "E"}};
+  fs::permissions(kFolder, fs::perms(0555));
+  engine->MakeMidTable();
+  WriteFile(other + "5e6f7a8b-A-20121231-101500.dat", "row\n");
+  script.fail.clear();
+  EXPECT_THAT(LogOf([&] { engine->MakeMidTable(); }), Not(Contains(HasSubstr("rename"))));
+  EXPECT_TRUE(fs::exists(other + "5e6f7a8b-A-20121231-101500.mid"));
+  script.Take();
+  WriteFile(path, "a new file of the name\n");
+  engine->MakeMidTable();
+  EXPECT_THAT(script.Take(), Contains(HasSubstr(path)));
+  fs::permissions(kFolder, fs::perms(0755));
+  EXPECT_THAT(LogOf([&] { engine->MakeMidTable(); }), Contains(HasSubstr(".mid) at last")));
 }
 
 TEST_F(Loading, APassTellsIdleFromLoadedAndStopsAtADeadConnection) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <set>
 #include <thread>
@@ -17,6 +18,7 @@ struct SqlScript {
   std::set<std::string> tables;     // texts that occur in the table queries that find a row
   std::map<std::string, std::string> fail;  // beginning of a statement or call -> error text
   std::vector<std::string> columns;         // for GetColums
+  std::function<void(const std::string&)> before_call;  // what happens just before each one
 
   // The calls since the last take, without those that begin with one of `skipped`.
   std::vector<std::string> Take(const std::vector<std::string>& skipped = {}) {
@@ -63,6 +65,7 @@ class RecordingSql : public CSqlBase {
  private:
   int Note(const std::string& call) {
     m_script.calls.push_back(call);
+    if (m_script.before_call) m_script.before_call(call);
     int result = 0;
     for (const auto& [beginning, error] : m_script.fail) {
       if (call.starts_with(beginning)) m_error = error, result = -1;
