@@ -4,6 +4,7 @@
 #include <libxml/tree.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <string_view>
@@ -12,6 +13,9 @@
 #include "support/file.h"
 
 namespace {
+
+// Far beyond any definition file; the tree of a document takes some thirty times its size.
+constexpr std::uintmax_t kLargestFile = 4 << 20;
 
 std::string_view View(const xmlChar* text) {
   return text == nullptr ? std::string_view() : reinterpret_cast<const char*>(text);
@@ -68,6 +72,16 @@ CXmlNode CXmlNode::next() const {
   return CXmlNode(m_node == nullptr ? nullptr : FirstElement(m_node->next));
 }
 
+CXmlNode CXmlNode::child() const {
+  return CXmlNode(m_node == nullptr ? nullptr : FirstElement(m_node->children));
+}
+
+std::string CXmlNode::name() const {
+  return m_node == nullptr ? std::string() : std::string(View(m_node->name));
+}
+
+long CXmlNode::line() const { return m_node == nullptr ? 0 : xmlGetLineNo(m_node); }
+
 CXmlStream::CXmlStream() = default;
 CXmlStream::~CXmlStream() = default;
 
@@ -79,6 +93,10 @@ bool CXmlStream::parseFile(const char* path) {
   std::error_code error;
   if (!std::filesystem::is_regular_file(path, error)) {
     m_error = error ? error.message() : "not a regular file";
+    return false;
+  }
+  if (std::filesystem::file_size(path, error) > kLargestFile) {
+    m_error = error ? error.message() : "larger than 4 MiB";
     return false;
   }
   const File file(std::fopen(path, "r"));

@@ -1,7 +1,8 @@
 // Read access to XML files by slash paths, on libxml2.
 //
 // A document that is not well-formed XML 1.0 is refused as a whole, and so is one whose document
-// type declares entities or names an external subset: nothing is ever fetched or expanded.
+// type declares entities or names an external subset: nothing is ever fetched or expanded. Neither
+// is a file of more than 4 MiB read.
 #pragma once
 
 #include <memory>
@@ -27,6 +28,11 @@ class CXmlNode {
   void getProp(const char* name, std::string& out) const;
   // The next sibling element, whatever its name; null after the last.
   CXmlNode next() const;
+  // The first child element; null where there is none.
+  CXmlNode child() const;
+  std::string name() const;
+  // The line of the file that the element's start tag ends on, from 1; 0 for a null handle.
+  long line() const;
 
  private:
   const _xmlNode* m_node = nullptr;

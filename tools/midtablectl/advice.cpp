@@ -1,0 +1,157 @@
+#include "midtablectl/advice.h"
+
+#include "midtablectl/findings.h"
+
+namespace ctl {
+
+namespace {
+
+// Whether `text` fits the printf format, "%s" standing for any text and "%d", "%u" for a number.
+bool Fits(std::string_view format, std::string_view text) {
+  const std::size_t percent = format.find('%');
+  const std::string_view literal = format.substr(0, percent);
+  if (!text.starts_with(literal)) return false;
+  text.remove_prefix(literal.size());
+  if (percent == std::string_view::npos) return text.empty();
+  const bool number = format[percent + 1] != 's';
+  format.remove_prefix(percent + 2);
+  for (std::size_t taken = 0; taken <= text.size(); ++taken) {
+    if (number && taken > 0 &&
+        std::string_view("-0123456789").find(text[taken - 1]) == std::string_view::npos) {
+      return false;
+    }
+    if (number && taken == 0) continue;
+    // Only where the next literal stands is it worth a try.
+    const std::string_view next = format.substr(0, format.find('%'));
+    if (text.substr(taken).starts_with(next) && Fits(format, text.substr(taken))) return true;
+  }
+  return false;
+}
+
+// The format as it is printed, without the escapes of a C literal.
+std::string Unescaped(std::string text) {
+  const std::size_t at = text.find("\\n");
+  if (at != std::string::npos) text.replace(at, 2, "\n");
+  return text;
+}
+
+std::vector<Message> ParseDocument(std::string_view document) {
+  std::vector<Message> messages;
+  std::string unit;
+  for (const std::string_view line : Lines(document)) {
+    if (line.starts_with("## ")) unit = Trim(line.substr(3));
+    const std::size_t open = line.find(" | `");
+    if (!line.starts_with("| ") || open == std::string_view::npos) continue;
+    const std::size_t close = line.find("` | ", open + 4);
+    const std::size_t split = close == std::string_view::npos ? close : line.find(" | ", close + 4);
+    if (split == std::string_view::npos || !line.ends_with(" |")) continue;
+    messages.push_back({unit, std::string(line.substr(2, open - 2)),
+                        Unescaped(std::string(line.substr(open + 4, close - open - 4))),
+                        std::string(line.substr(close + 4, split - close - 4)),
+                        std::string(line.substr(split + 3, line.size() - split - 5))});
+  }
+  return messages;
+}
+
+std::size_t OwnText(const std::string& format) {
+  std::size_t size = format.size();
+  for (std::size_t at = format.find('%'); at != std::string::npos; at = format.find('%', at + 1)) {
+    size -= 2;
+  }
+  return size;
+}
+
+struct ServerText {
+  const char* text;  // any letter case
+  const char* advice;
+};
+
+// The more telling ones first.
+constexpr ServerText kServerTexts[] = {
+    {"secure-file-priv",
+     "secure_file_priv must be \"\" or a folder above the file; the server says the same when it "
+     "does not see the folder at all: midtablectl check tells which"},
+    {"errcode: 13",
+     "the server may not read the file or pass a folder: chmod o+x the folders; "
+     "midtablectl check names the one in the way"},
+    {"permission denied", "a mode is in the way: midtablectl check names the folder"},
+    {"errcode: 2 ",
+     "the server does not see the file: wrong modes of a folder, a confinement of its "
+     "unit, or another machine; midtablectl check tells which"},
+    {"errcode: 28", "a disk is full: make room where the server's data and temporary files are"},
+    {"no space left", "a disk is full: make room there"},
+    {"is full", "the server's disk or its tablespace is full: make room"},
+    {"using password",
+     "wrong user or password: mend them in dbinfo.conf, or set the password on the "
+     "server; a load refused with these words lacks the privilege FILE: grant file "
+     "on *.* to the user"},
+    {"access denied",
+     "a privilege is missing: midtablectl check names it with its grant statement"},
+    {"command denied",
+     "a privilege is missing: midtablectl check names it with its grant statement"},
+    {"duplicate column", "a statement names one column twice: mend it in the definition file"},
+    {"duplicate entry", "rows with a key that is there already: write on duplicate key update"},
+    {"unknown column",
+     "statement and table do not fit: mend the definition file, or alter the table "
+     "that is older than it"},
+    {"column count doesn't match",
+     "the insert and its table differ: name the columns, or alter the "
+     "table that is older than the definition"},
+    {"doesn't exist",
+     "a table is missing: a year table is yours to create, see demo/year_tables.sql; "
+     "else look at its Create"},
+    {"unknown database", "create the database: see demo/setup.sql"},
+    {"unknown storage engine", "write engine = InnoDB"},
+    {"error in your sql syntax",
+     "mend the statement in the definition file; the server's text shows "
+     "the place"},
+    {"data too long",
+     "a value is longer than its column: widen it in the definition and alter the "
+     "table"},
+    {"out of range",
+     "a number does not fit its column: widen it in the definition and alter the "
+     "table"},
+    {"incorrect", "a value does not fit its column: see the row in the file"},
+    {"constraint", "a row breaks a rule of the table, so it is no sound record: mend or remove it"},
+    {"lock wait timeout",
+     "another session holds the table: look for long transactions (show full "
+     "processlist), then try again"},
+    {"deadlock", "another session was in the way: try again"},
+    {"gone away",
+     "the connection broke: see the server's error log; statements larger than "
+     "max_allowed_packet do that too"},
+    {"lost connection", "the connection broke: see the server's error log"},
+    {"can't connect", "is the server up, and are host and port of dbinfo.conf its own?"},
+    {"unknown server host", "the host in dbinfo.conf has no address: mend it"},
+    {"read-only", "the server takes no changes (read_only): is it a replica?"},
+    {"read only", "the server takes no changes (read_only): is it a replica?"},
+    {"not connected", "the connection was lost: see whether the server is up"},
+    {"template ", "mend the placeholders of the template: see docs/operations.md"},
+};
+
+}  // namespace
+
+const std::vector<Message>& Messages() {
+  static const std::vector<Message> messages = ParseDocument(kMessagesDocument);
+  return messages;
+}
+
+const Message* FindMessage(const LogEntry& entry) {
+  const Message* best = nullptr;
+  for (const Message& message : Messages()) {
+    if (message.unit != entry.unit || message.level != entry.level) continue;
+    if (!Fits(message.format, entry.text)) continue;
+    if (best == nullptr || OwnText(message.format) > OwnText(best->format)) best = &message;
+  }
+  return best;
+}
+
+std::string ServerAdvice(std::string_view text) {
+  const std::string lower = Lower(text);
+  for (const ServerText& known : kServerTexts) {
+    if (lower.find(known.text) != std::string::npos) return known.advice;
+  }
+  return {};
+}
+
+}  // namespace ctl

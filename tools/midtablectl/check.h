@@ -1,0 +1,134 @@
+// The steps of `check`. Each adds what it finds and goes on as far as it can.
+#pragma once
+
+#include <ctime>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "config/dbinfo.h"
+#include "db/SqlBase.h"
+#include "midtablectl/findings.h"
+#include "midtablectl/spool_scan.h"
+
+namespace ctl {
+
+struct CheckOptions {
+  std::string settings;     // empty: the service's own file
+  std::string definitions;  // the same, of the store that the settings name
+  bool offline = false;
+  bool errors_only = false;
+};
+
+Status Check(const CheckOptions& options, Console& console);
+
+// --- settings (check_settings.cpp)
+
+// The settings as the service reads them; nothing when it would refuse the file.
+std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findings);
+
+// --- definitions and loader templates (check_definitions.cpp)
+
+enum class Period { kDay, kMonth, kYear };
+
+struct MemDefinition {
+  std::string kind;
+  std::string create;  // filled for SampleMemTable(kind); empty when it cannot be
+  long line;
+};
+
+struct MidDefinition {
+  std::string kind;
+  std::string name;  // without its date
+  Period period;
+  std::string create;   // filled, for a sample date; empty when there is none or it is faulty
+  std::string convert;  // the same
+  long line;
+
+  // With the digits of a date, YYYYMMDD, that its period takes.
+  std::string NameAt(const std::string& date) const;
+};
+
+struct DefinitionSet {
+  std::string path;
+  bool readable = false;
+  std::vector<MemDefinition> mem;
+  std::vector<MidDefinition> mid;
+
+  std::set<std::string> MemKinds() const;
+};
+
+inline constexpr char kSampleDate[] = "20001231";
+std::string SampleMemTable(const std::string& kind);
+// Engine named by a create statement, in small letters; empty when it names none.
+std::string EngineOf(const std::string& create);
+
+DefinitionSet CheckDefinitions(const std::string& path, bool oracle, bool in_use,
+                               Findings& findings);
+// Differences between the kinds of the two files.
+void CompareKinds(const DefinitionSet& used, const DefinitionSet& other, Findings& findings);
+// `kinds`: those whose files are loaded through the templates; looked for on an Oracle store only.
+void CheckTemplates(const std::string& path, bool oracle, const std::set<std::string>& kinds,
+                    Findings& findings);
+
+// --- localtour.csv, devstate.ini (check_registry.cpp)
+
+void CheckNumberBlocks(const std::string& path, Findings& findings);
+void CheckDeviceStates(const std::string& path, const Spool& spool, bool oracle,
+                       Findings& findings);
+
+// --- spool and run log folders (check_spool.cpp)
+
+void CheckSpool(const Spool& spool, const DefinitionSet& definitions, bool oracle,
+                Findings& findings);
+void CheckRunLogFolder(Findings& findings);
+
+// --- the server (check_server.cpp, rehearsal.cpp, check_load.cpp)
+
+// A connected back end that answers in tables; made by CheckServer for the steps after it.
+class Server {
+ public:
+  Server(CSqlBase& sql, std::string user) : m_sql(sql), m_user(std::move(user)) {}
+
+  // Runs a statement: the server's own words, without the statement; empty when it succeeded.
+  std::string Run(const std::string& statement);
+  std::vector<SqlRecord> Rows(const std::string& query);
+  // The first value of the first row; empty when there is none.
+  std::string Value(const std::string& query);
+  std::string Variable(const std::string& name) { return Value("select @@global." + name); }
+  const std::string& user() const { return m_user; }  // as in "grant ... to"
+
+ private:
+  CSqlBase& m_sql;
+  std::string m_user;
+};
+
+// What the server said, after the library's own beginning.
+std::string ServerWords(const std::string& error);
+
+void CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
+                 Findings& findings);
+
+// A database for tries, made and dropped again.
+class ScratchDatabase {
+ public:
+  static constexpr char kName[] = "WLAN_midtablectl";
+  explicit ScratchDatabase(Server& server);
+  ~ScratchDatabase();
+  ScratchDatabase(const ScratchDatabase&) = delete;
+  ScratchDatabase& operator=(const ScratchDatabase&) = delete;
+  const std::string& error() const { return m_error; }  // empty: it is there, and in use
+
+ private:
+  Server& m_server;
+  std::string m_error;
+};
+
+// Runs the definitions on empty tables in the scratch database.
+void RehearseDefinitions(Server& server, const DefinitionSet& definitions, Findings& findings);
+// Loads a one-line file from every folder of the spool.
+void ProbeLoads(Server& server, const Spool& spool, Findings& findings);
+
+}  // namespace ctl

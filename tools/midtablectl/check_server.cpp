@@ -1,0 +1,206 @@
+// The database server: login, privileges, databases, year tables, settings that alter rows.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+
+#include "db/SqlFactory.h"
+#include "log/zux_center_log.h"
+#include "midtable/mem_file_name.h"
+#include "midtablectl/advice.h"
+#include "midtablectl/check.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr char kWhere[] = "server";
+constexpr char kConfiguration[] = "vqcfg";
+
+std::string Today() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  return Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+}
+
+bool Has(Server& server, const std::string& database, const std::string& table) {
+  return !server
+              .Value("select 1 from information_schema.tables where table_schema = '" + database +
+                     "' and table_name = '" + table + "'")
+              .empty();
+}
+
+bool HasDatabase(Server& server, const std::string& name) {
+  return !server
+              .Value("select 1 from information_schema.schemata where schema_name = '" + name + "'")
+              .empty();
+}
+
+void CheckConfiguration(Server& server, Findings& findings) {
+  const std::string words = server.Run(std::string("select crc, name from ") + kConfiguration +
+                                       ".EnterpriseUser limit 0");
+  if (words.empty()) return;
+  findings.Error(
+      kWhere, 0,
+      "vqcfg.EnterpriseUser cannot be read (" + words + "); two error lines every 10 seconds",
+      std::string(HasDatabase(server, kConfiguration)
+                      ? "create the table as in demo/setup.sql"
+                      : "create database and table as in demo/setup.sql") +
+          ", or: grant select on vqcfg.* to " + server.user());
+}
+
+void CheckMonthDatabase(Server& server, const DefinitionSet& definitions, Findings& findings) {
+  for (const MidDefinition& mid : definitions.mid) {
+    if (mid.period != Period::kMonth) continue;
+    const std::string words = server.Run("show tables from WLAN_TUNE like 'x'");
+    if (words.empty()) return;
+    findings.Error(kWhere, 0,
+                   "WLAN_TUNE cannot be looked at (" + words +
+                       "): an error line with every conversion of a month table",
+                   "create database WLAN_TUNE; it stays empty");
+    return;
+  }
+}
+
+// Years that the conversions of `folder` need: this one, and those of files that wait.
+std::set<std::string> YearsOf(const DatabaseFolder& folder, const std::string& kind) {
+  std::set<std::string> years = {Today().substr(0, 4)};
+  for (const SpoolEntry& file : folder.files) {
+    const std::string table = MemFileTable(file.name);
+    if (file.state != FileState::kWaiting || !table.ends_with(kind)) continue;
+    const std::string year = TextAt(table, 4, 4);
+    if (IsNumber(year)) years.insert(year);
+  }
+  return years;
+}
+
+void CheckYearTables(Server& server, const Spool& spool, const DefinitionSet& definitions,
+                     Findings& findings) {
+  const int next_year = std::atoi(Today().substr(0, 4).c_str()) + 1;
+  for (const DatabaseFolder& folder : spool.folders) {
+    for (const MidDefinition& mid : definitions.mid) {
+      if (mid.period != Period::kYear) continue;
+      for (const std::string& year : YearsOf(folder, mid.kind)) {
+        const std::string table = mid.NameAt(year);
+        if (Has(server, folder.Database(), table)) continue;
+        findings.Error(kWhere, 0,
+                       "year table " + folder.Database() + "." + table +
+                           " is missing: rows of kind " + mid.kind + " stay in their mem tables",
+                       "create the year tables, see demo/year_tables.sql");
+      }
+      const std::string next = mid.NameAt(std::to_string(next_year));
+      if (Has(server, folder.Database(), next)) continue;
+      findings.Warning(kWhere, 0,
+                       "year table " + folder.Database() + "." + next + " is not there yet",
+                       "create next year's tables before January, see demo/year_tables.sql");
+    }
+  }
+}
+
+void CheckModes(Server& server, const DefinitionSet& definitions, Findings& findings) {
+  const std::string mode = server.Variable("sql_mode");
+  if (mode.find("STRICT_") == std::string::npos) {
+    findings.Warning(kWhere, 0,
+                     "sql_mode \"" + mode +
+                         "\" is not strict: values that do not fit are altered "
+                         "without a word",
+                     "add STRICT_TRANS_TABLES to sql_mode");
+  }
+  if (mode.find("ANSI_QUOTES") != std::string::npos) {
+    findings.Error(kWhere, 0, "sql_mode has ANSI_QUOTES: every load statement fails",
+                   "take ANSI_QUOTES out of sql_mode");
+  }
+  const std::string engine = server.Variable("default_storage_engine");
+  if (Lower(engine) == "innodb") return;
+  for (const MemDefinition& mem : definitions.mem) {
+    if (mem.create.empty() || !EngineOf(mem.create).empty()) continue;
+    findings.Error(definitions.path, mem.line,
+                   "no engine given, and the server's is " + engine +
+                       ", which keeps half of a load that failed",
+                   "write engine = InnoDB");
+  }
+}
+
+std::string Connect(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings) {
+  if (sql.connectDB() == 0) return {};
+  const std::string words = ServerWords(sql.getLastError());
+  const std::string advice = words.starts_with("Access denied")
+                                 ? "mend user and password of the settings, or set them on the "
+                                   "server; privileges: README.md"
+                                 : ServerAdvice(words);
+  findings.Error(
+      kWhere, 0,
+      "no login as " + auth.user + " at " + auth.host + " port " + std::to_string(auth.port) +
+          ": " + words,
+      advice.empty() ? "mend host, port, user, password and dbname0 of the settings" : advice);
+  return words;
+}
+
+}  // namespace
+
+std::string ServerWords(const std::string& error) {
+  constexpr std::string_view kMark = "error:";
+  const std::size_t at = error.rfind(kMark);
+  return at == std::string::npos ? error : error.substr(at + kMark.size());
+}
+
+std::string Server::Run(const std::string& statement) {
+  std::vector<SqlRecord> rows;
+  const bool query = statement.starts_with("select") || statement.starts_with("show");
+  const int result = query ? m_sql.fetchRecordSet(statement.c_str(), rows)
+                           : m_sql.executeSQL(statement.c_str(), 0);
+  return result == 0 ? std::string() : ServerWords(m_sql.getLastError());
+}
+
+std::vector<SqlRecord> Server::Rows(const std::string& query) {
+  std::vector<SqlRecord> rows;
+  m_sql.fetchRecordSet(query.c_str(), rows);
+  return rows;
+}
+
+std::string Server::Value(const std::string& query) {
+  const std::vector<SqlRecord> rows = Rows(query);
+  return rows.empty() || rows[0].empty() ? std::string() : rows[0].begin()->second;
+}
+
+ScratchDatabase::ScratchDatabase(Server& server) : m_server(server) {
+  // One that a run left behind that was ended half-way is nobody else's.
+  m_server.Run(std::string("drop database if exists ") + kName);
+  m_error = m_server.Run(std::string("create database ") + kName);
+  if (m_error.empty()) m_error = m_server.Run(std::string("use ") + kName);
+}
+
+ScratchDatabase::~ScratchDatabase() {
+  m_server.Run(std::string("drop database if exists ") + kName);
+}
+
+void CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
+                 Findings& findings) {
+  const std::unique_ptr<CSqlBase> sql = CreateSqlBase(auth);
+  if (!Connect(*sql, auth, findings).empty() || IsOracle(auth)) return;
+  std::string user = Server(*sql, "").Value("select current_user()");
+  const std::size_t at = user.find('@');
+  if (at != std::string::npos) user = user.substr(0, at) + "@'" + user.substr(at + 1) + "'";
+  Server server(*sql, user);
+  CheckModes(server, definitions, findings);
+  CheckConfiguration(server, findings);
+  {
+    const ScratchDatabase scratch(server);
+    if (!scratch.error().empty()) {
+      findings.Error(
+          kWhere, 0,
+          "no database can be created (" + scratch.error() +
+              "): files of a new device fail, and nothing more can be tried here",
+          "grant select, insert, update, create, drop on `WLAN\\_%`.* to " + server.user());
+      return;
+    }
+    RehearseDefinitions(server, definitions, findings);
+    ProbeLoads(server, spool, findings);
+  }
+  CheckMonthDatabase(server, definitions, findings);
+  CheckYearTables(server, spool, definitions, findings);
+}
+
+}  // namespace ctl

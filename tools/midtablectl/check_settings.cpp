@@ -1,0 +1,154 @@
+// The settings file, line by line as the service reads it.
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "midtablectl/check.h"
+
+namespace ctl {
+
+namespace {
+
+const std::set<std::string> kKeys = {"host",   "port",         "user",     "password", "dbname0",
+                                     "dbtype", "set_password", "filepath", "dbcount"};
+
+class SettingsLines {
+ public:
+  SettingsLines(const std::string& path, Findings& findings) : m_path(path), m_findings(findings) {}
+
+  void Check(std::string_view content) {
+    if (content.find('\0') != std::string_view::npos) {
+      m_findings.Error(m_path, 0, "holds zero bytes, after which text is lost",
+                       "write the file anew as plain text");
+    }
+    const std::string_view used = Trim(content);
+    long number = 0;
+    for (std::string_view line : Lines(content)) {
+      ++number;
+      // Blank lines at the start and the end of the file do no harm.
+      if (line.data() + line.size() <= used.data() || line.data() >= used.data() + used.size()) {
+        continue;
+      }
+      CheckLine(Trim(line), number);
+    }
+  }
+  long LineOf(const std::string& key) const {
+    const auto entry = m_first.find(key);
+    return entry == m_first.end() ? 0 : entry->second;
+  }
+
+ private:
+  void CheckLine(std::string_view line, long number) {
+    const std::size_t equals = line.find('=');
+    if (equals == std::string_view::npos) {
+      m_findings.Error(m_path, number,
+                       line.empty() ? "blank line, which refuses the whole file"
+                                    : "no \"=\" in this line, which refuses the whole file",
+                       "remove the line, or write key=value: there is no comment syntax");
+      return;
+    }
+    const std::string key(Trim(line.substr(0, equals)));
+    const std::string_view value = Trim(line.substr(equals + 1));
+    const auto [first, is_new] = m_first.emplace(key, number);
+    if (!is_new) {
+      m_findings.Warning(m_path, number,
+                         "key \"" + key + "\" again; line " + std::to_string(first->second) +
+                             " counts, this one does not",
+                         "keep one of the two lines");
+    }
+    if (kKeys.count(key) == 0 && kKeys.count(Lower(key)) != 0) {
+      m_findings.Error(m_path, number, "key \"" + key + "\" is not read: letter case counts",
+                       "write it in small letters");
+    }
+    if (kKeys.count(key) != 0 && value.size() > 1 && value.front() == value.back() &&
+        (value.front() == '"' || value.front() == '\'')) {
+      m_findings.Warning(m_path, number, "the quotes are part of the value of \"" + key + "\"",
+                         "take them away, unless you mean them");
+    }
+  }
+
+  const std::string& m_path;
+  Findings& m_findings;
+  std::map<std::string, long> m_first;
+};
+
+void CheckMode(const std::string& path, Findings& findings) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0 || (status.st_mode & (S_IROTH | S_IWOTH)) == 0) return;
+  if ((status.st_mode & S_IWOTH) != 0) {
+    findings.Warning(path, 0, "everybody on this machine may change it", "chmod o-rw " + path);
+  } else {
+    findings.Warning(path, 0, "everybody on this machine may read the password",
+                     "chmod o-r " + path + ", with a group for those who must read it");
+  }
+}
+
+void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsLines& lines,
+                 Findings& findings) {
+  const std::string type = Lower(auth.dbtype);
+  const long type_line = lines.LineOf("dbtype");
+  if (auth.dbtype != type && (type == "oracle" || type == "oci8")) {
+    findings.Error(path, type_line, "dbtype \"" + auth.dbtype + "\" selects MySQL, not Oracle",
+                   "write " + type + " in small letters");
+  } else if (auth.dbtype != "mysql" && !IsOracle(auth)) {
+    findings.Warning(path, type_line,
+                     "dbtype \"" + auth.dbtype +
+                         "\" is not known: it works as MySQL, but changes of enterprise users are "
+                         "seen only when their number changes",
+                     "write dbtype=mysql, or oracle");
+  }
+  if (auth.user.empty()) findings.Error(path, lines.LineOf("user"), "no user", "add user=...");
+  if (IsOracle(auth)) {
+    if (auth.new_user_password.empty()) {
+      findings.Error(path, lines.LineOf("set_password"),
+                     "no set_password: the users of the databases cannot be made",
+                     "add set_password=...");
+    }
+    return;
+  }
+  if (auth.host.empty()) {
+    findings.Warning(path, lines.LineOf("host"),
+                     "no host: the client library takes its local socket", "add host=127.0.0.1");
+  }
+  if (auth.port < 1 || auth.port > 65535) {
+    findings.Error(path, lines.LineOf("port"), "no port, or none from 1 to 65535",
+                   "write port= and digits only, 3306 mostly");
+  }
+  if (auth.dbname.empty()) {
+    findings.Warning(path, lines.LineOf("dbname0"), "no dbname0, the database to log in to",
+                     "add dbname0=vqcfg");
+  }
+}
+
+}  // namespace
+
+std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findings) {
+  std::string content;
+  if (!ReadWhole(path, content)) {
+    findings.Error(path, 0,
+                   std::string("cannot be read: ") + std::strerror(errno) +
+                       "; the service ends at once with status 1",
+                   errno == ENOENT ? "copy the sample dbinfo.conf there and put your server in"
+                                   : "mend its mode or that of the folders above");
+    return std::nullopt;
+  }
+  CheckMode(path, findings);
+  SettingsLines lines(path, findings);
+  lines.Check(content);
+  CDBInfo settings(path.c_str());
+  if (!settings.readConfig()) {
+    if (Trim(content).empty()) {
+      findings.Error(path, 0, "is empty; the service ends at once with status 1",
+                     "copy the sample dbinfo.conf there and put your server in");
+    }
+    return std::nullopt;
+  }
+  const MYSQLAUTH auth = ReadCredentials(settings);
+  CheckValues(path, auth, lines, findings);
+  return auth;
+}
+
+}  // namespace ctl

@@ -1,0 +1,170 @@
+// The folders of mem files and of the run log.
+
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "log/zux_center_log.h"
+#include "midtable/mem_file_name.h"
+#include "midtablectl/check.h"
+#include "support/paths.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr std::uint64_t kScarceBytes = 100ULL << 20;
+
+void CheckRoom(const std::string& folder, Findings& findings) {
+  struct statvfs room {};
+  if (statvfs(folder.c_str(), &room) != 0) return;
+  const std::uint64_t free = static_cast<std::uint64_t>(room.f_bavail) * room.f_frsize;
+  const char* const fix = "delete .mid files and old run logs, or give the file system more room";
+  if (free == 0 || (room.f_files > 0 && room.f_favail == 0)) {
+    findings.Error(folder, 0, free == 0 ? "its file system is full" : "no inode is left", fix);
+  } else if (free < kScarceBytes) {
+    findings.Warning(folder, 0, Format("only %llu MiB are free", 0ULL + (free >> 20)), fix);
+  }
+}
+
+// Why the service will never take this name although it looks like a mem file's; empty when it does
+// not.
+std::string NeverTaken(const std::string& name) {
+  if (!Lower(name).ends_with(".dat")) return {};
+  if (!name.ends_with(".dat")) return "its ending is not .dat in small letters";
+  const std::size_t table = name.find('-');
+  if (table == std::string::npos) return "it has no \"-\"";
+  if (table != 8 && !ULIT::isXdigit(name.substr(0, table).c_str())) {
+    return "it does not begin with a database's 8 hexadecimal digits";
+  }
+  const std::size_t date = name.find('-', table + 1);
+  if (date == std::string::npos || !ULIT::isValidDate(name.substr(date + 1, 8).c_str())) {
+    return "no date of 8 digits follows the table";
+  }
+  const std::size_t time = name.find('-', date + 1);
+  if (time == std::string::npos || !ULIT::isValidTime(name.substr(time + 1, 6).c_str())) {
+    return "no time of 6 digits follows the date";
+  }
+  return "something stands between its time and .dat";
+}
+
+class FolderChecker {
+ public:
+  FolderChecker(const DatabaseFolder& folder, const std::set<std::string>& kinds, bool oracle,
+                Findings& findings)
+      : m_folder(folder), m_kinds(kinds), m_oracle(oracle), m_findings(findings) {}
+
+  void Check() {
+    if (m_folder.error != 0) {
+      m_findings.Error(m_folder.Path(), 0,
+                       std::string("cannot be listed: ") + std::strerror(m_folder.error),
+                       "a folder that the service's user may read, write and pass through");
+      return;
+    }
+    if (access(m_folder.Path().c_str(), W_OK | X_OK) != 0) {
+      m_findings.Warning(m_folder.Path(), 0, "this user cannot rename files in it",
+                         "run check as the service's user; if it is that user, chown the folder");
+    }
+    for (const SpoolEntry& file : m_folder.files) CheckFile(file);
+  }
+
+ private:
+  void CheckFile(const SpoolEntry& file) {
+    const std::string path = m_folder.Path() + file.name;
+    if (file.state == FileState::kOther) {
+      const std::string why = NeverTaken(file.name);
+      if (!why.empty()) {
+        m_findings.Warning(path, 0, "is never taken: " + why,
+                           "rename it: id-table-YYYYMMDD-HHMMSS.dat, see mem-file.md");
+      }
+    }
+    if (file.state != FileState::kWaiting) return;
+    const auto fails = [&](const std::string& what, const std::string& fix) {
+      m_findings.Error(path, 0, what + "; it will become .err", fix);
+    };
+    const std::string table = MemFileTable(path);
+    if (!file.IsRegular()) return fails("is no regular file", "find out who made it; remove it");
+    if (table.empty()) return fails("has no usable table in its name", "rename it");
+    if (!IsSafePath(path) || !IsSafeIdentifier(table) || !IsSafeIdentifier(MemFileDatabase(path))) {
+      return fails("has a character in its name that could change a statement",
+                   "find out who made it; rename it if its content is sound");
+    }
+    CheckNames(path, file, table);
+  }
+
+  void CheckNames(const std::string& path, const SpoolEntry& file, const std::string& table) {
+    if (MemFileDatabase(path) != m_folder.Database()) {
+      m_findings.Warning(path, 0, "goes to database " + MemFileDatabase(path) + " by its name",
+                         "a file's name begins with the name of its folder");
+    }
+    const std::string kind = table.substr(table.size() - 1);
+    if (!m_kinds.empty() && m_kinds.count(kind) == 0) {
+      m_findings.Error(path, 0,
+                       "is of kind " + kind + ", which is not defined; it will become .err",
+                       "add the kind to the table definitions, or tell the producer");
+    }
+    if (!table.starts_with("MEM_") || !ULIT::isValidDate(TextAt(table, 4, 8).c_str())) {
+      m_findings.Warning(path, 0, "its table " + table + " has no date behind MEM_",
+                         "name the table MEM_YYYYMMDD_HHMMk: mid tables get their date from it");
+    } else if (m_oracle && table.size() < 18) {
+      m_findings.Error(path, 0, "its table has less than 18 characters; it will become .err",
+                       "name the table MEM_YYYYMMDD_HHMMk");
+    }
+    if (access(path.c_str(), R_OK) != 0 && (file.status.st_mode & S_IROTH) == 0) {
+      m_findings.Warning(path, 0, "another user's file that not everybody may read",
+                         "let the producer make files of mode 0644");
+    }
+  }
+
+  const DatabaseFolder& m_folder;
+  const std::set<std::string>& m_kinds;
+  const bool m_oracle;
+  Findings& m_findings;
+};
+
+}  // namespace
+
+void CheckSpool(const Spool& spool, const DefinitionSet& definitions, bool oracle,
+                Findings& findings) {
+  if (spool.error != 0) {
+    findings.Error(paths::kSpool, 0, std::string("cannot be listed: ") + std::strerror(spool.error),
+                   "make it, for the producers to write in and the service's user to read");
+    return;
+  }
+  CheckRoom(paths::kSpool, findings);
+  for (const std::string& other : spool.others) {
+    findings.Warning(paths::kSpool + other, 0, "is never looked at",
+                     "folders of mem files have 8 hexadecimal digits for a name");
+  }
+  const std::set<std::string> kinds = definitions.MemKinds();
+  for (const DatabaseFolder& folder : spool.folders) {
+    FolderChecker(folder, kinds, oracle, findings).Check();
+  }
+  if (access(paths::kNoRewriteFlag, F_OK) == 0) {
+    findings.Warning(paths::kNoRewriteFlag, 0,
+                     "a service started now loads files of kind F without local flags",
+                     "remove it and restart the service, unless you mean it");
+  }
+}
+
+void CheckRunLogFolder(Findings& findings) {
+  struct stat status {};
+  if (stat(paths::kRunLogDir, &status) != 0) {
+    const bool makes_it = errno == ENOENT && access(paths::kLogData, F_OK) == 0;
+    if (!makes_it) {
+      findings.Warning(paths::kRunLogDir, 0, std::strerror(errno),
+                       "make it for the service's user; without it there is no run log");
+    }
+    return;
+  }
+  if (!S_ISDIR(status.st_mode) || access(paths::kRunLogDir, W_OK | X_OK) != 0) {
+    findings.Warning(paths::kRunLogDir, 0, "this user cannot write in it",
+                     "let the service's user write there; without it there is no run log");
+  }
+  CheckRoom(paths::kRunLogDir, findings);
+}
+
+}  // namespace ctl

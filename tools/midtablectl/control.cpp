@@ -1,0 +1,124 @@
+#include "midtablectl/control.h"
+
+#include <CLI/CLI.hpp>
+
+#include "midtablectl/check.h"
+#include "midtablectl/retry.h"
+#include "midtablectl/status.h"
+#include "midtablectl/why.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr char kFooter[] =
+    "\nExit status: 0 fine, 1 there are findings, 2 could not look.\nmidtablectl COMMAND --help "
+    "has "
+    "the options; man midtablectl has the rest.";
+
+struct Arguments {
+  CheckOptions check;
+  StatusOptions status;
+  RetryOptions retry;
+  std::string why;
+  int watch = 2;
+};
+
+CLI::App* AddCheck(CLI::App& app, CheckOptions& options) {
+  CLI::App* check = app.add_subcommand(
+      "check",
+      "Looks at the settings, the definitions, the spool and the server for what would make files "
+      "fail, and says what to do. Loads a one-line probe from every folder into a scratch database "
+      "WLAN_midtablectl, which it drops again. Run it as root or as the service's user.");
+  check->add_flag("--offline", options.offline, "without the server");
+  check->add_flag("--errors", options.errors_only,
+                  "only what makes the service fail or lose rows, no warnings");
+  check->add_option("--settings", options.settings, "look at this settings file instead")
+      ->type_name("FILE");
+  check
+      ->add_option("--definitions", options.definitions,
+                   "look at these table definitions instead, for instance before they are renamed "
+                   "into place")
+      ->type_name("FILE");
+  return check;
+}
+
+CLI::App* AddStatus(CLI::App& app, Arguments& arguments) {
+  CLI::App* status = app.add_subcommand(
+      "status",
+      "Shows for each database the files that wait, are loaded and failed, the rows in its mem "
+      "tables, the speed of the last minute and the time to empty. Status 1 when files failed.");
+  status->add_option("--watch", arguments.watch, "look again every SECONDS (2)")
+      ->expected(0, 1)
+      ->check(CLI::Range(1, 3600))
+      ->type_name("SECONDS");
+  auto* json = status->add_flag("--json", arguments.status.json, "as a JSON object");
+  status
+      ->add_option(
+          "--prometheus", arguments.status.prometheus,
+          "write the figures to FILE, for a textfile collector; the file is replaced in one "
+          "step")
+      ->type_name("FILE")
+      ->excludes(json);
+  status->add_option("--settings", arguments.status.settings, "take this settings file instead")
+      ->type_name("FILE");
+  return status;
+}
+
+CLI::App* AddWhy(CLI::App& app, std::string& file) {
+  CLI::App* why = app.add_subcommand(
+      "why", "Shows the run log's lines of the moment when a mem file failed, and what to do.");
+  why->add_option("file", file, "the .err file, or its bare name")->required()->type_name("FILE");
+  return why;
+}
+
+CLI::App* AddRetry(CLI::App& app, RetryOptions& options) {
+  CLI::App* retry = app.add_subcommand(
+      "retry",
+      "Gives .err files their name .dat back, so that the service loads them again. Shows what it "
+      "would do and asks. Never replaces a file or follows a link, and leaves alone what would be "
+      "counted twice.");
+  auto* files = retry->add_option("files", options.files, "the .err files, or their bare names")
+                    ->type_name("FILE");
+  auto* database = retry
+                       ->add_option("--database", options.database,
+                                    "all .err files of the database with this ID")
+                       ->type_name("ID");
+  auto* all = retry->add_flag("--all", options.all, "all .err files of every database");
+  retry->add_flag("--yes", options.yes, "do it without asking");
+  files->excludes(database)->excludes(all);
+  database->excludes(all);
+  retry->callback([&options] {
+    if (options.files.empty() && options.database.empty() && !options.all) {
+      throw CLI::RequiredError("FILE, --database or --all");
+    }
+  });
+  return retry;
+}
+
+}  // namespace
+
+Status Control(int argc, const char* const* argv, Console& console) {
+  Arguments arguments;
+  CLI::App app("Checks, watches and mends the make mid table service.", "midtablectl");
+  app.require_subcommand(1);
+  app.footer(kFooter);
+  const CLI::App* check = AddCheck(app, arguments.check);
+  const CLI::App* status = AddStatus(app, arguments);
+  const CLI::App* why = AddWhy(app, arguments.why);
+  AddRetry(app, arguments.retry);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error, console.out, console.err) == 0 ? Status::kFine : Status::kCouldNotLook;
+  }
+  if (*check) return Check(arguments.check, console);
+  if (*status) {
+    if (status->count("--watch") > 0) arguments.status.watch_seconds = arguments.watch;
+    return ShowStatus(arguments.status, console);
+  }
+  if (*why) return Why(arguments.why, console);
+  return Retry(arguments.retry, console);
+}
+
+}  // namespace ctl

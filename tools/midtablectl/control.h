@@ -1,0 +1,11 @@
+// The program behind main().
+#pragma once
+
+#include "midtablectl/console.h"
+
+namespace ctl {
+
+// Parses the command line and runs its command; the result is the exit status.
+Status Control(int argc, const char* const* argv, Console& console);
+
+}  // namespace ctl

@@ -1,0 +1,54 @@
+// What `check` found: one line each.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "midtablectl/console.h"
+
+namespace ctl {
+
+struct Finding {
+  bool is_error;  // the service fails or loses rows; else it works, and somebody may be surprised
+  std::string where;  // a file, a folder, or "server"
+  long line;          // 0: none
+  std::string what;
+  std::string fix;
+};
+
+class Findings {
+ public:
+  void Error(std::string where, long line, std::string what, std::string fix) {
+    m_all.push_back({true, std::move(where), line, std::move(what), std::move(fix)});
+  }
+  void Warning(std::string where, long line, std::string what, std::string fix) {
+    m_all.push_back({false, std::move(where), line, std::move(what), std::move(fix)});
+  }
+  void Add(bool is_error, std::string where, long line, std::string what, std::string fix) {
+    m_all.push_back({is_error, std::move(where), line, std::move(what), std::move(fix)});
+  }
+
+  const std::vector<Finding>& all() const { return m_all; }
+  // Prints them, of many with one remedy the first few, and a line of totals; `errors_only` leaves
+  // the warnings out. Whether anything was printed decides the status.
+  Status Print(Console& console, bool errors_only) const;
+
+ private:
+  std::vector<Finding> m_all;
+};
+
+// Small helpers of all commands.
+std::string Lower(std::string_view text);
+std::string_view Trim(std::string_view text);  // of white space
+bool IsNumber(std::string_view text);          // digits only, at least one
+// The lines of a text without their ends; a CR before the LF goes too.
+std::vector<std::string_view> Lines(std::string_view text);
+// One line that a terminal shows as it stands: control characters, line feeds too, read as "?".
+std::string OneLine(std::string_view text);
+// "1 file", "2 files".
+std::string Count(std::size_t number, std::string_view noun);
+// The file's content; false, with errno set, when it cannot be read.
+bool ReadWhole(const std::string& path, std::string& content);
+
+}  // namespace ctl

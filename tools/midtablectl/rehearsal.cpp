@@ -1,0 +1,95 @@
+// The definitions' statements on empty tables: what only a server can tell of them.
+
+#include "midtable/mem_file_name.h"
+#include "midtablectl/advice.h"
+#include "midtablectl/check.h"
+
+namespace ctl {
+
+namespace {
+
+// A statement that names a database would act outside of the scratch database.
+bool StaysInside(const std::string& statement) {
+  const std::string text = Lower(statement);
+  return text.find("wlan_") == std::string::npos && text.find("vqcfg") == std::string::npos &&
+         text.find("use ") != 0;
+}
+
+class Rehearsal {
+ public:
+  Rehearsal(Server& server, const DefinitionSet& definitions, Findings& findings)
+      : m_server(server), m_set(definitions), m_findings(findings) {}
+
+  void Run() {
+    for (const MemDefinition& mem : m_set.mem) {
+      if (!mem.create.empty() && Try(mem.create, mem.line, "Create")) CheckMemTable(mem);
+    }
+    for (const MidDefinition& mid : m_set.mid) Convert(mid);
+  }
+
+ private:
+  bool Try(const std::string& statement, long line, const std::string& what) {
+    if (!StaysInside(statement)) return false;
+    const std::string words = m_server.Run(statement);
+    if (words.empty()) return true;
+    const std::string advice = ServerAdvice(words);
+    m_findings.Error(m_set.path, line, what + " fails on the server: " + words,
+                     advice.empty() ? "mend the statement" : advice);
+    return false;
+  }
+
+  void CheckMemTable(const MemDefinition& mem) {
+    const std::string table = SampleMemTable(mem.kind);
+    const std::string of_table = std::string(" where table_schema = '") + ScratchDatabase::kName +
+                                 "' and table_name = '" + table + "'";
+    const std::string engine =
+        m_server.Value("select engine from information_schema.tables" + of_table);
+    if (Lower(engine) != "innodb" && !EngineOf(mem.create).empty() &&
+        EngineOf(mem.create) != Lower(engine)) {
+      m_findings.Error(m_set.path, mem.line, "the server makes the mem table with engine " + engine,
+                       "write engine = InnoDB, and add NO_ENGINE_SUBSTITUTION to sql_mode");
+    }
+    const std::string columns =
+        m_server.Value("select count(*) from information_schema.columns" + of_table);
+    if (mem.kind == "F" && columns != "12") {
+      m_findings.Warning(
+          m_set.path, mem.line,
+          "the mem table of kind F has " + columns +
+              " columns; its files are loaded with 12, the last being the local flag",
+          "define 12 columns");
+    }
+  }
+
+  void Convert(const MidDefinition& mid) {
+    if (mid.convert.empty()) return;
+    const std::string table = mid.NameAt(kSampleDate);
+    if (mid.period == Period::kYear) {
+      // The operator's own table is the model; without one there is nothing to try.
+      const std::string model = m_server.Value(
+          "select concat('`', table_schema, '`.`', table_name, '`') from information_schema.tables "
+          "where table_schema like 'WLAN\\\\_%' and table_name like '" +
+          mid.name + "____' order by table_name desc limit 1");
+      if (model.empty() || !m_server.Run("create table " + table + " like " + model).empty())
+        return;
+    } else if (mid.create.empty() || !Try(mid.create, mid.line, "Create of " + mid.name)) {
+      return;
+    }
+    if (Has(SampleMemTable(mid.kind))) Try(mid.convert, mid.line, "Convert of " + mid.name);
+  }
+
+  bool Has(const std::string& table) {
+    return !m_server.Value("show tables like '" + table + "'").empty();
+  }
+
+  Server& m_server;
+  const DefinitionSet& m_set;
+  Findings& m_findings;
+};
+
+}  // namespace
+
+void RehearseDefinitions(Server& server, const DefinitionSet& definitions, Findings& findings) {
+  Rehearsal(server, definitions, findings).Run();
+}
+
+}  // namespace ctl

@@ -1,0 +1,74 @@
+#include "midtablectl/run_log.h"
+
+#include <cstdio>
+
+#include "log/zux_center_log.h"
+#include "midtablectl/findings.h"
+#include "support/paths.h"
+
+namespace ctl {
+
+namespace {
+
+// "[unit:line][HH:MM:SS][Level]:text"; false when the line begins otherwise.
+bool ParseFirstLine(std::string_view line, LogEntry& entry) {
+  if (!line.starts_with('[')) return false;
+  const std::size_t unit_end = line.find(':');
+  const std::size_t time = line.find("][");
+  if (time == std::string_view::npos || unit_end > time || line.size() < time + 12) return false;
+  if (!IsNumber(line.substr(unit_end + 1, time - unit_end - 1))) return false;
+  const std::string clock(line.substr(time + 2, 8));
+  int hour = 0;
+  int minute = 0;
+  int second = 0;
+  if (std::sscanf(clock.c_str(), "%2d:%2d:%2d", &hour, &minute, &second) != 3) return false;
+  const std::string_view rest = line.substr(time + 10);
+  const std::size_t level_end = rest.find("]:");
+  if (!rest.starts_with("][") || level_end == std::string_view::npos) return false;
+  entry.unit = line.substr(1, unit_end - 1);
+  entry.second = (hour * 60 + minute) * 60 + second;
+  entry.level = rest.substr(2, level_end - 2);
+  entry.text = rest.substr(level_end + 2);
+  return true;
+}
+
+}  // namespace
+
+std::string LogEntry::Show() const {
+  std::string shown = Format("[%s][%02d:%02d:%02d][%s]:", unit.c_str(), second / 3600,
+                             second / 60 % 60, second % 60, level.c_str());
+  bool first = true;
+  for (const std::string_view line : Lines(text)) {
+    shown += (first ? "" : "\n") + OneLine(line);
+    first = false;
+  }
+  return shown;
+}
+
+std::vector<LogEntry> ParseLog(std::string_view content) {
+  std::vector<LogEntry> entries;
+  for (const std::string_view line : Lines(content)) {
+    LogEntry entry;
+    if (ParseFirstLine(line, entry)) {
+      entries.push_back(std::move(entry));
+    } else if (!entries.empty()) {
+      entries.back().text.append("\n").append(line);
+    }
+  }
+  return entries;
+}
+
+std::vector<LogEntry> ReadLogOf(const std::tm& day, std::vector<std::string>& paths) {
+  std::vector<LogEntry> entries;
+  const std::string log = Format("%s%04d%02d%02d.log", paths::kRunLogDir, day.tm_year + 1900,
+                                 day.tm_mon + 1, day.tm_mday);
+  for (const std::string& path : {log + ".bak", log}) {
+    std::string content;
+    if (!ReadWhole(path, content)) continue;
+    paths.push_back(path);
+    for (LogEntry& entry : ParseLog(content)) entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+}  // namespace ctl

@@ -1,0 +1,28 @@
+// Reads the files of the run log.
+#pragma once
+
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ctl {
+
+struct LogEntry {
+  std::string unit;
+  std::string level;  // "ErrLog" and so on
+  int second;         // of the day
+  std::string text;   // may have several lines
+
+  bool IsError() const { return level == "ErrLog"; }
+  std::string Show() const;  // as in the file
+};
+
+// The entries of a log file's content, in its order. Lines that begin no entry belong to the one
+// before.
+std::vector<LogEntry> ParseLog(std::string_view content);
+
+// The entries of one day: ".log.bak", then ".log". `paths` gets the files that were read.
+std::vector<LogEntry> ReadLogOf(const std::tm& day, std::vector<std::string>& paths);
+
+}  // namespace ctl

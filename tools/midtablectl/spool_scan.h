@@ -1,0 +1,49 @@
+// What lies in the spool, by folder and state.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ctl {
+
+enum class FileState {
+  kWaiting,   // a name that the service takes
+  kLoaded,    // .mid
+  kFailed,    // .err
+  kKept,      // .err beside a .mid or .dat: a file as it came, its good lines being in the other
+  kSetAside,  // .err.1 and so on: earlier failures of one name
+  kOther
+};
+
+struct SpoolEntry {
+  std::string name;
+  FileState state;
+  struct stat status;  // of the name itself, links not followed
+
+  bool IsRegular() const { return S_ISREG(status.st_mode); }
+};
+
+struct DatabaseFolder {
+  std::string id;
+  int error = 0;  // errno when it could not be listed
+  std::vector<SpoolEntry> files;
+
+  std::string Path() const;
+  std::string Database() const { return "WLAN_" + id; }
+};
+
+struct Spool {
+  int error = 0;                        // errno when the spool itself could not be listed
+  std::vector<DatabaseFolder> folders;  // as the service finds them, sorted by name
+  std::vector<std::string> others;      // names that the service passes over
+};
+
+Spool ScanSpool();
+
+// "....dat" of a name or path that ends in .mid, .err or .err.N; empty for any other.
+std::string WaitingName(std::string_view name);
+
+}  // namespace ctl

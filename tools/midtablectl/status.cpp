@@ -1,0 +1,198 @@
+#include "midtablectl/status.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+#include "db/SqlFactory.h"
+#include "log/zux_center_log.h"
+#include "midtablectl/check.h"
+#include "support/file.h"
+#include "support/paths.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr std::time_t kRateSeconds = 60;
+
+void LookAtLock(SystemStatus& status) {
+  const FileDescriptor file(open(paths::kLockFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  if (!file || fcntl(file.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) return;
+  status.running = true;
+  status.pid = lock.l_pid > 0 ? lock.l_pid : 0;
+}
+
+// `content` is complete under `path`, or `path` is as it was: a collector may read at any time.
+bool WriteAtomically(const std::string& path, const std::string& content) {
+  const std::string temporary = path + ".tmp" + std::to_string(getpid());
+  FileDescriptor file(
+      open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+  if (!file) return false;
+  const bool written =
+      write(file.get(), content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
+      fchmod(file.get(), 0644) == 0 && close(file.release()) == 0 &&
+      std::rename(temporary.c_str(), path.c_str()) == 0;
+  const int error = errno;
+  if (!written) unlink(temporary.c_str());
+  errno = error;
+  return written;
+}
+
+std::optional<MYSQLAUTH> Credentials(const std::string& path) {
+  CDBInfo settings(path.c_str());
+  if (!settings.readConfig()) return std::nullopt;
+  return ReadCredentials(settings);
+}
+
+Status StatusOf(const SystemStatus& look, Console& console) {
+  if (look.spool_error != 0) {
+    console.err << paths::kSpool << ": " << std::strerror(look.spool_error) << '\n';
+    return Status::kCouldNotLook;
+  }
+  if (!look.server_error.empty()) {
+    console.err << "mem tables not looked at: " << OneLine(look.server_error) << '\n';
+    return Status::kCouldNotLook;
+  }
+  const bool failed = std::any_of(look.databases.begin(), look.databases.end(),
+                                  [](const DatabaseStatus& one) { return one.failed > 0; });
+  return failed ? Status::kFindings : Status::kFine;
+}
+
+}  // namespace
+
+SystemStatus Observer::Look() {
+  SystemStatus status;
+  status.time = std::time(nullptr);
+  LookAtLock(status);
+  const Spool spool = ScanSpool();
+  status.spool_error = spool.error;
+  for (const DatabaseFolder& folder : spool.folders) {
+    status.databases.push_back(LookAt(folder, status.time));
+  }
+  std::erase_if(m_rows, [&status](const auto& entry) {
+    return entry.second.loaded + kRateSeconds < status.time;
+  });
+  LookAtMemTables(status);
+  return status;
+}
+
+DatabaseStatus Observer::LookAt(const DatabaseFolder& folder, std::time_t now) {
+  DatabaseStatus status;
+  status.database = folder.Database();
+  std::time_t oldest = now;
+  std::time_t first = now;
+  std::uint64_t files = 0;
+  std::uint64_t rows = 0;
+  for (const SpoolEntry& file : folder.files) {
+    switch (file.state) {
+      case FileState::kWaiting:
+        ++status.waiting;
+        status.waiting_bytes += static_cast<std::uint64_t>(file.status.st_size);
+        oldest = std::min(oldest, file.status.st_mtime);
+        break;
+      case FileState::kLoaded:
+        ++status.loaded;
+        if (file.status.st_ctime + kRateSeconds >= now && file.IsRegular()) {
+          ++files;
+          rows += RowsOf(folder.Path() + file.name, file.status.st_ctime);
+          first = std::min(first, file.status.st_ctime);
+        }
+        break;
+      case FileState::kFailed:
+        ++status.failed;
+        break;
+      case FileState::kKept:
+      case FileState::kSetAside:
+        ++status.kept;
+        break;
+      case FileState::kOther:
+        break;
+    }
+  }
+  status.oldest_seconds = now - oldest;
+  const auto span = static_cast<double>(std::max<std::time_t>(now - first, 1));
+  status.files_per_second = static_cast<double>(files) / span;
+  status.rows_per_second = static_cast<double>(rows) / span;
+  if (status.waiting == 0) {
+    status.seconds_to_empty = 0;
+  } else if (files > 0) {
+    status.seconds_to_empty = static_cast<double>(status.waiting) / status.files_per_second;
+  }
+  return status;
+}
+
+std::uint64_t Observer::RowsOf(const std::string& path, std::time_t loaded) {
+  const auto known = m_rows.find(path);
+  if (known != m_rows.end() && known->second.loaded == loaded) return known->second.rows;
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  std::uint64_t rows = 0;
+  std::vector<char> chunk(1 << 18);
+  for (ssize_t size = 0; file && (size = read(file.get(), chunk.data(), chunk.size())) > 0;) {
+    rows += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + size, '\n'));
+  }
+  m_rows.insert_or_assign(path, Counted{loaded, rows});
+  return rows;
+}
+
+void Observer::LookAtMemTables(SystemStatus& status) {
+  if (!m_auth) {
+    status.server_error = "the settings cannot be used: midtablectl check tells why";
+    return;
+  }
+  // Where each database is a user, no login sees the tables of all.
+  if (IsOracle(*m_auth)) return;
+  if (m_sql == nullptr) m_sql = CreateSqlBase(*m_auth);
+  if ((m_sql->isDBAlive() ? 0 : m_sql->reconnectDB()) != 0) {
+    status.server_error = ServerWords(m_sql->getLastError());
+    return;
+  }
+  Server server(*m_sql, "");
+  std::map<std::string, std::uint64_t> rows;
+  for (SqlRecord& table :
+       server.Rows("select table_schema as d, table_name as t from information_schema.tables where "
+                   "table_schema like 'WLAN\\_%' and table_name like 'MEM\\_%' and table_name not "
+                   "like '%\\_external'")) {
+    const std::string count =
+        server.Value("select count(*) from `" + table["d"] + "`.`" + table["t"] + "`");
+    rows[table["d"]] += std::strtoull(count.c_str(), nullptr, 10);
+  }
+  for (DatabaseStatus& database : status.databases) {
+    database.mem_rows = rows[database.database];
+  }
+}
+
+Status ShowStatus(const StatusOptions& options, Console& console) {
+  const std::string path = options.settings.empty() ? paths::kSettingsFile : options.settings;
+  Observer observer(Credentials(path));
+  std::optional<SystemStatus> first;
+  for (;;) {
+    const SystemStatus look = observer.Look();
+    if (!first) first = look;
+    if (!options.prometheus.empty() && !WriteAtomically(options.prometheus, ToPrometheus(look))) {
+      console.err << OneLine(options.prometheus) << ": " << std::strerror(errno) << '\n';
+      return Status::kCouldNotLook;
+    }
+    if (options.json) {
+      console.out << ToJson(look) << '\n';
+    } else if (options.prometheus.empty() || options.watch_seconds) {
+      if (options.watch_seconds && console.terminal) console.out << "\x1b[H\x1b[J";
+      PrintTable(look, options.watch_seconds ? &*first : nullptr, console);
+    }
+    console.out.flush();
+    const Status status = StatusOf(look, console);
+    if (!options.watch_seconds || !console.out) return status;
+    std::this_thread::sleep_for(std::chrono::seconds(*options.watch_seconds));
+  }
+}
+
+}  // namespace ctl

@@ -1,0 +1,211 @@
+// The forms in which a status is given out.
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "log/zux_center_log.h"
+#include "midtablectl/findings.h"
+#include "midtablectl/status.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr int kBarWidth = 18;
+
+std::string Bytes(std::uint64_t bytes) {
+  static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+  auto value = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  for (; value >= 1024 && unit < 4; ++unit) value /= 1024;
+  return Format(unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
+}
+
+std::string Duration(double seconds) {
+  const auto whole = static_cast<long>(seconds + 0.5);
+  if (whole < 60) return Format("%ld s", whole);
+  if (whole < 3600) return Format("%ld:%02ld min", whole / 60, whole % 60);
+  if (whole < 48 * 3600) return Format("%ld:%02ld h", whole / 3600, whole / 60 % 60);
+  return Format("%ld days", whole / (24 * 3600));
+}
+
+std::string Bar(const DatabaseStatus& now, const DatabaseStatus* before) {
+  if (before == nullptr) return {};
+  const std::uint64_t done = now.loaded > before->loaded ? now.loaded - before->loaded : 0;
+  const std::uint64_t all = done + now.waiting;
+  const auto full =
+      static_cast<int>(all == 0 ? kBarWidth : static_cast<std::uint64_t>(kBarWidth) * done / all);
+  const auto percent = static_cast<int>(all == 0 ? 100 : 100 * done / all);
+  return "[" + std::string(static_cast<std::size_t>(full), '#') +
+         std::string(static_cast<std::size_t>(kBarWidth - full), '.') + Format("] %3d%%", percent);
+}
+
+const DatabaseStatus* Find(const SystemStatus* status, const std::string& database) {
+  if (status == nullptr) return nullptr;
+  for (const DatabaseStatus& one : status->databases) {
+    if (one.database == database) return &one;
+  }
+  return nullptr;
+}
+
+DatabaseStatus Total(const SystemStatus& status) {
+  DatabaseStatus total;
+  total.database = "all";
+  total.mem_rows = 0;
+  total.seconds_to_empty = 0;
+  for (const DatabaseStatus& one : status.databases) {
+    total.waiting += one.waiting;
+    total.waiting_bytes += one.waiting_bytes;
+    total.oldest_seconds = std::max(total.oldest_seconds, one.oldest_seconds);
+    total.loaded += one.loaded;
+    total.failed += one.failed;
+    total.kept += one.kept;
+    total.files_per_second += one.files_per_second;
+    total.rows_per_second += one.rows_per_second;
+    if (!one.mem_rows) total.mem_rows.reset();
+    if (total.mem_rows) *total.mem_rows += *one.mem_rows;
+    if (!one.seconds_to_empty) total.seconds_to_empty.reset();
+    if (total.seconds_to_empty) {
+      total.seconds_to_empty = std::max(*total.seconds_to_empty, *one.seconds_to_empty);
+    }
+  }
+  return total;
+}
+
+void PrintLine(const DatabaseStatus& one, const std::string& bar, Console& console) {
+  const auto big = [](std::uint64_t number) { return static_cast<unsigned long long>(number); };
+  std::string failed = Format("%7llu", big(one.failed));
+  if (console.terminal && one.failed > 0) failed = "\x1b[31m" + failed + "\x1b[0m";
+  console.out << Format("%-13s %8llu %10s %10s %8llu ", one.database.c_str(), big(one.waiting),
+                        Bytes(one.waiting_bytes).c_str(),
+                        one.waiting > 0 ? Duration(static_cast<double>(one.oldest_seconds)).c_str()
+                                        : "-",
+                        big(one.loaded))
+              << failed
+              << Format(" %9s %8.1f %9.0f %10s",
+                        one.mem_rows ? std::to_string(*one.mem_rows).c_str() : "?",
+                        one.files_per_second, one.rows_per_second,
+                        one.seconds_to_empty ? Duration(*one.seconds_to_empty).c_str() : "?")
+              << (bar.empty() ? "" : "  ") << bar << '\n';
+}
+
+}  // namespace
+
+void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& console) {
+  std::tm local{};
+  localtime_r(&status.time, &local);
+  std::string service = "not running";
+  if (status.running) {
+    service = status.pid > 0 ? "running, process " + std::to_string(status.pid) : "running";
+  }
+  console.out << Format("midtable %s      %04d-%02d-%02d %02d:%02d:%02d\n\n", service.c_str(),
+                        local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                        local.tm_min, local.tm_sec)
+              << Format("%-13s %8s %10s %10s %8s %7s %9s %8s %9s %10s\n", "database", "waiting",
+                        "bytes", "oldest", "loaded", "failed", "mem rows", "files/s", "rows/s",
+                        "empty in");
+  for (const DatabaseStatus& one : status.databases) {
+    const DatabaseStatus* before = Find(first, one.database);
+    static const DatabaseStatus kNew;
+    PrintLine(one, first == nullptr ? "" : Bar(one, before != nullptr ? before : &kNew), console);
+  }
+  if (status.databases.empty()) console.out << "no database has a folder in the spool\n";
+  if (status.databases.size() < 2) return;
+  const DatabaseStatus before = first != nullptr ? Total(*first) : DatabaseStatus();
+  const DatabaseStatus total = Total(status);
+  PrintLine(total, Bar(total, first != nullptr ? &before : nullptr), console);
+}
+
+std::string ToJson(const SystemStatus& status) {
+  nlohmann::ordered_json json = {
+      {"time", status.time}, {"running", status.running}, {"databases", nlohmann::json::array()}};
+  for (const DatabaseStatus& one : status.databases) {
+    nlohmann::ordered_json entry = {{"database", one.database},
+                                    {"waiting", one.waiting},
+                                    {"waiting_bytes", one.waiting_bytes},
+                                    {"oldest_seconds", one.oldest_seconds},
+                                    {"loaded", one.loaded},
+                                    {"failed", one.failed},
+                                    {"kept", one.kept},
+                                    {"files_per_second", one.files_per_second},
+                                    {"rows_per_second", one.rows_per_second},
+                                    {"mem_rows", nullptr},
+                                    {"seconds_to_empty", nullptr}};
+    if (one.mem_rows) entry["mem_rows"] = *one.mem_rows;
+    if (one.seconds_to_empty) entry["seconds_to_empty"] = *one.seconds_to_empty;
+    json["databases"].push_back(entry);
+  }
+  return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+namespace {
+
+class Exposition {
+ public:
+  void Family(const std::string& name, const std::string& help) {
+    m_name = "midtable_" + name;
+    m_text += "# HELP " + m_name + " " + help + "\n# TYPE " + m_name + " gauge\n";
+  }
+  void Sample(double value, const std::vector<std::pair<std::string, std::string>>& labels = {}) {
+    m_text += m_name;
+    for (std::size_t i = 0; i < labels.size(); ++i) {
+      m_text += (i == 0 ? "{" : ",") + labels[i].first + "=\"" + Escaped(labels[i].second) + "\"";
+    }
+    m_text += (labels.empty() ? "" : "}") + Format(" %.17g\n", value);
+  }
+  const std::string& text() const { return m_text; }
+
+ private:
+  static std::string Escaped(const std::string& value) {
+    std::string escaped;
+    for (const char c : value) {
+      if (c == '\\' || c == '"') escaped += '\\';
+      escaped += c == '\n' ? "\\n" : std::string(1, c);
+    }
+    return escaped;
+  }
+
+  std::string m_name;
+  std::string m_text;
+};
+
+}  // namespace
+
+std::string ToPrometheus(const SystemStatus& status) {
+  Exposition out;
+  out.Family("running", "1 while the service holds its lock.");
+  out.Sample(status.running ? 1 : 0);
+  out.Family("server_reachable", "1 when the mem tables could be looked at.");
+  out.Sample(status.server_error.empty() ? 1 : 0);
+  out.Family("files", "Mem files in the spool, by state.");
+  for (const DatabaseStatus& one : status.databases) {
+    out.Sample(static_cast<double>(one.waiting),
+               {{"database", one.database}, {"state", "waiting"}});
+    out.Sample(static_cast<double>(one.loaded), {{"database", one.database}, {"state", "loaded"}});
+    out.Sample(static_cast<double>(one.failed), {{"database", one.database}, {"state", "failed"}});
+    out.Sample(static_cast<double>(one.kept), {{"database", one.database}, {"state", "kept"}});
+  }
+  const auto gauge = [&](const char* name, const char* help, auto value) {
+    out.Family(name, help);
+    for (const DatabaseStatus& one : status.databases) {
+      if (const std::optional<double> sample = value(one)) {
+        out.Sample(*sample, {{"database", one.database}});
+      }
+    }
+  };
+  using Sample = std::optional<double>;
+  gauge("waiting_bytes", "Size of the files that wait.",
+        [](const DatabaseStatus& one) { return Sample(static_cast<double>(one.waiting_bytes)); });
+  gauge("oldest_waiting_seconds", "Age of the oldest file that waits.",
+        [](const DatabaseStatus& one) { return Sample(static_cast<double>(one.oldest_seconds)); });
+  gauge("loaded_files_per_second", "Files loaded, over the last minute.",
+        [](const DatabaseStatus& one) { return Sample(one.files_per_second); });
+  gauge("loaded_rows_per_second", "Rows loaded, over the last minute.",
+        [](const DatabaseStatus& one) { return Sample(one.rows_per_second); });
+  gauge("mem_table_rows", "Rows that wait in mem tables.", [](const DatabaseStatus& one) {
+    return one.mem_rows ? Sample(static_cast<double>(*one.mem_rows)) : std::nullopt;
+  });
+  return out.text();
+}
+
+}  // namespace ctl
