@@ -139,7 +139,11 @@ int CMysqlBase::RowsCountBySQL(const char* sql, unsigned int* count) {
   return 0;
 }
 
-bool CMysqlBase::isDBAlive() { return usable() != nullptr && mysql_ping(usable()) == 0; }
+bool CMysqlBase::isDBAlive() {
+  if (usable() != nullptr && mysql_ping(usable()) == 0) return true;
+  m_lastError = "ping failed, error:" + libraryError();
+  return false;
+}
 
 int CMysqlBase::GetColums(const char* /*table*/, std::vector<std::string>& /*columns*/) {
   return 1;

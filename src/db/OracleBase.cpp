@@ -218,11 +218,14 @@ class COracleBase::Session {
     return false;
   }
 
-  bool isAlive() const {
+  bool isAlive(std::string& error) const {
     SQLUINTEGER dead = SQL_CD_FALSE;
     SQLGetConnectAttr(m_connection.get(), SQL_ATTR_CONNECTION_DEAD, &dead, SQL_IS_UINTEGER,
                       nullptr);
-    return dead != SQL_CD_TRUE && Statement(m_connection.get()).run("select 1 from dual");
+    Statement statement(m_connection.get());
+    if (dead != SQL_CD_TRUE && statement.run("select 1 from dual")) return true;
+    error = dead == SQL_CD_TRUE ? kNotConnected : statement.failure().text;
+    return false;
   }
 
  private:
@@ -372,4 +375,8 @@ int COracleBase::RowsCountBySQL(const char* sql, unsigned int* count) {
   return 0;
 }
 
-bool COracleBase::isDBAlive() { return m_session != nullptr && m_session->isAlive(); }
+bool COracleBase::isDBAlive() {
+  if (m_session != nullptr) return m_session->isAlive(m_lastError);
+  m_lastError = kNotConnected;
+  return false;
+}

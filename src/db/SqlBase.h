@@ -39,7 +39,7 @@ class CSqlBase {
   // Number of rows of a query: 0 and `*count` set, otherwise the server's error number and `*count`
   // as it was.
   virtual int RowsCountBySQL(const char* sql, unsigned int* count) = 0;
-  // Whether the server answers on this connection.
+  // Whether the server answers on this connection; if not, the last error says why.
   virtual bool isDBAlive() = 0;
   // Appends the column names of `table`, in table order, where the back end offers that service;
   // 1 when done (also by a back end that does not offer it), 0 on failure.

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -169,10 +170,12 @@ class CMidTable {
   bool CreateMidTable(const TableDefinitions& definitions, const MidTable& table);
   bool CreateSequence(const TableDefinitions& definitions, const MidTable& table);
   bool ConvertMidTable(const TableDefinitions& definitions, const MidTable& table);
+  bool TransactionIsGone();
   bool RunFallback(const TableDefinitions& definitions, const MidTable& table);
   std::vector<TemplateValue> ConversionValues(const MidTable& table);
   std::string CityValue();
   bool EmptyMemTable();
+  bool RemoveConvertedRows(const std::string& table);
 
   static constexpr std::size_t kBufferCount = 8096;
   using Buffer = std::array<char, 256>;
@@ -196,6 +199,7 @@ class CMidTable {
   const SpoolSystem& m_system;
   std::map<std::string, SpoolFolder> m_folders;  // by database folder
   std::map<std::string, int> m_mapMidTable;      // failures by database and full mid table name
+  std::set<std::string> m_setConverted;          // mem tables, with database, not emptied since
   std::list<std::string> m_lstMemFile;           // queued full paths
   std::optional<FileIdentity> m_loaded;          // the last file given to the server
   SettledFiles m_settled;                        // done with, but still named ".dat"

@@ -186,9 +186,21 @@ bool CMidTable::ConvertMidTable(const TableDefinitions& definitions, const MidTa
   g_loger(kUnit, __LINE__, kError, "exe <%s> error %s", outcome.statement.c_str(),
           outcome.error.c_str());
   const bool has_fallback = table.period != Period::kYear && (m_strKind == "F" || m_strKind == "A");
-  if (has_fallback) return RunFallback(definitions, table);
+  if (has_fallback) return !TransactionIsGone() && RunFallback(definitions, table);
   CheckMidTable(table.name);
   return false;
+}
+
+// After a deadlock, and after a lock wait where it is set so, the server has rolled back all mid
+// tables before this one; what it took now would stand alone, and the mem table be emptied for it.
+// Within a transaction it refuses the statement below, elsewhere that changes nothing of weight.
+bool CMidTable::TransactionIsGone() {
+  if (GetDBType()) return false;  // there, a failed statement takes back itself alone
+  if (m_pSqlBase->executeSQL("set transaction isolation level repeatable read", 0) != 0)
+    return false;
+  g_loger(kUnit, __LINE__, kError, "memtable %s.%s transaction ended by the server",
+          m_strDatabase.c_str(), m_strMemTable.c_str());
+  return true;
 }
 
 bool CMidTable::RunFallback(const TableDefinitions& definitions, const MidTable& table) {
@@ -242,7 +254,9 @@ bool CMidTable::EmptyMemTable() {
   }
   const std::string error = m_pSqlBase->getLastError();
   LogFailed(truncate.c_str(), error);
-  return error.find("ORA-00942") != std::string::npos;  // the table is gone already
+  if (error.find("ORA-00942") != std::string::npos) return true;  // the table is gone already
+  m_setConverted.insert(m_strDatabase + "." + m_strMemTable);
+  return false;
 }
 
 void CMidTable::CheckMidTable(const std::string& midTable) {

@@ -107,7 +107,12 @@ int CMidTable::Run() {
 
 bool CMidTable::Reconnect() {
   for (int tried = 0; m_pSqlBase->reconnectDB() != 0;) {
-    if (tried == kPausedReconnects || !UpdateAuth()) return false;
+    const bool last = tried == kPausedReconnects;
+    if (tried == 0 || last) {  // one line a second would say no more
+      g_loger(kUnit, __LINE__, kError, "reconnect db attempt %d failed reason %s", tried + 1,
+              m_pSqlBase->getLastError().c_str());
+    }
+    if (last || !UpdateAuth()) return false;
     ++tried;
     sleep_i(1);
     g_loger(kUnit, __LINE__, kConsole, "database not avaliable thread tried %d",
@@ -123,6 +128,8 @@ bool CMidTable::MakeMidTable() {
   for (const std::string& name : m_lstDbName) {
     if (!m_pSqlBase->isDBAlive()) {
       g_loger(kUnit, __LINE__, kConsole, "mysql ping err last err %s",
+              m_pSqlBase->getLastError().c_str());
+      g_loger(kUnit, __LINE__, kAlarm, "connection to db lost reason %s",
               m_pSqlBase->getLastError().c_str());
       return false;
     }

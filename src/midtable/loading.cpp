@@ -75,6 +75,7 @@ bool CMidTable::LoadOneMemFile(const std::string& path) {
     g_loger(kUnit, __LINE__, kError, "table (%s) create failed not load", file.table.c_str());
     return false;
   }
+  if (!RemoveConvertedRows(file.database + "." + file.table)) return false;
   OpenToServer(file.path);
   if (file.table.back() == 'F' && !isFConvert()) RewriteOnce(file);
   // The server opens the path by itself: looked at again as late as can be.

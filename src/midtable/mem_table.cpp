@@ -77,6 +77,19 @@ bool CMidTable::CreateOneMemTable(const std::string& tablename, const std::strin
   return true;
 }
 
+// Rows that are converted already, and could not be removed then, would be counted again together
+// with the next file's.
+bool CMidTable::RemoveConvertedRows(const std::string& table) {
+  if (m_setConverted.count(table) == 0) return true;
+  if (!Execute("truncate table " + table)) {
+    g_loger(kUnit, __LINE__, kError, "table (%s) still holds converted rows not load",
+            table.c_str());
+    return false;
+  }
+  m_setConverted.erase(table);
+  return true;
+}
+
 bool CMidTable::CreateMemTable() {
   for (const std::string& entry : m_lstConvert) {
     if (!CreateOneMemTable(entry, "")) return false;

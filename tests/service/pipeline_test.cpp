@@ -2,95 +2,16 @@
 // tables.
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
-#include <memory>
-#include <thread>
 
-#include "gmock/gmock.h"
-#include "midtable/Midtable.h"
-#include "support/paths.h"
-#include "support/run_state.h"
-#include "testing/files.h"
-#include "testing/mariadb_server.h"
+#include "service/pipeline_fixture.h"
 
-namespace fs = std::filesystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {
-
-const std::string kSpool = paths::kSpool;
-const std::string kDb = "WLAN_1a2b3c4d";
-const std::string kMemA = "MEM_20121231_0004A";
-
-const std::string kDay = "insert into T_AUTH1D_%s select count(*) from %s";
-const std::string kMonth = "insert into T_AUTH1M_%.6s select count(*) from %s";
-
-std::string Mid(int i, const std::string& name, const std::string& convert) {
-  const std::string tag = "MidTab" + std::to_string(i) + ">";
-  return "<" + tag + "<Always>1</Always><Name>" + name +
-         "</Name><Create>create table if not exists %s " +
-         "(n int) engine=InnoDB</Create><Convert>" + convert + "</Convert><Convert1>insert into " +
-         name + "%s select -count(*) from %s</Convert1></" + tag;
-}
-
-void Define(const std::string& day, const std::string& month) {
-  WriteFile(
-      paths::kMysqlDefinitions,
-      "<root><Mem><MidCnt>2</MidCnt><MidTab1><Name>A</Name><Create>create table %s (id int "
-      "primary key, v int) engine=InnoDB</Create></MidTab1><MidTab2><Name>F</Name><Create>create "
-      "table %s (id int primary key, u int unsigned, a text, b text, c text, d text, e text, f "
-      "text, g text, h text, i mediumtext, flag int) engine=InnoDB</Create></MidTab2></Mem><Conv>"
-      "<F><MidCnt>0</MidCnt></F><A><MidCnt>2</MidCnt>" +
-          Mid(1, "T_AUTH1D_", day) + Mid(2, "T_AUTH1M_", month) + "</A></Conv></root>");
-}
-
-class Pipeline : public testing::Test {
- protected:
-  Pipeline() {
-    fs::remove_all(kSpool);
-    fs::create_directories(kSpool);
-    const MYSQLAUTH auth = server.Auth();
-    WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
-                                        "\nuser=" + auth.user + "\npassword=" + auth.password);
-    WriteFile(paths::kLoaderTemplates, "<root/>");
-    Define(kDay, kMonth);
-    for (const std::string& name : server.Run("show databases like 'WLAN%'")) {
-      server.Run("drop database " + name);
-    }
-    server.Run("create database WLAN_TUNE");
-    g_nMainRun = 0;  // the registry's watcher ends at once: its statements are not looked at here
-    engine = std::make_unique<CMidTable>();
-    AwaitSingleThread();
-    g_nMainRun = 1;
-    EXPECT_TRUE(engine->Initialize());
-    mark = server.Mark();
-  }
-  ~Pipeline() override { g_nMainRun = 0; }
-
-  static std::string Drop(const std::string& table, const std::string& time,
-                          const std::string& rows, const std::string& id = "1a2b3c4d") {
-    const std::string stem = kSpool + id + "/" + id + "-" + table + "-20121231-" + time;
-    WriteFile(stem + ".tmp", rows);
-    fs::rename(stem + ".tmp", stem + ".dat");
-    return stem;
-  }
-  std::vector<std::string> Sent() {
-    const auto statements = server.Statements(mark);
-    mark = server.Mark();
-    return statements;
-  }
-  std::string Sum(const std::string& table, const std::string& db = kDb) {
-    return server.Run("select ifnull(sum(n), 0) from " + db + "." + table).at(0);
-  }
-
-  MariadbServer& server = MariadbServer::Get();
-  std::unique_ptr<CMidTable> engine;
-  std::size_t mark = 0;
-};
 
 TEST_F(Pipeline, OneFilesWholeRoad) {
   const std::string stem = Drop(kMemA, "101500", "1\t5\n2\t6\n2\t7\n");
@@ -190,28 +111,6 @@ TEST_F(Pipeline, BadInputIsAFileSetAsideAndMemoryStaysFlat) {
   EXPECT_THAT(out.text(), HasSubstr("scan dir " + kSpool + "00000000 errno 13"));
   EXPECT_TRUE(fs::exists(big + ".mid"));
   fs::permissions(kSpool + "00000000", fs::perms::all);
-}
-
-TEST_F(Pipeline, ServerAwayForLessAndForMoreThanElevenAttempts) {
-  int result = -1;
-  std::thread runner([&] { result = engine->Run(); });
-  server.Kill();
-  const std::string stem = Drop(kMemA, "101500", "1\t5\n");
-  sleep(2);
-  server.Start();
-  for (int i = 0; i < 200 && !fs::exists(stem + ".mid"); ++i) usleep(50'000);
-  EXPECT_TRUE(fs::exists(stem + ".mid"));
-  CapturedStdout out;
-  server.Kill();
-  runner.join();
-  server.Start();
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(g_nMainRun, 0);
-  const std::string text = out.text();
-  for (int left = 9; left >= 0; --left) {
-    EXPECT_THAT(text, HasSubstr("database not avaliable thread tried " + std::to_string(left)));
-  }
-  EXPECT_THAT(text, HasSubstr("database not avaliable thread exit\n"));
 }
 
 }  // namespace

@@ -1,0 +1,83 @@
+// A real server, the settings and definitions for it, and the engine between it and the spool.
+#pragma once
+
+#include <memory>
+
+#include "gmock/gmock.h"
+#include "midtable/Midtable.h"
+#include "support/paths.h"
+#include "support/run_state.h"
+#include "testing/files.h"
+#include "testing/mariadb_server.h"
+
+namespace fs = std::filesystem;
+
+inline const std::string kSpool = paths::kSpool;
+inline const std::string kDb = "WLAN_1a2b3c4d";
+inline const std::string kMemA = "MEM_20121231_0004A";
+
+inline const std::string kDay = "insert into T_AUTH1D_%s select count(*) from %s";
+inline const std::string kMonth = "insert into T_AUTH1M_%.6s select count(*) from %s";
+
+inline std::string Mid(int i, const std::string& name, const std::string& convert) {
+  const std::string tag = "MidTab" + std::to_string(i) + ">";
+  return "<" + tag + "<Always>1</Always><Name>" + name +
+         "</Name><Create>create table if not exists %s " +
+         "(n int) engine=InnoDB</Create><Convert>" + convert + "</Convert><Convert1>insert into " +
+         name + "%s select -count(*) from %s</Convert1></" + tag;
+}
+
+inline void Define(const std::string& day, const std::string& month) {
+  WriteFile(
+      paths::kMysqlDefinitions,
+      "<root><Mem><MidCnt>2</MidCnt><MidTab1><Name>A</Name><Create>create table %s (id int "
+      "primary key, v int) engine=InnoDB</Create></MidTab1><MidTab2><Name>F</Name><Create>create "
+      "table %s (id int primary key, u int unsigned, a text, b text, c text, d text, e text, f "
+      "text, g text, h text, i mediumtext, flag int) engine=InnoDB</Create></MidTab2></Mem><Conv>"
+      "<F><MidCnt>0</MidCnt></F><A><MidCnt>2</MidCnt>" +
+          Mid(1, "T_AUTH1D_", day) + Mid(2, "T_AUTH1M_", month) + "</A></Conv></root>");
+}
+
+class Pipeline : public testing::Test {
+ protected:
+  Pipeline() {
+    fs::remove_all(kSpool);
+    fs::create_directories(kSpool);
+    const MYSQLAUTH auth = server.Auth();
+    WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
+                                        "\nuser=" + auth.user + "\npassword=" + auth.password);
+    WriteFile(paths::kLoaderTemplates, "<root/>");
+    Define(kDay, kMonth);
+    for (const std::string& name : server.Run("show databases like 'WLAN%'")) {
+      server.Run("drop database " + name);
+    }
+    server.Run("create database WLAN_TUNE");
+    g_nMainRun = 0;  // the registry's watcher ends at once: its statements are not looked at here
+    engine = std::make_unique<CMidTable>();
+    AwaitSingleThread();
+    g_nMainRun = 1;
+    EXPECT_TRUE(engine->Initialize());
+    mark = server.Mark();
+  }
+  ~Pipeline() override { g_nMainRun = 0; }
+
+  static std::string Drop(const std::string& table, const std::string& time,
+                          const std::string& rows, const std::string& id = "1a2b3c4d") {
+    const std::string stem = kSpool + id + "/" + id + "-" + table + "-20121231-" + time;
+    WriteFile(stem + ".tmp", rows);
+    fs::rename(stem + ".tmp", stem + ".dat");
+    return stem;
+  }
+  std::vector<std::string> Sent() {
+    const auto statements = server.Statements(mark);
+    mark = server.Mark();
+    return statements;
+  }
+  std::string Sum(const std::string& table, const std::string& db = kDb) {
+    return server.Run("select ifnull(sum(n), 0) from " + db + "." + table).at(0);
+  }
+
+  MariadbServer& server = MariadbServer::Get();
+  std::unique_ptr<CMidTable> engine;
+  std::size_t mark = 0;
+};
