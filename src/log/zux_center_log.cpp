@@ -1,8 +1,10 @@
 #include "log/zux_center_log.h"
 
 #include <dirent.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -30,6 +32,33 @@ tm LocalTime() {
   tm local{};
   localtime_r(&now, &local);
   return local;
+}
+
+__attribute__((format(printf, 1, 0))) std::string Formatted(const char* format, va_list args) {
+  char buffer[1024];
+  va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(buffer, sizeof buffer, format, args);
+  std::string text(buffer, static_cast<std::size_t>(std::clamp(length, 0, 1023)));
+  if (length >= static_cast<int>(sizeof buffer)) {
+    text.resize(static_cast<std::size_t>(length));
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+  }
+  va_end(again);
+  return text;
+}
+
+// After a failed write: what is in the buffer is lost, and the last line of the file may be torn.
+void EndTornLine(std::FILE* out) {
+  __fpurge(out);
+  std::clearerr(out);
+  std::fputc('\n', out);
+}
+
+// The buffer is written out between two lines only, so that a full disk costs whole lines.
+void WriteLine(std::FILE* out, const std::string& line) {
+  if (__fpending(out) + line.size() > __fbufsize(out) && std::fflush(out) != 0) EndTornLine(out);
+  if (std::fwrite(line.data(), 1, line.size(), out) != line.size()) EndTornLine(out);
 }
 
 // The names that `ls` would list: the pipeline below counts the same ones.
@@ -135,9 +164,7 @@ int CLOGER::operator()(const char* file, int line, int level, const char* format
       std::strftime(time, sizeof time, "%H:%M:%S", &now);
       std::snprintf(prefix, sizeof prefix, "[%s:%d][%s][%s]:", file, line, time, LevelName(level));
     }
-    std::fputs(prefix, out);
-    std::vfprintf(out, format, args);
-    std::fputc('\n', out);
+    WriteLine(out, prefix + Formatted(format, args) + '\n');
   }
   va_end(args);
   return 0;

@@ -43,7 +43,8 @@ class CLOGER {
   void Init() EXCLUDES(m_lock);
 
   // Writes one line; `file` is the calling unit's name, `line` its line, `format` as printf takes
-  // it, without a newline. Always 0; write errors are not reported.
+  // it, without a newline. Always 0; write errors are not reported. Where a full disk has cost
+  // lines, the file has an empty one.
   int operator()(const char* file, int line, int level, const char* format, ...)
       __attribute__((format(printf, 5, 6))) EXCLUDES(m_lock);
 
