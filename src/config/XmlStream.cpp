@@ -32,13 +32,29 @@ const xmlNode* FirstNamed(const xmlNode* node, std::string_view name) {
   return node;
 }
 
-std::string LastParserError() {
-  const xmlError* error = xmlGetLastError();
-  if (error == nullptr || error->message == nullptr) return "cannot be read";
-  const std::string_view text = error->message;
-  return "line " + std::to_string(error->line) + ": " +
-         std::string(text.substr(0, text.find('\n')));
-}
+// The parser's first complaint while it lives: later ones mostly follow from that.
+class FirstError {
+ public:
+  FirstError() { xmlSetStructuredErrorFunc(&m_text, Keep); }
+  ~FirstError() { xmlSetStructuredErrorFunc(nullptr, nullptr); }
+  FirstError(const FirstError&) = delete;
+  FirstError& operator=(const FirstError&) = delete;
+
+  std::string text() const { return m_text.empty() ? "cannot be read" : m_text; }
+
+ private:
+  // The type of the second parameter is const in newer versions of the library.
+  template <typename Error>
+  static void Keep(void* out, Error* error) {
+    std::string& text = *static_cast<std::string*>(out);
+    if (!text.empty() || error->message == nullptr || error->level < XML_ERR_ERROR) return;
+    const std::string_view message = error->message;
+    text = "line " + std::to_string(error->line) + ": " +
+           std::string(message.substr(0, message.find('\n')));
+  }
+
+  std::string m_text;
+};
 
 // A document type that brings anything along beyond its name.
 bool DeclaresAnything(const xmlDoc* document) {
@@ -104,11 +120,11 @@ bool CXmlStream::parseFile(const char* path) {
     m_error = std::generic_category().message(errno);
     return false;
   }
-  xmlResetLastError();
+  const FirstError first;
   m_document.reset(xmlReadFd(fileno(file.get()), path, nullptr,
                              XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
   if (m_document == nullptr) {
-    m_error = LastParserError();
+    m_error = first.text();
     return false;
   }
   if (DeclaresAnything(m_document.get())) {

@@ -64,10 +64,19 @@ std::size_t OwnText(const std::string& format) {
 struct ServerText {
   const char* text;  // any letter case
   const char* advice;
+  const char* statement = "";  // with which the text has this meaning
 };
 
 // The more telling ones first.
 constexpr ServerText kServerTexts[] = {
+    {"access denied",
+     "the service's user lacks the privilege FILE, whatever the server says of a password: grant "
+     "file on *.* to it",
+     "load data infile"},
+    {"doesn't exist",
+     "no mem table was made: the kind, the last letter of the table, is not under Mem in the table "
+     "definitions",
+     "load data infile"},
     {"secure-file-priv",
      "secure_file_priv must be \"\" or a folder above the file; the server says the same when it "
      "does not see the folder at all: midtablectl check tells which"},
@@ -82,9 +91,7 @@ constexpr ServerText kServerTexts[] = {
     {"no space left", "a disk is full: make room there"},
     {"is full", "the server's disk or its tablespace is full: make room"},
     {"using password",
-     "wrong user or password: mend them in dbinfo.conf, or set the password on the "
-     "server; a load refused with these words lacks the privilege FILE: grant file "
-     "on *.* to the user"},
+     "wrong user or password: mend them in dbinfo.conf, or set the password on the server"},
     {"access denied",
      "a privilege is missing: midtablectl check names it with its grant statement"},
     {"command denied",
@@ -148,8 +155,13 @@ const Message* FindMessage(const LogEntry& entry) {
 
 std::string ServerAdvice(std::string_view text) {
   const std::string lower = Lower(text);
+  // The words of a statement are not the server's.
+  std::size_t words = lower.rfind("error:");
+  if (words == std::string::npos) words = lower.rfind(" error ");
+  if (words == std::string::npos) words = 0;
   for (const ServerText& known : kServerTexts) {
-    if (lower.find(known.text) != std::string::npos) return known.advice;
+    if (lower.find(known.text, words) == std::string::npos) continue;
+    if (lower.find(known.statement) != std::string::npos) return known.advice;
   }
   return {};
 }

@@ -27,7 +27,7 @@ const std::vector<Message>& Messages();
 const Message* FindMessage(const LogEntry& entry);
 
 // What to do about a well-known text of a database server or of the template check that occurs in
-// `text`; empty for an unknown one.
+// `text`, where the statement may stand too; empty for an unknown one.
 std::string ServerAdvice(std::string_view text);
 
 }  // namespace ctl

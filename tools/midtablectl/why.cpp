@@ -95,12 +95,14 @@ void GiveAdvice(const std::vector<LogEntry>& entries, Console& console) {
   console.out << "What to do:\n";
   // The server's words say more than the line around them.
   for (const LogEntry& entry : entries) {
-    const std::size_t words = entry.text.rfind("error");
-    if (entry.IsError() && words != std::string::npos) give(ServerAdvice(entry.text.substr(words)));
+    if (entry.IsError() && entry.text.find("error") != std::string::npos) {
+      give(ServerAdvice(entry.text));
+    }
   }
   for (const LogEntry& entry : entries) {
     const Message* message = FindMessage(entry);
-    if (!entry.IsError() || message == nullptr) continue;
+    // That of unit MysqlBase fits every line; the line behind it says more.
+    if (!entry.IsError() || message == nullptr || message->format == "%s") continue;
     const std::string line = OneLine(Lines(entry.text).empty() ? "" : Lines(entry.text)[0]);
     give("\"" + line.substr(0, 60) + (line.size() > 60 ? "...\": " : "\": ") + message->meaning +
          " " + message->action);

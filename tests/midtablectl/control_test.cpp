@@ -1,0 +1,117 @@
+// The built midtablectl, command by command, in a sandbox with a server of its own.
+#include <regex>
+#include <sstream>
+
+#include "gmock/gmock.h"
+#include "log/zux_center_log.h"
+#include "midtable/Midtable.h"
+#include "midtablectl/advice.h"
+#include "midtablectl/path_access.h"
+#include "support/run_state.h"
+#include "testing/files.h"
+#include "testing/mariadb_server.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+// What a shell prints for the script, which finds its names set; "ctl" is the program.
+std::string Shell(const std::string& script) {
+  MariadbServer::Get();
+  const std::string names = R"(exec 2>&1 </dev/null; ctl() { "$CTL" "$@"; echo "status $?"; }
+    folder=/vqlog/log_data/midtable/1a2b3c4d f=$folder/1a2b3c4d-MEM_20121230_0800F-20121230-080000
+    xml=/etc/morvan/vqlog.xml csv=/etc/morvan/localtour.csv ini=/etc/morvan/devstate.ini
+    conf=/virus/apache/rnweb/inc/dbinfo.conf port=$(cat /tmp/private-mariadb/port)
+  )";
+  WriteFile("/tmp/script", "CTL=" MIDTABLECTL " DEMO=" MIDTABLE_DEMO "\n" + names + script);
+  EXPECT_EQ(system("bash /tmp/script >/tmp/script.out") & 0xff, 0);
+  return ReadFile("/tmp/script.out");
+}
+
+// All as it should be, and a user who may not load.
+const std::string kSetUp = R"(rm -rf $folder; mkdir -p $folder ${conf%/*}; umask 77
+  cp $DEMO/{vqlog,sqlldr_ctl}.xml /etc/morvan; printf '[1a2b3c4d]\ncity = X\n' >$ini
+  sed "s/^port=.*/port=$port/; s/^password=.*/password=secret/" $DEMO/dbinfo.conf >$conf
+  printf 'block\n1380013,x\n' >$csv
+  { cat $DEMO/setup.sql; echo "create or replace database WLAN_1a2b3c4d; use WLAN_1a2b3c4d;"
+    for y in 'this year' 'next year'; do sed s/_YYYY/_$(date -d "$y" +%Y)/ $DEMO/year_tables.sql; done
+    echo "grant select, insert, update, create, drop on *.* to poor@'%' identified by 'x'"
+  } | mariadb --no-defaults -h127.0.0.1 -P$port -uroot
+)";
+
+// Each line: what is done to that, and a part of what `then` prints, which ends with status 1.
+void ForEach(const std::string& table, const std::string& then) {
+  std::istringstream lines(table);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t arrow = line.find("  => ");
+    const std::string said = Shell(kSetUp + line.substr(0, arrow) + "\n" + then);
+    EXPECT_THAT(said, testing::AllOf(HasSubstr("status 1"), HasSubstr(line.substr(arrow + 5))));
+  }
+}
+
+TEST(Control, CheckNamesEachFault) {
+  EXPECT_EQ(Shell(kSetUp + "ctl check; ls -A $folder"), "Nothing found.\nstatus 0\n");
+  ForEach(R"(sed -i 's/^user=/\n&/' $conf  => dbinfo.conf:9: error: blank line
+    sed -i 's/^user.*/&\n&x/' $conf  => :10: warning: key "user" again; line 9 counts
+    sed -i 's/secret/wrong/' $conf  => error: no login as midtable
+    sed -i 's/^user=.*/user=poor/; s/secret/x/' $conf  => lacks the privilege FILE
+    sed -i 's#</Mem>##' $xml  => :250: error: cannot be used: Opening and ending tag mismatch
+    sed -i 's/Cnt>3/Cnt>4/' $xml  => :97: error: MidCnt is 4, but there is no MidTab4
+    sed -i 's/Name>F/Name> F/' $xml  => never matches a mem table
+    sed -i 's/T_FLOW1M_%.6s/T_FLOW1M_%s/' $xml  => Convert does not use its table T_FLOW1M_200012
+    sed -i "s/'%%e'/'%e'/" $xml  => "%e", which is not allowed
+    sed -i '0,/= InnoDB/s//= Aria/' $xml  => vqlog.xml:38: error: engine aria keeps half
+    sed -i 's/sum(seconds)/sum(second)/' $xml  => Convert of T_FLOW1D_ fails on the server: Unknown
+    sed -i '1s/^/\xef\xbb\xbf1390013/' $csv  => localtour.csv:1: warning: a byte order mark
+    sed -i 's/city/town/' $ini  => devstate.ini:1: warning: section 1a2b3c4d has no city
+    touch $folder/1a2b3c4d-A-2012123-080000.dat  => no date of 8 digits
+    touch $folder/$'1a2b3c4d-A\eX-20121230-080000.dat'  => 1a2b3c4d-A?X-20121230-080000.dat: error
+    touch $f.dat  => T_FLOW1Y_2012 is missing)",
+          "ctl check; mkdir -pm 700 /tmp/shut/in");
+  EXPECT_THAT(ctl::Obstacle("/tmp/shut/in/f", ctl::Identity::Nobody()), HasSubstr("mode 0700"));
+}
+
+TEST(Control, WhyTellsWhatTheEngineLogged) {
+  Shell(kSetUp + "echo 1 >$f.dat; sed -i 's#</Mem>##' $xml");
+  g_loger.Init();
+  g_nMainRun = 0;
+  CMidTable engine;
+  EXPECT_TRUE(engine.Initialize() && !engine.MakeMidTable());
+  std::fflush(nullptr);
+  EXPECT_THAT(Shell("ctl why $f.err"), testing::AllOf(HasSubstr("ErrLog]:xml file /etc"),
+                                                      HasSubstr("Mend it; it is read again")));
+  for (const ctl::Message& message : ctl::Messages()) {  // each is found by a text of its own
+    const std::string text = std::regex_replace(message.format, std::regex("%[sdu]"), "17");
+    const auto* found = ctl::FindMessage({message.unit, message.level, 0, text});
+    EXPECT_TRUE(found != nullptr && found->format == message.format) << message.format;
+  }
+}
+
+TEST(Control, RetryMovesOnlyWhatCanBeLoadedOnce) {
+  ForEach(R"(touch $f.err  => [.dat]
+    touch $f.err $f.mid  => [.err .mid]
+    touch $f.err $f.dat  => [.dat .err]
+    touch $f.err.1  => [.err.1]
+    ln -s /etc/passwd $f.err  => [.err]
+    printf '1\t2\t3\t4\t5\t6\t7\t8\t9\t10\t11\t1\n' >$f.err  => [.err]
+    printf '1\t2\t3\t4\t5\t6\t7\t8\t9\t10\t11\t1\n' >$f.err; chmod +t $f.err  => [.dat])",
+          R"(ctl retry --all | tail -1; ls $f.err* >/dev/null || echo '[moved without a question]'
+    ctl retry --all --yes >/dev/null; echo "[$(echo $(ls $folder | sed 's/[^.]*//'))]")");
+}
+
+TEST(Control, StatusCountsAndExports) {
+  MariadbServer::Get().Run("create table WLAN_1a2b3c4d.MEM_20121230_0000F select 1");
+  EXPECT_TRUE(std::regex_match(Shell(R"sh(rm $folder/*; for e in .dat 1.mid 2.err; do echo 1 >$f$e
+    done; ctl status --prometheus /tmp/m; cat /tmp/m; ls /tmp/m*
+    grep -cE '(waiting"} 1|failed"} 1|waiting_bytes{.*} 2|mem_table_rows{.*} 1|rows_.*{.*} 1)$' /tmp/m
+  )sh"),
+                               std::regex(R"(status 1
+(# HELP (\w+) .+
+# TYPE \2 gauge
+(\2(\{(\w+="\w+",?)+\})? [0-9.e+-]+
+)*)+/tmp/m
+5
+)")));
+}
+
+}  // namespace
