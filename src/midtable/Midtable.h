@@ -150,8 +150,11 @@ class CMidTable {
   bool Reconnect();
   bool ReserveBuffers();
   const char* NewUserPassword() const;
-  Outcome RunTemplate(const std::string& text, std::span<const TemplateValue> values);
-  Outcome Run(const std::string& text, const FilledTemplate& filled, int log_on_error);
+  // Fills and runs the template that stands at `node` of the table definitions.
+  Outcome RunTemplate(const std::string& node, const std::string& text,
+                      std::span<const TemplateValue> values);
+  Outcome Run(const std::string& node, const std::string& text, const FilledTemplate& filled,
+              int log_on_error);
   bool Execute(const std::string& statement);
 
   bool IdentifyMemFile(const std::string& path, MemFile& file) const;

@@ -123,6 +123,11 @@ CMidTable::Step CMidTable::PrepareMidTable(const TableDefinitions& definitions, 
   table.NameFrom(base, m_strDate);
   // Year tables are the operator's: neither tested nor created nor given up here.
   if (table.period == Period::kYear) return Step::kConvert;
+  if (!IsSafePath(table.name)) {  // it stands between quotes, too
+    g_loger(kUnit, __LINE__, kError, "xml file %s: %s/Name is not safe in a statement",
+            TableDefinitions::File(GetDBType()), table.node.c_str());
+    return Step::kAbort;
+  }
   if (IsBadMidTable(table.name)) return Step::kSkip;
 
   const std::string database = table.period == Period::kMonth ? kMonthTableDatabase : m_strDatabase;
@@ -143,7 +148,7 @@ bool CMidTable::CreateMidTable(const TableDefinitions& definitions, const MidTab
   const TemplateValue values[] = {table.name};
   std::string create;
   if (!definitions.Read(node, create)) return false;
-  const Outcome outcome = RunTemplate(create, values);
+  const Outcome outcome = RunTemplate(node, create, values);
   if (!outcome.ok) {
     g_loger(kUnit, __LINE__, kError, "key<%s>Create table <%s> error %s", node.c_str(),
             outcome.statement.c_str(), outcome.error.c_str());
@@ -159,7 +164,7 @@ bool CMidTable::CreateSequence(const TableDefinitions& definitions, const MidTab
   const TemplateValue values[] = {table.name};
   std::string sequence;
   if (!definitions.Read("/root/Sequence", sequence)) return false;
-  const Outcome outcome = RunTemplate(sequence, values);
+  const Outcome outcome = RunTemplate("/root/Sequence", sequence, values);
   if (!outcome.ok) {
     g_loger(kUnit, __LINE__, kError, "Create Sequence <%s> error %s", outcome.statement.c_str(),
             outcome.error.c_str());
@@ -181,7 +186,7 @@ bool CMidTable::ConvertMidTable(const TableDefinitions& definitions, const MidTa
   if (filled && GetDBType() && table.period != Period::kDay) {
     g_loger(kUnit, __LINE__, kInfo, "convert sql is <%s>", filled.text.c_str());
   }
-  const Outcome outcome = Run(convert, filled, log_on_error);
+  const Outcome outcome = Run(node, convert, filled, log_on_error);
   if (outcome.ok) return true;
   g_loger(kUnit, __LINE__, kError, "exe <%s> error %s", outcome.statement.c_str(),
           outcome.error.c_str());
@@ -209,7 +214,7 @@ bool CMidTable::RunFallback(const TableDefinitions& definitions, const MidTable&
   if (!definitions.Read(node, fallback)) return false;
   const TemplateValue values[] = {m_strDate, m_strMemTable, m_strDate};
   // The third value is for Oracle alone.
-  const Outcome outcome = RunTemplate(fallback, std::span(values, GetDBType() ? 3 : 2));
+  const Outcome outcome = RunTemplate(node, fallback, std::span(values, GetDBType() ? 3 : 2));
   if (outcome.ok) return true;
   g_loger(kUnit, __LINE__, kError, "exe <%s> error %s", outcome.statement.c_str(),
           outcome.error.c_str());

@@ -10,6 +10,7 @@
 
 #include "log/zux_center_log.h"
 #include "midtable/Midtable.h"
+#include "midtable/definitions.h"
 #include "midtable/mem_file_name.h"
 #include "midtable/unit.h"
 #include "support/paths.h"
@@ -169,14 +170,18 @@ bool CMidTable::Execute(const std::string& statement) {
   return m_pSqlBase->executeSQL(statement.c_str(), 1) == 0;
 }
 
-CMidTable::Outcome CMidTable::RunTemplate(const std::string& text,
+CMidTable::Outcome CMidTable::RunTemplate(const std::string& node, const std::string& text,
                                           std::span<const TemplateValue> values) {
-  return Run(text, FillTemplate(text, values), 1);
+  return Run(node, text, FillTemplate(text, values), 1);
 }
 
-CMidTable::Outcome CMidTable::Run(const std::string& text, const FilledTemplate& filled,
-                                  int log_on_error) {
-  if (!filled) return {false, text, filled.error};
+CMidTable::Outcome CMidTable::Run(const std::string& node, const std::string& text,
+                                  const FilledTemplate& filled, int log_on_error) {
+  const bool empty = text.find_first_not_of(" \t\r\n") == std::string::npos;
+  if (!filled || empty) {
+    const std::string reason = empty ? "template is empty" : filled.error;
+    return {false, text, reason + ", see " + node + " of " + TableDefinitions::File(GetDBType())};
+  }
   if (m_pSqlBase->executeSQL(filled.text.c_str(), log_on_error) == 0) {
     return {true, filled.text, {}};
   }

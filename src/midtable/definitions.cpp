@@ -1,16 +1,35 @@
 #include "midtable/definitions.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
 
 #include "log/zux_center_log.h"
 #include "midtable/unit.h"
 #include "support/paths.h"
 
+namespace {
+
+// Decimal digits with nothing but blanks around them.
+bool IsPlainNumber(std::string_view text) {
+  constexpr char kBlanks[] = " \t\r\n";
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string_view::npos) return false;
+  text = text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+  return text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+}  // namespace
+
 bool TableDefinitions::Parse(bool oracle) {
-  const char* path = oracle ? paths::kOracleDefinitions : paths::kMysqlDefinitions;
-  if (m_xml.parseFile(path)) return true;
-  g_loger(kUnit, __LINE__, kError, "xml file %s: %s", path, m_xml.getError().c_str());
+  m_file = File(oracle);
+  if (m_xml.parseFile(m_file)) return true;
+  g_loger(kUnit, __LINE__, kError, "xml file %s: %s", m_file, m_xml.getError().c_str());
   return false;
+}
+
+const char* TableDefinitions::File(bool oracle) {
+  return oracle ? paths::kOracleDefinitions : paths::kMysqlDefinitions;
 }
 
 bool TableDefinitions::Read(const std::string& path, std::string& text) const {
@@ -26,6 +45,12 @@ bool TableDefinitions::Read(const std::string& path, std::string& text) const {
 bool TableDefinitions::Read(const std::string& path, int& number) const {
   std::string text;
   if (!Read(path, text)) return false;
-  number = std::atoi(text.c_str());
+  using Limits = std::numeric_limits<int>;
+  const long value = std::strtol(text.c_str(), nullptr, 10);
+  number = static_cast<int>(std::clamp<long>(value, Limits::min(), Limits::max()));
+  if (!IsPlainNumber(text)) {
+    g_loger(kUnit, __LINE__, kAlarm, "xml file %s: %s is no number, taken as %d", m_file,
+            path.c_str(), number);
+  }
   return true;
 }

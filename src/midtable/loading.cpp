@@ -147,6 +147,11 @@ bool CMidTable::CreateOracleUser(const std::string& user) {
             m_pSqlBase->getLastError().c_str());
     return false;
   };
+  if (!IsSafePassword(NewUserPassword())) {
+    g_loger(kUnit, __LINE__, kError, "user %s not made, set_password is not safe in a statement",
+            user.c_str());
+    return false;
+  }
   const std::string identified = user + " identified by " + NewUserPassword();
   if (!Execute("create user " + identified)) {
     failed("create");

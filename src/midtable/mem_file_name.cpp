@@ -19,6 +19,11 @@ constexpr std::string_view kBlank = "000";
 bool IsSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 bool IsControl(char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; }
 
+bool IsNameCharacter(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte >= 0x80 || std::isalnum(byte) != 0 || c == '_' || c == '$' || c == '-';
+}
+
 // The first word, cut to the length of a database id.
 std::string_view LeadingWord(std::string_view text) {
   const auto begin = std::find_if_not(text.begin(), text.end(), IsSpace);
@@ -98,9 +103,19 @@ std::string MemFileTable(std::string_view path) {
 }
 
 bool IsSafeIdentifier(std::string_view name) {
-  return name.find_first_of("'\"`\\();#.@") == std::string_view::npos &&
-         name.find("--") == std::string_view::npos && name.find("/*") == std::string_view::npos &&
-         std::none_of(name.begin(), name.end(), [](char c) { return IsSpace(c) || IsControl(c); });
+  return name.find("--") == std::string_view::npos &&
+         std::all_of(name.begin(), name.end(), IsNameCharacter);
+}
+
+bool IsSafePassword(std::string_view password) {
+  if (password.size() >= 2 && password.front() == '"' && password.back() == '"') {
+    password = password.substr(1, password.size() - 2);
+    return password.find('"') == std::string_view::npos &&
+           std::none_of(password.begin(), password.end(), IsControl);
+  }
+  return std::all_of(password.begin(), password.end(),
+                     [](char c) { return IsNameCharacter(c) || c == '#'; }) &&
+         password.find("--") == std::string_view::npos;
 }
 
 bool IsSafePath(std::string_view path) {

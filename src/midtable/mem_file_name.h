@@ -41,12 +41,15 @@ std::string MemFileDatabase(std::string_view path);
 // and more give an empty item.
 std::string MemFileTable(std::string_view path);
 
-// Whether a database or table name can be put into a statement: it holds nothing that could end or
-// comment out a part of it (quotes, backslash, parentheses, semicolon, ".", "@", comment marks,
-// white space, control characters).
+// Whether a database or table name can be put into a statement: letters, digits, "_", "$", single
+// "-" and what is not ASCII can neither end nor comment out a part of it, nor match other names.
 bool IsSafeIdentifier(std::string_view name);
 // The same for a path, which stands between quotes: no quotes, backslash or control characters.
 bool IsSafePath(std::string_view path);
+
+// Whether a password can follow "identified by": such a text with "#" allowed, or one in double
+// quotes with none inside.
+bool IsSafePassword(std::string_view password);
 
 // The name as a log line may show it: a control character, which could start a line that nobody
 // wrote, reads as "?".

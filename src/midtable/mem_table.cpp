@@ -59,20 +59,26 @@ bool CMidTable::CreateOneMemTable(const std::string& tablename, const std::strin
   if (!definitions.Read("/root/Mem/MidCnt", count)) return false;
   const std::string kind =
       tablename.empty() ? std::string() : tablename.substr(tablename.size() - 1);
+  bool defined = false;
   for (int i = 1; i <= count; ++i) {
     const std::string node = Format("/root/Mem/MidTab%d", i);
     std::string name;
     if (!definitions.Read(node + "/Name", name)) return false;
     if (name != kind) continue;
+    defined = true;
     std::string create;
     if (!definitions.Read(node + "/Create", create)) return false;
     const TemplateValue values[] = {tablename};
-    const Outcome outcome = RunTemplate(create, values);
+    const Outcome outcome = RunTemplate(node + "/Create", create, values);
     if (!outcome.ok) {
       g_loger(kUnit, __LINE__, kError, "executeSQL < %s > error %s", outcome.statement.c_str(),
               outcome.error.c_str());
       return false;
     }
+  }
+  if (!defined) {
+    g_loger(kUnit, __LINE__, kAlarm, "xml file %s: no Name in /root/Mem is kind (%s) of table %s",
+            TableDefinitions::File(GetDBType()), kind.c_str(), tablename.c_str());
   }
   return true;
 }

@@ -38,6 +38,11 @@ void LogAsFormat(const std::string& statement) {
   g_loger(kUnit, __LINE__, kConsole, "%s", (shown ? shown.text : statement).c_str());
 }
 
+// What is wrong with a loader template, and where it stands.
+std::string Located(const std::string& error, const char* node) {
+  return error + ", see " + node + " of " + paths::kLoaderTemplates;
+}
+
 std::string JoinColumns(const std::vector<std::string>& columns) {
   std::string list = "(";
   for (const std::string& column : columns) {
@@ -79,23 +84,24 @@ int CMidTable::CreateOneExternalMemTable(const std::string& table, const std::st
                                          const std::string& path) {
   const auto selector = TemplateSelector(table);
   if (selector.second.empty()) return 0;
-  const auto run = [this](const std::string& text, std::span<const TemplateValue> values) {
+  const auto run = [this](const char* node, const std::string& text,
+                          std::span<const TemplateValue> values) {
     const FilledTemplate filled = FillTemplate(text, values);
     if (filled) LogAsFormat(filled.text);
     if (filled && Execute(filled.text)) return true;
     g_loger(kUnit, __LINE__, kError, "sql error %s",
-            (filled ? m_pSqlBase->getLastError() : filled.error).c_str());
+            (filled ? m_pSqlBase->getLastError() : Located(filled.error, node)).c_str());
     return false;
   };
 
-  const std::string directory =
-      GetXMLFields(paths::kLoaderTemplates, "/root/external_load/create_memdir", selector);
+  constexpr char kDirectory[] = "/root/external_load/create_memdir";
+  const std::string directory = GetXMLFields(paths::kLoaderTemplates, kDirectory, selector);
   if (directory.empty() || database.size() <= kDatabasePrefix) return 0;
   const TemplateValue directory_values[] = {database, database.substr(kDatabasePrefix)};
-  if (!run(directory, directory_values)) return 0;
+  if (!run(kDirectory, directory, directory_values)) return 0;
 
-  const std::string create =
-      GetXMLFields(paths::kLoaderTemplates, "/root/external_load/create_table", selector);
+  constexpr char kTable[] = "/root/external_load/create_table";
+  const std::string create = GetXMLFields(paths::kLoaderTemplates, kTable, selector);
   if (create.empty()) return 0;
   if (path.find('/') == std::string::npos) {
     g_loger(kUnit, __LINE__, kError, "path error %s", path.c_str());
@@ -103,7 +109,7 @@ int CMidTable::CreateOneExternalMemTable(const std::string& table, const std::st
   }
   const TemplateValue table_values[] = {database + "." + table + "_external", database,
                                         std::string(FileNameOf(path))};
-  return run(create, table_values) ? 1 : 0;
+  return run(kTable, create, table_values) ? 1 : 0;
 }
 
 int CMidTable::ExternalLoadOneMemFile(const std::string& table, const std::string& database,
@@ -114,7 +120,8 @@ int CMidTable::ExternalLoadOneMemFile(const std::string& table, const std::strin
   }
   const auto selector = TemplateSelector(table);
   if (selector.second.empty()) return 0;
-  const std::string merge = GetXMLFields(paths::kLoaderTemplates, "/root/external_merge", selector);
+  constexpr char kMerge[] = "/root/external_merge";
+  const std::string merge = GetXMLFields(paths::kLoaderTemplates, kMerge, selector);
   if (merge.empty()) {
     g_loger(kUnit, __LINE__, kError, "get xml error");
     return 0;
@@ -130,7 +137,7 @@ int CMidTable::ExternalLoadOneMemFile(const std::string& table, const std::strin
   const TemplateValue values[] = {mem_table, external};
   const FilledTemplate filled = FillTemplate(merge, values);
   if (!filled) {
-    g_loger(kUnit, __LINE__, kError, "sql error %s", filled.error.c_str());
+    g_loger(kUnit, __LINE__, kError, "sql error %s", Located(filled.error, kMerge).c_str());
     return 0;
   }
   return run(filled.text) && run("drop table " + external) ? 1 : 0;
@@ -177,7 +184,7 @@ bool CMidTable::WriteControlFile(const std::string& table, const std::string& da
   const TemplateValue values[] = {dataFile, table, list};
   const FilledTemplate filled = FillTemplate(text, values);
   if (!filled) {
-    g_loger(kUnit, __LINE__, kError, "load ctl error %s", filled.error.c_str());
+    g_loger(kUnit, __LINE__, kError, "load ctl error %s", Located(filled.error, kNode).c_str());
     return false;
   }
   const bool written = std::fputs(filled.text.c_str(), control.get()) >= 0;

@@ -35,9 +35,18 @@ TEST(Xml, NothingButWholeDocumentsIsAccepted) {
   for (const char* content :
        {"<root/><b/>", "<root x='1' x='2'/>", "<root>&nbsp;</root>", "<root>\xd6\xd0</root>",
         "<!DOCTYPE root SYSTEM 'x'><root/>", "<!DOCTYPE root [<!ENTITY e 'x'>]><root>&e;</root>",
-        "<!DOCTYPE root [<!ENTITY % e SYSTEM 'x'> %e;]><root/>"}) {
+        "<!DOCTYPE root [<!ENTITY % e SYSTEM 'x'> %e;]><root/>",
+        "<!DOCTYPE root [<!ATTLIST root a CDATA '1'>]><root/>", "<?xml encoding='none'?><root/>",
+        "<!DOCTYPE root [<!ENTITY a 'a'><!ENTITY b '&a;&a;'>]><root x='&b;'/>"}) {
     Parse(xml, content, false);
   }
+  const std::string tail(4 << 20,
+                         ' ');  // read up to 4 MiB, which is some thirty times that as a tree
+  Parse(xml, "<root/>" + tail, false);
+  Parse(xml, "<root/>" + tail.substr(7), true);
+  Parse(xml, "\xef\xbb\xbf<root/>", true);
+  Parse(xml, {"\xff\xfe<\0r\0o\0o\0t\0/\0>\0", 16}, true);
+  Parse(xml, std::string("<root>") + '\0' + "</root>", false);
   EXPECT_FALSE(xml.parseFile("/tmp/missing.xml") || xml.parseFile("/tmp"));
   Parse(xml, "<!DOCTYPE root><root/>\n", true);
 }

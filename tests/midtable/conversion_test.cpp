@@ -2,8 +2,10 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -91,10 +93,24 @@ TEST_F(Conversion, EveryMissingNodeAndFaultyTemplateIsALineAndARollback) {
                                            failed, ignored));
     EXPECT_EQ(script.Take().back(), "rollback");
   }
-  for (const std::string fault : {"%s %s %s", "%n", "%d", "50%", "%s %1$s"}) {
+  for (const std::string fault : {"%s %s %s", "%n", "%d", "50%", "%s %1$s", " "}) {
     Define(My(1, "T_FLOW1D_", fault), 1);  // its second statement is sound
-    EXPECT_THAT(ConvertFile(), ElementsAre(HasSubstr("<2>:exe <" + fault + "> error template "),
-                                           "<0>:commit ok!", converted));
+    EXPECT_THAT(ConvertFile(),
+                ElementsAre(AllOf(HasSubstr("<2>:exe <" + fault + "> error template "),
+                                  EndsWith(", see /root/Conv/F/MidTab1/Convert of "
+                                           "/etc/morvan/vqlog.xml")),
+                            "<0>:commit ok!", converted));
+  }
+  const std::pair<std::string, std::string> bad[] = {
+      {"MidCnt>3x<",
+       "<1>:xml file /etc/morvan/vqlog.xml: /root/Conv/F/MidCnt is no number, taken as 3"},
+      {"Name>T_\"W1D_<",
+       "<2>:xml file /etc/morvan/vqlog.xml: /root/Conv/F/MidTab1/Name is not safe"}};
+  for (const auto& [text, line] : bad) {
+    WriteFile(paths::kMysqlDefinitions,
+              std::regex_replace(whole, std::regex(text.substr(0, text.find('>')) + ">[^<]*<"),
+                                 text, std::regex_constants::format_first_only));
+    EXPECT_THAT(ConvertFile().front(), HasSubstr(line));
   }
   script.Take();
   for (const std::string& text :

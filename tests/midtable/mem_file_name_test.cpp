@@ -54,12 +54,20 @@ TEST(MemFileName, DerivesTheItems) {
 }
 
 TEST(MemFileName, TellsNamesThatBreakOutOfAStatement) {
-  for (const char* bad : {"a'b", "a\"b", "a`b", "a\\b", "a(b", "a)b", "a;b", "a--b", "a/*b", "a#b",
-                          "a b", "a\tb", "a\nb", "a\x7f", "mysql.user", "a@b"}) {
+  for (const char* bad :
+       {"a'b", "a\"b", "a`b",  "a\\b", "a(b",   "a)b",        "a;b",   "a--b", "a/*b",
+        "a#b", "a b",  "a\tb", "a\nb", "a\x7f", "mysql.user", "a@b",   "100%", "a,b",
+        "a=b", "a:b",  "a?b",  "a/b",  "a*b",   "{a}",        "a\x01", "a\r"}) {
     EXPECT_FALSE(IsSafeIdentifier(bad)) << bad;
   }
-  for (const char* good : {"MEM_20120101_0004F", "WLAN_abc-user", "a$b", "\xe8\xa1\xa8", "100%"}) {
+  for (const char* good :
+       {"MEM_20120101_0004F", "WLAN_abc-user", "a$b", "\xe8\xa1\xa8", "select"}) {
     EXPECT_TRUE(IsSafeIdentifier(good)) << good;
+  }
+  for (const char* good : {"np", "", "a#1$_", "\"p@ s's;\""})
+    EXPECT_TRUE(IsSafePassword(good)) << good;
+  for (const char* bad : {"a b", "a;b", "a'b", "\"a\"b\"", "\"", "\"a\nb\"", "a--", "a/*"}) {
+    EXPECT_FALSE(IsSafePassword(bad)) << bad;
   }
   EXPECT_TRUE(IsSafePath("/a b/c;d.dat"));
   for (const char* bad : {"/a\"b", "/a'b", "/a\\", "/a\n"}) EXPECT_FALSE(IsSafePath(bad)) << bad;
