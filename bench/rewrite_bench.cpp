@@ -5,7 +5,6 @@
 //   rewrite_bench bare FOLDER OUT              reads each line and writes it, nothing more
 //
 // The last two print their peak memory in KiB to standard error.
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "bare_loop.h"
 #include "localuser/tourlocaluser.h"
 #include "log/zux_center_log.h"
 #include "support/file.h"
@@ -66,17 +66,7 @@ int Ours(const std::string& folder, const std::string& out) {
 }
 
 int Bare(const std::string& folder, const std::string& out) {
-  const File in(std::fopen((folder + "/mem.dat").c_str(), "r"));
-  const FileDescriptor copy(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
-  if (in == nullptr || !copy) return 1;
-  char* line = nullptr;
-  std::size_t capacity = 0;
-  ssize_t size = 0;
-  while ((size = getline(&line, &capacity, in.get())) > 0) {
-    if (write(copy.get(), line, static_cast<std::size_t>(size)) != size) return 1;
-  }
-  std::free(line);
-  return 0;
+  return CopyLines(folder + "/mem.dat", out) ? 0 : 1;
 }
 
 }  // namespace
