@@ -16,12 +16,15 @@ SETTINGS = pathlib.Path("/virus/apache/rnweb/inc/dbinfo.conf")
 CONFIGURATION = pathlib.Path("/etc/morvan")
 REAL_PAUSES = pathlib.Path("/tmp/real_pauses")
 SERVER = "/tmp/server"
+# What was committed outlives the server's end.
+SERVER_OPTIONS = ("--general-log=0", "--max-connections=100", "--innodb-flush-log-at-trx-commit=1")
 DATABASES = ("1a2b3c4d", "5e6f7a8b")
 DAYS = ("20121229", "20121230", "20121231")
 ROWS = 5  # of a mem file
 NUMBER_BLOCKS = 400_000
 MOST_RESIDENT_KIB = 16 * 1024
 MOST_GROWTH_KIB = 512
+MOST_MORE_DESCRIPTORS = 2  # a source is being read while one looks
 PATIENCE = 60
 DAY = 86_400
 MIB = 1 << 20
@@ -38,7 +41,7 @@ def sql(statement):
 
 
 def prepare():
-    port = server("start", "--general-log=0", "--max-connections=100")
+    port = server("start", *SERVER_OPTIONS)
     SETTINGS.parent.mkdir(parents=True, exist_ok=True)
     text = pathlib.Path("demo/dbinfo.conf").read_text()
     text = re.sub("(?m)^port=.*", f"port={port}", text)
@@ -177,6 +180,7 @@ class Soak:
             self.until("loading", lambda: 1 if waiting() == 0 else 1 / (1 + waiting()))
             for path in SPOOL.glob("*/*.mid"):
                 path.unlink()
+        self.idle(1)  # the last ones are converted
 
     def lose_connections(self, losses):
         key = "connection to db lost"
@@ -189,7 +193,7 @@ class Soak:
         REAL_PAUSES.touch()
         for _ in range(times):
             server("kill")
-            server("start", "--general-log=0", "--max-connections=100")
+            server("start", *SERVER_OPTIONS)
             since = time.monotonic()
             while not sql("select 1 from information_schema.processlist where user = 'midtable'"):
                 if not self.service.alive() or time.monotonic() - since > PATIENCE:
@@ -246,9 +250,9 @@ class Soak:
             wrong.append(f"resident memory grew by {last[0] - first[0]} KiB")
         if max(seen[0] for seen in self.seen) > MOST_RESIDENT_KIB:
             wrong.append("resident memory passed 16 MiB")
-        if last[1] != first[1]:
+        if last[1] > first[1] + MOST_MORE_DESCRIPTORS:
             wrong.append(f"descriptors: {first[1]} before, {last[1]} after")
-        if last[2] != first[2]:
+        if last[2] > first[2]:
             wrong.append(f"threads: {first[2]} before, {last[2]} after")
         if rows != self.loaded * ROWS:
             wrong.append(f"{rows} rows counted of {self.loaded * ROWS}")
@@ -302,7 +306,7 @@ def restore():
     try:
         sql("select 1")
     except subprocess.CalledProcessError:
-        server("start", "--general-log=0", "--max-connections=100")
+        server("start", *SERVER_OPTIONS)
     sql("set global read_only=0; create database if not exists WLAN_TUNE; drop table if exists vqcfg.e")
     sql(pathlib.Path("demo/setup.sql").read_text())
     configure()
