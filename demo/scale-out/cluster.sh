@@ -125,7 +125,7 @@ sort_out_failed_files() {
     stem=${failed%.err}
     # Beside a loaded file it is the original of one that had damaged lines.
     if [ ! -e "$failed" ] || [ -e "$stem.mid" ]; then continue; fi
-    if [ "$(sql -N -e "select count(*) from $(mem_table "$(basename "$stem")")
+    if [ "$(sql -N -e "set wsrep_sync_wait = 1; select count(*) from $(mem_table "$(basename "$stem")")
                        where record_id = $(head -1 "$failed" | cut -f 1)")" = 1 ]; then
       mv "$failed" "$stem.mid"
       echo "    loaded after all: $(basename "$stem").mid"

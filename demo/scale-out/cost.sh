@@ -33,6 +33,7 @@ load_on() {  # load_on SERVER
   sql -e "drop database if exists WLAN_${ids[a]}"
   set_up_databases "${ids[a]}"
   configure "$stage/a" "$sample"
+  if [ "$1" = node1 ]; then empty_within_the_transaction "$stage/a/etc/morvan/vqlog.xml"; fi
   start_service a
   before=$(cpu_seconds "$1")
   feed a '*.dat'
