@@ -105,9 +105,9 @@ constexpr ServerText kServerTexts[] = {
      "the insert and its table differ: name the columns, or alter the "
      "table that is older than the definition"},
     {"doesn't exist",
-     "a table is missing: a year table is yours to create, see demo/year_tables.sql; "
+     "a table is missing: a year table is yours to create, see the sample year_tables.sql; "
      "else look at its Create"},
-    {"unknown database", "create the database: see demo/setup.sql"},
+    {"unknown database", "create the database: see the sample setup.sql"},
     {"unknown storage engine", "write engine = InnoDB"},
     {"error in your sql syntax",
      "mend the statement in the definition file; the server's text shows "

@@ -1,6 +1,7 @@
 // Table definitions and loader templates: the tree, and whether each statement takes what the
 // service gives it.
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <map>
@@ -59,7 +60,7 @@ class DefinitionChecker {
     if (!m_xml.parseFile(m_set.path)) {
       const auto [line, reason] = SplitLine(m_xml.getError());
       Report(line, "cannot be used: " + reason + (m_in_use ? "; every mem file fails" : ""),
-             "mend it; demo/vqlog.xml shows a file that works");
+             "mend it; the sample vqlog.xml shows a file that works");
       return;
     }
     m_set.readable = true;
@@ -108,16 +109,22 @@ class DefinitionChecker {
     const CXmlNode counter = Need(parent, "MidCnt");
     if (!counter) return;
     const std::string text(Trim(counter.getContent()));
+    const long count = std::max(std::atoi(text.c_str()), 0);
+    // What the service does not look at it does not miss: the mem table is emptied all the same.
+    const std::string effect =
+        parent.name() == "Mem" ? ": their files fail" : ": their rows are lost";
     if (!IsNumber(text)) {
-      Report(counter.line(), "MidCnt \"" + text + "\" is no number and counts as 0",
+      Report(counter.line(),
+             "MidCnt \"" + text + "\" is no number and taken as " + std::to_string(count),
              "write how many MidTab elements follow");
-      return;
+    } else if (count == 0) {
+      Warn(counter.line(), "MidCnt is 0 in " + parent.name() + effect,
+           "write how many MidTab elements follow, unless you mean it");
     }
-    const long count = std::strtol(text.c_str(), nullptr, 10);
     if (count < static_cast<long>(tables.size())) {
       Report(counter.line(),
              "MidCnt is " + text + " for " + Count(tables.size(), "MidTab element") +
-                 ": those beyond it are not looked at",
+                 ", those beyond it are not looked at" + effect,
              "write how many MidTab elements follow");
     }
     for (long i = 1; i <= count; ++i) {
@@ -290,7 +297,7 @@ class DefinitionChecker {
       if (m_conv_kinds.count(kind) != 0) continue;
       Report(m_xml.getNode("/root/Conv").line(),
              "kind " + kind + " has a mem table but no conversion: its rows stay there",
-             "add element " + kind + " under Conv, with MidCnt 0 if it feeds nothing");
+             "add element " + kind + " under Conv");
     }
     for (const std::string& kind : m_conv_kinds) {
       if (mem.count(kind) != 0) continue;
@@ -370,8 +377,8 @@ void CheckTemplates(const std::string& path, bool oracle, const std::set<std::st
     findings.Add(oracle, path, line,
                  "cannot be used: " + reason +
                      (oracle ? "" : "; an error line in the run log with every mem file"),
-                 oracle ? "mend it; demo/oracle/sqlldr_ctl.xml shows one that works"
-                        : "copy demo/sqlldr_ctl.xml, which is empty, there");
+                 oracle ? "mend it; the Oracle sample of sqlldr_ctl.xml shows one that works"
+                        : "copy the sample sqlldr_ctl.xml, which is empty, there");
     return;
   }
   if (!oracle) return;
@@ -391,12 +398,13 @@ void CheckTemplates(const std::string& path, bool oracle, const std::set<std::st
       const FilledTemplate filled = FillTemplate(node.getContent(), wanted.values);
       if (node && filled && Contains(filled.text, std::get<std::string>(wanted.values[0])))
         continue;
-      findings.Error(path, node.line(),
-                     !node ? std::string("no ") + wanted.path + " with table=\"MEM_" + kind +
-                                 "\": no file of that kind is loaded"
-                           : std::string(wanted.path) + ": " +
-                                 (filled ? "does not use its first value" : filled.error),
-                     "see demo/oracle/sqlldr_ctl.xml for the elements and their placeholders");
+      findings.Error(
+          path, node.line(),
+          !node ? std::string("no ") + wanted.path + " with table=\"MEM_" + kind +
+                      "\": no file of that kind is loaded"
+                : std::string(wanted.path) + ": " +
+                      (filled ? "does not use its first value" : filled.error),
+          "see the Oracle sample of sqlldr_ctl.xml for the elements and their placeholders");
     }
   }
 }

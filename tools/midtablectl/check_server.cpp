@@ -46,8 +46,8 @@ void CheckConfiguration(Server& server, Findings& findings) {
       kWhere, 0,
       "vqcfg.EnterpriseUser cannot be read (" + words + "); two error lines every 10 seconds",
       std::string(HasDatabase(server, kConfiguration)
-                      ? "create the table as in demo/setup.sql"
-                      : "create database and table as in demo/setup.sql") +
+                      ? "create the table as in the sample setup.sql"
+                      : "create database and table as in the sample setup.sql") +
           ", or: grant select on vqcfg.* to " + server.user());
 }
 
@@ -88,13 +88,13 @@ void CheckYearTables(Server& server, const Spool& spool, const DefinitionSet& de
         findings.Error(kWhere, 0,
                        "year table " + folder.Database() + "." + table +
                            " is missing: rows of kind " + mid.kind + " stay in their mem tables",
-                       "create the year tables, see demo/year_tables.sql");
+                       "create the year tables, see the sample year_tables.sql");
       }
       const std::string next = mid.NameAt(std::to_string(next_year));
       if (Has(server, folder.Database(), next)) continue;
       findings.Warning(kWhere, 0,
                        "year table " + folder.Database() + "." + next + " is not there yet",
-                       "create next year's tables before January, see demo/year_tables.sql");
+                       "create next year's tables before January, see the sample year_tables.sql");
     }
   }
 }

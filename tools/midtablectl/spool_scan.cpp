@@ -38,11 +38,12 @@ FileState StateOf(const std::string& name, const std::vector<std::string>& names
   if (IsMemFileName(name)) return FileState::kWaiting;
   const std::string waiting = WaitingName(name);
   if (waiting.empty() || !IsMemFileName(waiting)) return FileState::kOther;
-  if (name.ends_with(".mid")) return FileState::kLoaded;
-  if (!name.ends_with(".err")) return FileState::kSetAside;
   const auto has = [&names](const std::string& wanted) {
     return std::binary_search(names.begin(), names.end(), wanted);
   };
+  // Beside the file it is a copy in the making.
+  if (name.ends_with(".mid")) return has(waiting) ? FileState::kOther : FileState::kLoaded;
+  if (!name.ends_with(".err")) return FileState::kSetAside;
   const std::string stem = name.substr(0, name.size() - 4);
   return has(stem + ".mid") || has(waiting) ? FileState::kKept : FileState::kFailed;
 }

@@ -101,9 +101,9 @@ void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& 
   console.out << Format("midtable %s      %04d-%02d-%02d %02d:%02d:%02d\n\n", service.c_str(),
                         local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
                         local.tm_min, local.tm_sec)
-              << Format("%-13s %8s %10s %10s %8s %7s %9s %8s %9s %10s\n", "database", "waiting",
+              << Format("%-13s %8s %10s %10s %8s %7s %9s %8s %9s %10s%s\n", "database", "waiting",
                         "bytes", "oldest", "loaded", "failed", "mem rows", "files/s", "rows/s",
-                        "empty in");
+                        "empty in", first != nullptr ? "  since the first look" : "");
   for (const DatabaseStatus& one : status.databases) {
     const DatabaseStatus* before = Find(first, one.database);
     static const DatabaseStatus kNew;
