@@ -1,8 +1,6 @@
 # Part of play: the time of one appliance's files on each kind of server, in turns.
-# shellcheck shell=bash disable=SC2154,SC2034
-# shellcheck source=bench/timing.sh
+# shellcheck shell=bash disable=SC1091,SC2034,SC2154
 source "$demo/../bench/timing.sh"
-# shellcheck source=demo/scale-out/cluster.sh
 source "$here/cluster.sh"
 
 cost() {
