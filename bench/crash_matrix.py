@@ -20,8 +20,9 @@ PATIENCE = 60  # seconds for anything
 VICTIMS = ("service", "server", "both")
 DEFINITIONS = pathlib.Path("/etc/morvan/vqlog.xml")
 KEY = "not null primary key"
-# The short form takes every so many points: a number that shares no divisor with befores and afters.
+# Every so many points are taken, in the short form and of "both": odd, so that befores and afters come.
 SHORT = 19
+BOTH = 5
 # A server killed at once must come back with what it has confirmed.
 DURABLE = ("--general-log=0", "--innodb-flush-log-at-trx-commit=1", "--innodb-doublewrite=1")
 YEAR_TABLES = pathlib.Path("demo/year_tables.sql").read_text().replace("_YYYY", "_2012")
@@ -305,9 +306,11 @@ def options():
 def points(steps, chosen):
     first, _, last = chosen.steps.partition("-")
     numbers = range(int(first), min(int(last or len(steps)), len(steps)) + 1)
-    every = [(step, when, victim) for victim in VICTIMS for step in numbers
-             for when in ("before", "after") if chosen.only in (None, victim)]
-    return every[::SHORT] if chosen.short else every
+    def of(victim):
+        every = [(step, when, victim) for step in numbers for when in ("before", "after")]
+        # What both lose is what the one and the other lose, so a part of the points shows it.
+        return every[::SHORT if chosen.short else BOTH if victim == "both" else 1]
+    return [point for victim in VICTIMS if chosen.only in (None, victim) for point in of(victim)]
 
 
 def may_count_twice(name, when):
