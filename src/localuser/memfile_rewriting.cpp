@@ -10,10 +10,10 @@
 #include <charconv>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include "localuser/tourlocaluser.h"
 #include "log/zux_center_log.h"
@@ -35,14 +35,14 @@ class LineReader {
  public:
   enum class Result { kLine, kTooLong, kEnd, kFailed };
 
-  explicit LineReader(int fd) : m_fd(fd), m_buffer(kLongestLine) {}
+  explicit LineReader(int fd) : m_fd(fd) {}
 
   // The next line without its line feed, valid until the next call; a last line need not have one.
   // kTooLong has passed over the line; kFailed leaves errno.
   Result Next(std::string_view& line) {
     bool too_long = false;
     for (std::size_t searched = 0;;) {
-      const char* const begin = m_buffer.data() + m_begin;
+      const char* const begin = m_buffer.get() + m_begin;
       const std::size_t size = m_end - m_begin;
       const void* const found = std::memchr(begin + searched, '\n', size - searched);
       if (found != nullptr) {
@@ -51,14 +51,14 @@ class LineReader {
         return too_long ? Result::kTooLong : Result::kLine;
       }
       searched = size;
-      if (size == m_buffer.size()) {
+      if (size == kLongestLine) {
         too_long = true;
         m_begin = m_end = searched = 0;
       }
       const ssize_t added = Fill();
       if (added < 0) return Result::kFailed;
       if (added == 0) {
-        line = {m_buffer.data() + m_begin, m_end - m_begin};
+        line = {m_buffer.get() + m_begin, m_end - m_begin};
         m_begin = m_end;
         if (too_long) return Result::kTooLong;
         return line.empty() ? Result::kEnd : Result::kLine;
@@ -69,19 +69,20 @@ class LineReader {
  private:
   // Moves what is left to the front and reads behind it; the result is that of read(2).
   ssize_t Fill() {
-    std::memmove(m_buffer.data(), m_buffer.data() + m_begin, m_end - m_begin);
+    std::memmove(m_buffer.get(), m_buffer.get() + m_begin, m_end - m_begin);
     m_end -= m_begin;
     m_begin = 0;
     ssize_t added = 0;
     do {
-      added = read(m_fd, m_buffer.data() + m_end, m_buffer.size() - m_end);
+      added = read(m_fd, m_buffer.get() + m_end, kLongestLine - m_end);
     } while (added < 0 && errno == EINTR);
     if (added > 0) m_end += static_cast<std::size_t>(added);
     return added;
   }
 
   const int m_fd;
-  std::vector<char> m_buffer;
+  // Not cleared: most files are small, and memory that is never touched costs nothing.
+  std::unique_ptr<char[]> m_buffer = std::make_unique_for_overwrite<char[]>(kLongestLine);
   std::size_t m_begin = 0;
   std::size_t m_end = 0;
 };
@@ -140,6 +141,9 @@ class Rewriting {
             m_in_path.c_str(), of(Flag::kLocal), of(Flag::kVisitor), of(Flag::kNoUser), m_dropped);
   }
 
+  // Lines left out that held something.
+  unsigned int lost() const { return m_lost; }
+
  private:
   bool Fail(const char* what, const std::string& path) const {
     const int error = errno;
@@ -164,6 +168,7 @@ class Rewriting {
   std::string m_text;  // the record being written; keeps its memory
   std::array<unsigned int, 3> m_counts{};
   unsigned int m_dropped = 0;
+  unsigned int m_lost = 0;
 };
 
 bool Rewriting::OpenInput() {
@@ -205,6 +210,7 @@ bool Rewriting::CopyRecords() {
       g_loger(kUnit, __LINE__, kDebug, "file %s line %d not correct, ignore it", m_in_path.c_str(),
               number);
       ++m_dropped;
+      if (result == LineReader::Result::kTooLong || record.count != 0) ++m_lost;
     } else if (!WriteRecord(record)) {
       return false;
     }
@@ -266,6 +272,7 @@ int TourLocalUser::ParseMemfile(const std::string& in_path, const std::string& o
   } else {
     rewriting.Discard();
   }
+  m_lostLines = rewriting.lost();
   g_loger(kUnit, __LINE__, kInfo, "ParseMemfile finished");
   return 1;
 }

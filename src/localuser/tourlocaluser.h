@@ -85,6 +85,8 @@ class TourLocalUser {
   // caller then still has the whole input. An input that does not exist leaves an empty copy.
   int ParseMemfile(const std::string& in_path, const std::string& out_path)
       EXCLUDES(m_localLock, m_enterpriseLock);
+  // How many lines that held something the last ParseMemfile left out.
+  unsigned int lostLines() const { return m_lostLines; }
 
   // 0 when the credentials' type is "mysql", otherwise 1, also before the first OpenDB.
   int GetDBType() const;
@@ -124,6 +126,7 @@ class TourLocalUser {
   BlockSet m_setLocalPrefix GUARDED_BY(m_localLock);
   std::map<unsigned int, std::string> m_mapEnterpriseUser GUARDED_BY(m_enterpriseLock);
   const std::map<unsigned int, int> m_mapPrefixCode{{0, 13}, {1, 14}, {2, 15}, {3, 18}};
+  unsigned int m_lostLines = 0;
   const BackEndFactory m_makeBackEnd;
   std::unique_ptr<CSqlBase> m_pDB;
   MYSQLAUTH m_auth;

@@ -89,9 +89,15 @@ bool CMidTable::ConvertMemF(const std::string& path) {
   if (!unchanged) {
     g_loger(kUnit, __LINE__, kError, "file (%s) changed while it was rewritten", path.c_str());
   }
-  // A smaller copy has lost lines: the unrewritten file is kept for inspection.
-  const bool keep = before && after && after->size < before->size;
-  if (!unchanged || !FinishCopy(copy) || !PutInPlace(copy, path, keep ? stem + ".err" : "")) {
+  // A smaller copy has lost lines: the unrewritten file is kept for inspection. One whose flags
+  // outweigh the lines that it lacks has as well.
+  std::string kept;
+  if (before && after && after->size < before->size) {
+    kept = stem + ".err";
+  } else if (m_localUser.lostLines() > 0) {
+    kept = stem + ".orig";
+  }
+  if (!unchanged || !FinishCopy(copy) || !PutInPlace(copy, path, kept)) {
     unlink(copy.c_str());  // or it would look like a loaded file
     return false;
   }

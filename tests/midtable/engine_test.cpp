@@ -91,6 +91,13 @@ TEST_F(Loading, TheRewrittenCopyTakesTheFilesPlaceAndASmallerOneKeepsTheOriginal
   EXPECT_EQ(ReadFile(path), good + "\t2\n");
   EXPECT_THAT(ListFolder(kFolder), ElementsAre(testing::EndsWith(".dat")));
 
+  // Also one whose flags outweigh the lost line.
+  const std::string orig = path.substr(0, path.size() - 4) + ".orig";
+  WriteFile(path, "x\n" + good);
+  EXPECT_TRUE(engine->ConvertMemF(path));
+  EXPECT_EQ(ReadFile(orig), "x\n" + good);
+  fs::remove(orig);
+
   // It becomes ".err", also after a run that was killed there; what had the name before is kept.
   WriteFile(path, damaged);
   fs::create_hard_link(path, err);
