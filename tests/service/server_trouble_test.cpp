@@ -44,11 +44,9 @@ TEST_F(ServerTrouble, AwayForLessAndForMoreThanElevenAttempts) {
   server.Start();
   EXPECT_EQ(result + g_nMainRun, 0);
   const std::string gone = " reason connect failed, error:Can't connect to server on '127.0.0.1'";
-  for (const std::string& line :
-       {"attempt 1 failed" + gone, std::string("thread tried 9\n"), std::string("thread tried 0\n"),
-        "attempt 11 failed" + gone, std::string("thread exit\n"), "connect db err" + gone}) {
-    EXPECT_THAT(text, testing::HasSubstr(line));
-  }
+  EXPECT_THAT(text, testing::ContainsRegex("attempt 1 failed" + gone + ".*tried 9\n.*tried 0\n.*" +
+                                           "attempt 11 failed" + gone +
+                                           ".*thread exit\n.*connect db err" + gone));
 }
 
 TEST_F(ServerTrouble, IsNamedInTheLogAndNoRowIsLostOrCountedTwice) {
@@ -58,8 +56,6 @@ TEST_F(ServerTrouble, IsNamedInTheLogAndNoRowIsLostOrCountedTwice) {
       {"do sleep(1); kill user midtable", ".mid", "failed, error:Lost connection to server during"},
       {"begin; select n from " + kDb + ".T_AUTH1M_201212 for update; do sleep(2.5)", ".mid",
        "failed, error:Lock wait timeout exceeded"},
-      {"begin; insert into " + kMem + " values (81, 0); do sleep(2.5)", ".err",
-       "ret (0) (execute load data infile"},
       {"begin; insert into mysql.heavy select seq from mysql.seq_1_to_999; select n from " + kDb +
            ".T_AUTH1D_20121231 for update; do sleep(0.7); delete from " + kMem +
            " where v < 0; do sleep(0.3); rollback",
