@@ -67,8 +67,12 @@ CLI::App* AddStatus(CLI::App& app, Arguments& arguments) {
 
 CLI::App* AddWhy(CLI::App& app, std::string& file) {
   CLI::App* why = app.add_subcommand(
-      "why", "Shows the run log's lines of the moment when a mem file failed, and what to do.");
-  why->add_option("file", file, "the .err file, or its bare name")->required()->type_name("FILE");
+      "why",
+      "Shows the run log's lines of the moment when a mem file failed, and what to do. Of a loaded "
+      "file, .mid, those of the failed conversion of its rows.");
+  why->add_option("file", file, "the .err or .mid file, or its bare name")
+      ->required()
+      ->type_name("FILE");
   return why;
 }
 

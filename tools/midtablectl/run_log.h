@@ -15,6 +15,7 @@ struct LogEntry {
   std::string text;   // may have several lines
 
   bool IsError() const { return level == "ErrLog"; }
+  bool IsTrouble() const { return IsError() || level == "AlarmLog"; }
   std::string Show() const;  // as in the file
 };
 

@@ -1,4 +1,5 @@
-// Why a mem file failed: the run log's lines of that moment, and what to do.
+// Why a mem file failed, or the conversion of a loaded one: the run log's lines of that moment, and
+// what to do.
 #pragma once
 
 #include <string>
