@@ -105,6 +105,8 @@ class Server {
   std::string m_user;
 };
 
+std::string Today();  // YYYYMMDD
+
 // What the server said, after the library's own beginning.
 std::string ServerWords(const std::string& error);
 

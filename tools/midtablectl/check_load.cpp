@@ -68,10 +68,10 @@ class Prober {
     m_identity = ServerIdentity(server, m_is_here);
   }
 
-  void Probe(const DatabaseFolder& folder) {
-    const ProbeFile probe(folder.Path());
+  void Probe(const std::string& folder) {
+    const ProbeFile probe(folder);
     if (probe.error() != 0) {
-      m_findings.Warning(folder.Path(), 0,
+      m_findings.Warning(folder, 0,
                          std::string("no probe file could be made, so no load was tried: ") +
                              std::strerror(probe.error()),
                          "run check as the service's user or as root");
@@ -108,38 +108,36 @@ class Prober {
     Step("truncate table " + table, "DROP, which emptying a mem table needs");
   }
 
-  void Explain(const DatabaseFolder& folder, const std::string& path, const std::string& words) {
+  void Explain(const std::string& folder, const std::string& path, const std::string& words) {
     const std::string said = "; the server's words: " + words;
     if (words.find("Access denied") != std::string::npos) {
-      m_findings.Error(folder.Path(), 0, "no load: this user lacks the privilege FILE" + said,
+      m_findings.Error(folder, 0, "no load: this user lacks the privilege FILE" + said,
                        "grant file on *.* to " + m_server.user());
       return;
     }
     const std::string obstacle = Obstacle(path, m_identity);
     if (!obstacle.empty()) {
-      m_findings.Error(folder.Path(), 0, "no load: " + obstacle + said,
+      m_findings.Error(folder, 0, "no load: " + obstacle + said,
                        "give each folder on the way the mode o+x (chmod o+x), or let the server's "
                        "user into its group");
       return;
     }
     const std::string allowed = m_server.Variable("secure_file_priv");
     if (allowed == "NULL") {
-      m_findings.Error(folder.Path(), 0,
-                       "no load: secure_file_priv is NULL, which forbids all" + said,
+      m_findings.Error(folder, 0, "no load: secure_file_priv is NULL, which forbids all" + said,
                        "set secure_file_priv in the server's configuration to \"\" or to " +
                            std::string(paths::kSpool) + ", restart the server");
     } else if (!allowed.empty() && !path.starts_with(allowed)) {
-      m_findings.Error(folder.Path(), 0,
-                       "no load: secure_file_priv allows " + allowed + " alone" + said,
+      m_findings.Error(folder, 0, "no load: secure_file_priv allows " + allowed + " alone" + said,
                        "set secure_file_priv in the server's configuration to \"\" or to " +
                            std::string(paths::kSpool) + ", restart the server");
     } else if (!m_is_here) {
-      m_findings.Error(folder.Path(), 0,
+      m_findings.Error(folder, 0,
                        "no load, and the server's data folder is not on this machine" + said,
                        "the server must run on this machine, or see the spool under the same path");
     } else {
       m_findings.Error(
-          folder.Path(), 0,
+          folder, 0,
           "no load, although modes and settings allow it: something hides the folder "
           "from the server" +
               said,
@@ -160,8 +158,9 @@ void ProbeLoads(Server& server, const Spool& spool, Findings& findings) {
   Prober prober(server, findings);
   if (!prober.MakeTable()) return;
   for (const DatabaseFolder& folder : spool.folders) {
-    if (folder.error == 0) prober.Probe(folder);
+    if (folder.error == 0) prober.Probe(folder.Path());
   }
+  if (spool.folders.empty() && spool.error == 0) prober.Probe(paths::kSpool);
 }
 
 }  // namespace ctl

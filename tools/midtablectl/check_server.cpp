@@ -18,13 +18,6 @@ namespace {
 constexpr char kWhere[] = "server";
 constexpr char kConfiguration[] = "vqcfg";
 
-std::string Today() {
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
-  return Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
-}
-
 bool Has(Server& server, const std::string& database, const std::string& table) {
   return !server
               .Value("select 1 from information_schema.tables where table_schema = '" + database +
@@ -126,19 +119,31 @@ void CheckModes(Server& server, const DefinitionSet& definitions, Findings& find
 std::string Connect(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings) {
   if (sql.connectDB() == 0) return {};
   const std::string words = ServerWords(sql.getLastError());
-  const std::string advice = words.starts_with("Access denied")
-                                 ? "mend user and password of the settings, or set them on the "
-                                   "server; privileges: README.md"
-                                 : ServerAdvice(words);
-  findings.Error(
-      kWhere, 0,
-      "no login as " + auth.user + " at " + auth.host + " port " + std::to_string(auth.port) +
-          ": " + words,
-      advice.empty() ? "mend host, port, user, password and dbname0 of the settings" : advice);
+  std::string login = "no login as " + auth.user;
+  std::string advice = ServerAdvice(words);
+  if (IsOracle(auth)) {
+    login += " through ODBC";
+    advice = "see oracle.md: package midtable-oracle, driver and data source in odbc.ini, password";
+  } else {
+    login += " at " + auth.host + " port " + std::to_string(auth.port);
+    if (words.starts_with("Access denied")) {
+      advice = "mend user and password of the settings, or make that user on the server";
+    } else if (advice.empty()) {
+      advice = "mend host, port, user, password and dbname0 of the settings";
+    }
+  }
+  findings.Error(kWhere, 0, login + ": " + words, advice);
   return words;
 }
 
 }  // namespace
+
+std::string Today() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  return Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+}
 
 std::string ServerWords(const std::string& error) {
   constexpr std::string_view kMark = "error:";

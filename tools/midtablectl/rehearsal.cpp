@@ -25,6 +25,14 @@ class Rehearsal {
       if (!mem.create.empty() && Try(mem.create, mem.line, "Create")) CheckMemTable(mem);
     }
     for (const MidDefinition& mid : m_set.mid) Convert(mid);
+    const std::string today = Today();
+    for (const MemDefinition& mem : m_set.mem) {
+      CompareLayouts(SampleMemTable(mem.kind), "MEM\\_" + today + "%" + mem.kind, mem.line);
+    }
+    for (const MidDefinition& mid : m_set.mid) {
+      if (mid.period == Period::kYear) continue;
+      CompareLayouts(mid.NameAt(kSampleDate), mid.NameAt(today), mid.line);
+    }
   }
 
  private:
@@ -75,6 +83,25 @@ class Rehearsal {
       return;
     }
     if (Has(SampleMemTable(mid.kind))) Try(mid.convert, mid.line, "Convert of " + mid.name);
+  }
+
+  // A table in use that was made before its Create was edited: no Create changes it.
+  void CompareLayouts(const std::string& sample, const std::string& used, long line) {
+    const std::string columns =
+        "select table_schema as d, table_name as t, group_concat(column_name, ' ', column_type "
+        "order "
+        "by ordinal_position) as c from information_schema.columns where table_name like ";
+    const std::string scratch = ScratchDatabase::kName;
+    const std::vector<SqlRecord> made = m_server.Rows(
+        columns + "'" + sample + "' and table_schema = '" + scratch + "' group by 1, 2");
+    if (made.empty()) return;
+    for (SqlRecord& table :
+         m_server.Rows(columns + "'" + used + "' and table_schema like 'WLAN\\_%' group by 1, 2")) {
+      if (table["c"] == made[0].at("c")) continue;
+      m_findings.Warning(m_set.path, line,
+                         table["d"] + "." + table["t"] + " has other columns than its Create gives",
+                         "it is older than the Create, which never changes a table: alter it");
+    }
   }
 
   bool Has(const std::string& table) {
