@@ -121,8 +121,9 @@ bool CXmlStream::parseFile(const char* path) {
     return false;
   }
   const FirstError first;
-  m_document.reset(xmlReadFd(fileno(file.get()), path, nullptr,
-                             XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+  m_document.reset(
+      xmlReadFd(fileno(file.get()), path, nullptr,
+                XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_COMPACT));
   if (m_document == nullptr) {
     m_error = first.text();
     return false;

@@ -192,9 +192,11 @@ int CMysqlBase::fetchRecord(SqlRecord& record) {
   for (std::size_t i = 0; i < m_columnNames.size(); ++i) {
     const std::string& name = m_columnNames[i];
     const std::string value = m_row[i] == nullptr ? "NULL" : std::string(m_row[i], lengths[i]);
-    const auto address = reinterpret_cast<std::uintptr_t>(name.c_str());
-    std::printf("field.name 0x%08x(%s) value (%s)\n", static_cast<unsigned int>(address),
-                name.c_str(), value.c_str());
+    if (g_loger.HasConsole()) {
+      const auto address = reinterpret_cast<std::uintptr_t>(name.c_str());
+      std::printf("field.name 0x%08x(%s) value (%s)\n", static_cast<unsigned int>(address),
+                  name.c_str(), value.c_str());
+    }
     record.emplace(name, value);
   }
   return 0;
@@ -209,7 +211,7 @@ void CMysqlBase::clearRecordSet() {
 int CMysqlBase::fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) {
   const int opened = fetchRecordSet(sql);
   if (opened != 0) return opened;
-  std::printf("sql is %s\n", sql);
+  if (g_loger.HasConsole()) std::printf("sql is %s\n", sql);
   rows.clear();
   SqlRecord record;
   while (fetchRecord(record) != -1) rows.push_back(record);

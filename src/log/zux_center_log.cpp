@@ -1,7 +1,9 @@
 #include "log/zux_center_log.h"
 
 #include <dirent.h>
+#include <paths.h>
 #include <stdio_ext.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,6 +63,13 @@ void WriteLine(std::FILE* out, const std::string& line) {
   if (std::fwrite(line.data(), 1, line.size(), out) != line.size()) EndTornLine(out);
 }
 
+bool IsNullDevice(int fd) {
+  struct stat file {};
+  struct stat null {};
+  return fstat(fd, &file) == 0 && stat(_PATH_DEVNULL, &null) == 0 && S_ISCHR(file.st_mode) &&
+         file.st_rdev == null.st_rdev;
+}
+
 // The names that `ls` would list: the pipeline below counts the same ones.
 int CountVisible(const char* folder) {
   DIR* dir = opendir(folder);
@@ -78,6 +87,7 @@ int CountVisible(const char* folder) {
 constinit CLOGER g_loger;
 
 void CLOGER::Init() {
+  m_console = !IsNullDevice(STDOUT_FILENO);
   const std::string make_folder = Format("mkdir -p %s", paths::kRunLogDir);
   // A folder that cannot be made shows in the open below.
   [[maybe_unused]] const int ignored = std::system(make_folder.c_str());
@@ -154,17 +164,18 @@ int CLOGER::operator()(const char* file, int line, int level, const char* format
       CheckRollOver();
     }
     char prefix[256];
-    std::FILE* out = m_stream.get();
-    if (out == nullptr || g_debug != 0 || level < 0) {
-      out = stdout;
-      std::snprintf(prefix, sizeof prefix, "[%s:%d]<%d>:", file, line, level);
+    if (m_stream == nullptr || g_debug != 0 || level < 0) {
+      if (m_console) {
+        std::snprintf(prefix, sizeof prefix, "[%s:%d]<%d>:", file, line, level);
+        WriteLine(stdout, prefix + Formatted(format, args) + '\n');
+      }
     } else {
       const tm now = LocalTime();
       char time[32];
       std::strftime(time, sizeof time, "%H:%M:%S", &now);
       std::snprintf(prefix, sizeof prefix, "[%s:%d][%s][%s]:", file, line, time, LevelName(level));
+      WriteLine(m_stream.get(), prefix + Formatted(format, args) + '\n');
     }
-    WriteLine(out, prefix + Formatted(format, args) + '\n');
   }
   va_end(args);
   return 0;

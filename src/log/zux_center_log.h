@@ -48,6 +48,10 @@ class CLOGER {
   int operator()(const char* file, int line, int level, const char* format, ...)
       __attribute__((format(printf, 5, 6))) EXCLUDES(m_lock);
 
+  // Whether anybody can read standard output. In a daemon it is /dev/null, and from Init on what
+  // would go there is not even formatted.
+  bool HasConsole() const { return m_console; }
+
   // Writes today's local date as YYYYMMDD; `out` takes at least 24 bytes.
   static void updatedate(char* out);
 
@@ -66,6 +70,7 @@ class CLOGER {
   void CheckRollOver() REQUIRES(m_lock);
   std::string FilePath() const REQUIRES(m_lock);
 
+  bool m_console = true;  // written by Init only
   Mutex m_lock;
   File m_stream GUARDED_BY(m_lock);
   char m_date[kDateSize] GUARDED_BY(m_lock) = {};
