@@ -1,3 +1,4 @@
+// Messages are matched against the printf formats of docs/messages.md, whatever the values say.
 #include "midtablectl/advice.h"
 
 #include "midtablectl/findings.h"

@@ -1,3 +1,4 @@
+// The steps of `check`, in their order: what later ones need comes first.
 #include "midtablectl/check.h"
 
 #include <unistd.h>

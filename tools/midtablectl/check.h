@@ -65,6 +65,8 @@ std::string SampleMemTable(const std::string& kind);
 // Engine named by a create statement, in small letters; empty when it names none.
 std::string EngineOf(const std::string& create);
 
+// Reads the file and adds what is wrong with it: errors when `in_use`, else warnings. What could be
+// read is in the result, so that later steps go on with it.
 DefinitionSet CheckDefinitions(const std::string& path, bool oracle, bool in_use,
                                Findings& findings);
 // Differences between the kinds of the two files.

@@ -1,3 +1,4 @@
+// The command line. Every option is declared here and nowhere else.
 #include "midtablectl/control.h"
 
 #include <CLI/CLI.hpp>

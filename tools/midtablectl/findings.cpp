@@ -1,3 +1,4 @@
+// Printing findings, and the text helpers of all commands.
 #include "midtablectl/findings.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Access by modes, for a user other than the one who asks: access(2) tells of oneself only.
 #include "midtablectl/path_access.h"
 
 #include <grp.h>

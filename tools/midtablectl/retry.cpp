@@ -1,3 +1,4 @@
+// First a plan for every file, then the question, then the moves: each is looked at again before.
 #include "midtablectl/retry.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// The form of a line is that of src/log: "[unit:line][HH:MM:SS][Level]:" and the message.
 #include "midtablectl/run_log.h"
 
 #include <cstdio>

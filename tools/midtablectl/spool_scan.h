@@ -41,6 +41,8 @@ struct Spool {
   std::vector<std::string> others;      // names that the service passes over
 };
 
+// Reads all folders of the spool. What vanishes meanwhile is left out; what could not be listed has
+// its errno.
 Spool ScanSpool();
 
 // "....dat" of a name or path that ends in .mid, .err or .err.N; empty for any other.

@@ -66,7 +66,9 @@ class Observer {
 
 // `first`: the first look of this watch, against which the bars grow; null for a single look.
 void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& console);
+// One object with the fields of SystemStatus; unknown ones are null.
 std::string ToJson(const SystemStatus& status);
+// The text exposition format, all gauges; unknown values have no sample.
 std::string ToPrometheus(const SystemStatus& status);
 
 struct StatusOptions {
@@ -76,6 +78,9 @@ struct StatusOptions {
   std::string settings;    // empty: the service's own
 };
 
+// Looks once, or again and again with `watch_seconds`, and prints or writes what it saw. Of a
+// single look: kFindings when files failed, kCouldNotLook when spool, server or `prometheus` file
+// could not be reached; what is known is shown all the same.
 Status ShowStatus(const StatusOptions& options, Console& console);
 
 }  // namespace ctl

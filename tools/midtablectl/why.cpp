@@ -1,3 +1,5 @@
+// Finds the entries of one failure in the run log. A file that fails ends its pass, so the entries
+// are those between the end of the file before and the last line that names this one.
 #include "midtablectl/why.h"
 
 #include <sys/stat.h>
