@@ -19,7 +19,7 @@ PATIENCE = 60  # seconds for anything
 # What dies. "both": the server comes back only when the service has given it up and ended.
 VICTIMS = ("service", "server", "both")
 DEFINITIONS = pathlib.Path("/etc/morvan/vqlog.xml")
-KEY = "not null primary key"
+MEM_KEY = "bigint unsigned  not null primary key"
 # Every so many points are taken, in the short form and of "both": odd, so that befores and afters come.
 SHORT = 19
 BOTH = 5
@@ -353,7 +353,7 @@ def play_all(server, service, chosen):
     todo = points(matrix.steps, chosen)
     print(f"{len(day.FILES)} mem files, {len(matrix.steps)} steps, {len(todo)} crashes\n", flush=True)
     rows, faults = play_points(matrix, todo)
-    DEFINITIONS.write_text(DEFINITIONS.read_text().replace(KEY, "not null"))
+    DEFINITIONS.write_text(DEFINITIONS.read_text().replace(MEM_KEY, "bigint unsigned not null"))
     rows += play_without_key(Matrix(service, server), 1 if chosen.short else None)
     print_rows(("step", "killed", "when", "points", "lost", "twice", "waiting", "files", "brought on by"),
                *rows)
