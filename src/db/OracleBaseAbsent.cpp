@@ -1,5 +1,5 @@
-// What stands in for the Oracle back end where that is not installed: every operation fails and says
-// why.
+// What stands in for the Oracle back end where that is not installed: every operation fails and
+// says why.
 #include "db/OracleBase.h"
 
 namespace {
