@@ -141,6 +141,9 @@ class Rewriting {
             m_in_path.c_str(), of(Flag::kLocal), of(Flag::kVisitor), of(Flag::kNoUser), m_dropped);
   }
 
+  // Lines left out that held something.
+  unsigned int lost() const { return m_lost; }
+
  private:
   bool Fail(const char* what, const std::string& path) const {
     const int error = errno;
@@ -165,6 +168,7 @@ class Rewriting {
   std::string m_text;  // the record being written; keeps its memory
   std::array<unsigned int, 3> m_counts{};
   unsigned int m_dropped = 0;
+  unsigned int m_lost = 0;
 };
 
 bool Rewriting::OpenInput() {
@@ -206,6 +210,7 @@ bool Rewriting::CopyRecords() {
       g_loger(kUnit, __LINE__, kDebug, "file %s line %d not correct, ignore it", m_in_path.c_str(),
               number);
       ++m_dropped;
+      if (result == LineReader::Result::kTooLong || record.count != 0) ++m_lost;
     } else if (!WriteRecord(record)) {
       return false;
     }
@@ -267,6 +272,7 @@ int TourLocalUser::ParseMemfile(const std::string& in_path, const std::string& o
   } else {
     rewriting.Discard();
   }
+  m_lostLines = rewriting.lost();
   g_loger(kUnit, __LINE__, kInfo, "ParseMemfile finished");
   return 1;
 }
