@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "support/paths.h"
 
 namespace ctl {
@@ -16,14 +18,25 @@ void CheckOtherDefinitions(const DefinitionSet& used, bool oracle, Findings& fin
   CompareKinds(used, CheckDefinitions(other, !oracle, false, findings), findings);
 }
 
+// What this user may not read is not known to be wrong.
+Status Blinded(Status status, const std::vector<std::string>& read, Console& console) {
+  for (const std::string& path : read) {
+    if (access(path.c_str(), R_OK) == 0 || errno != EACCES) continue;
+    console.err << "this user may not read " << OneLine(path)
+                << ": run check as root or as the service's user\n";
+    status = Status::kCouldNotLook;
+  }
+  return status;
+}
+
 }  // namespace
 
 Status Check(const CheckOptions& options, Console& console) {
   Findings findings;
-  const auto auth =
-      CheckSettings(options.settings.empty() ? paths::kSettingsFile : options.settings, findings);
+  const std::string settings = options.settings.empty() ? paths::kSettingsFile : options.settings;
+  const auto auth = CheckSettings(settings, findings);
   const bool oracle = auth && IsOracle(*auth);
-  const char* const own = oracle ? paths::kOracleDefinitions : paths::kMysqlDefinitions;
+  const std::string own = oracle ? paths::kOracleDefinitions : paths::kMysqlDefinitions;
   const DefinitionSet definitions = CheckDefinitions(
       options.definitions.empty() ? own : options.definitions, oracle, true, findings);
   CheckOtherDefinitions(definitions, oracle, findings);
@@ -34,7 +47,10 @@ Status Check(const CheckOptions& options, Console& console) {
   CheckSpool(spool, definitions, oracle, findings);
   CheckRunLogFolder(findings);
   if (!options.offline && auth) CheckServer(*auth, spool, definitions, findings);
-  return findings.Print(console, options.errors_only);
+  return Blinded(findings.Print(console, options.errors_only),
+                 {settings, definitions.path, paths::kLoaderTemplates, paths::kLocalNumberBlocks,
+                  paths::kDeviceStates, paths::kSpool},
+                 console);
 }
 
 }  // namespace ctl

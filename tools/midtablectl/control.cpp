@@ -107,6 +107,7 @@ Status Control(int argc, const char* const* argv, Console& console) {
   Arguments arguments;
   CLI::App app("Checks, watches and mends the make mid table service.", "midtablectl");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "midtablectl, version " MIDTABLE_VERSION);
   app.footer(kFooter);
   const CLI::App* check = AddCheck(app, arguments.check);
   const CLI::App* status = AddStatus(app, arguments);
