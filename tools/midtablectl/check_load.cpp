@@ -74,7 +74,9 @@ class Prober {
       m_findings.Warning(folder, 0,
                          std::string("no probe file could be made, so no load was tried: ") +
                              std::strerror(probe.error()),
-                         "run check as the service's user or as root");
+                         probe.error() == EACCES || probe.error() == EPERM
+                             ? "run check as the service's user or as root"
+                             : "mend that first: the service cannot work there either");
       return;
     }
     const std::string table = std::string(ScratchDatabase::kName) + ".probe";

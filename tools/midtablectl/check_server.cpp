@@ -73,6 +73,7 @@ void CheckYearTables(Server& server, const Spool& spool, const DefinitionSet& de
                      Findings& findings) {
   const int next_year = std::atoi(Today().substr(0, 4).c_str()) + 1;
   for (const DatabaseFolder& folder : spool.folders) {
+    if (folder.error != 0) continue;
     for (const MidDefinition& mid : definitions.mid) {
       if (mid.period != Period::kYear) continue;
       for (const std::string& year : YearsOf(folder, mid.kind)) {
