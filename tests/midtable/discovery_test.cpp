@@ -1,5 +1,4 @@
 #include <random>
-#include <ranges>
 
 #include "midtable/engine_fixture.h"
 
@@ -53,10 +52,11 @@ TEST_F(Discovery, ChoosesWhatASortedListingOfTheWholeFolderWouldChoose) {
     now += any(1200) * 1ms;
 
     std::list<std::string> expected = engine->filesToLoad();
-    for (const std::string& name : std::views::reverse(ListFolder(folder))) {
-      if (expected.size() < 2 && CMidTable::IsLoadFile(name) &&
-          !CMidTable::IsTableNameConflict(expected, folder + name)) {
-        expected.push_front(folder + name);
+    const auto all = ListFolder(folder);
+    for (auto name = all.rbegin(); name != all.rend() && expected.size() < 2; ++name) {
+      if (CMidTable::IsLoadFile(*name) &&
+          !CMidTable::IsTableNameConflict(expected, folder + *name)) {
+        expected.push_front(folder + *name);
       }
     }
     EXPECT_EQ(engine->GetMemFiles("1a2b3c4d"), !expected.empty());
