@@ -10,7 +10,7 @@
 #
 # Then what a waiting or finished backlog costs, and idle passes.
 #
-#   bench/performance.sh BENCH MIDTABLE [OPTION VALUE]...      the built performance_bench and midtable
+#   bench/performance.sh PROGRAM [OPTION VALUE]...      PROGRAM is the built midtable
 #
 #   --rounds 3                     of every comparison; medians are shown
 #   --large "200 5000"             files and rows a file of the first work
@@ -20,8 +20,8 @@
 #   --drained 1000
 #   --idle 20                      seconds
 #
-# Prints a table and draws it (build/performance/performance.png; in a run with no options also
-# docs/performance.png). Exit status 1 when a goal is missed.
+# Prints a table and draws it (build/performance/). A run with no options puts both into docs/, too.
+# Exit status 1 when a goal is missed.
 set -euo pipefail
 export LC_ALL=C TZ=UTC
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -30,13 +30,18 @@ results=build/performance
 if [ "${1:-}" != --inside ]; then
   mkdir -p "$results"
   status=0
-  tools/sandbox bash bench/performance.sh --inside "$(realpath "$1")" "$(realpath "$2")" "${@:3}" |
+  tools/sandbox bash bench/performance.sh --inside "$(realpath "$1")" "${@:2}" |
     tee "$results/table.txt" || status=1
-  [ $# -gt 2 ] || cp "$results/performance.png" docs/performance.png
+  if [ $# = 1 ]; then
+    cp "$results/performance.png" docs/
+    sed -i -e "/^<!-- table -->/,/^<!-- end -->/{//!d}" docs/performance.md
+    sed -i -e "/^<!-- table -->/r "<(printf '\n'; sed 's/^\(.\)/    \1/' "$results/table.txt"; printf '\n') docs/performance.md
+  fi
   exit $status
 fi
-bench=$2 program=$3
-shift 3
+program=$2
+bench=${program%/src/main/midtable}/bench/performance_bench
+shift 2
 rounds=3 large="200 5000" small="2000 100" shell_rounds=1
 backlogs="1000 10000 100000" drained=1000 idle=20
 while [ $# -gt 0 ]; do
@@ -168,18 +173,26 @@ fresh_spool() {
   cp -r "/tmp/$1" "$spool"
 }
 
+# In milliseconds.
+server_time() { awk '{ print ($14 + $15) * 10 }' "/proc/$(cat /tmp/server/server.pid)/stat"; }
+# note NAME MILLISECONDS FILES: appends milliseconds a file.
+note() { awk -v ms="$2" -v files="$3" 'BEGIN { printf "%.3f\n", ms / files }' >>"$folder/$1.times"; }
+
 # service_times WORK COUNT: appends seconds, milliseconds a file and peak memory.
 service_times() {
+  local before
+  before=$(server_time)
   "$bench" service "$port" "$2" "$program" >"$folder/line"
   read -r seconds cpu peak <"$folder/line"
   echo "$seconds" >>"$folder/$1.service.times"
-  awk -v cpu="$cpu" -v files="$2" 'BEGIN { printf "%.3f\n", cpu / files }' >>"$folder/$1.cpu.times"
+  note "$1.cpu" "$cpu" "$2"
+  note "$1.server" $(($(server_time) - before)) "$2"
   echo "$peak" >>"$folder/peak"
 }
 
 # compare WORK FILES ROWS SHELL_ROUNDS
 compare() {
-  local work=$1 files=$2 shells=$4 round
+  local work=$1 files=$2 shells=$4 round before
   "$bench" make "/tmp/$work" $((files / ${#databases[@]})) "$3" "${databases[@]}"
   # Once with the general log, for the statements: no time of this round counts.
   empty_databases
@@ -199,8 +212,11 @@ compare() {
     # The floor loads the files as the service left them, rewritten.
     for file in "$spool"/*/*.mid; do mv "$file" "${file%.mid}.dat"; done
     empty_databases
+    before=$(server_time)
     "$bench" replay "$port" "$folder/$work.statements" >"$folder/line"
-    read -r seconds copying loading <"$folder/line"
+    read -r seconds copying loading cpu <"$folder/line"
+    note "$work.floor_cpu" "$cpu" "$files"
+    note "$work.floor_server" $(($(server_time) - before)) "$files"
     echo "$seconds" >>"$folder/$work.floor.times"
     echo "$copying" >>"$folder/$work.copying.times"
     echo "$loading" >>"$folder/$work.loading.times"
@@ -247,8 +263,11 @@ show() {
     [ -e "$folder/$1.$name.times" ] || continue
     awk -v name="${label[$name]}" -v time="$(median_of "$folder/$1.$name.times")" -v files="$3" \
       -v floor="$(median_of "$folder/$1.floor.times")" 'BEGIN {
-        printf "  %-44s %9.3f s %9.3f ms/file %8.2f x floor\n", name, time, time / files * 1000, time / floor }'
+        printf "  %-40s %9.3f s %9.3f ms/file %8.2f x floor\n", name, time, time / files * 1000, time / floor }'
   done
+  printf '  processor time, ms/file: service %s + server %s; floor %s + server %s\n' \
+    "$(median_of "$folder/$1.cpu.times")" "$(median_of "$folder/$1.server.times")" \
+    "$(median_of "$folder/$1.floor_cpu.times")" "$(median_of "$folder/$1.floor_server.times")"
 }
 declare -A label=([service]=service [floor]=floor [shell]='shell loop' [import]='mariadb-import, loading alone'
   [loading]='in the floor: loading' [copying]='in the floor: copying lines')
