@@ -12,14 +12,14 @@ set title sprintf("%s files of %s rows", word(large, 1), word(large, 2))
 plot folder . "/large.bars" using 0:2:xtic(1) with boxes lc rgb "#4477aa", \
   "" using 0:2:(sprintf("%.1f", $2)) with labels offset 0,0.6
 set logscale y
-set yrange [0.5:*]
+set yrange [0.1:*]
 set title sprintf("%s files of %s rows", word(small, 1), word(small, 2))
 plot folder . "/small.bars" using 0:2:xtic(1) with boxes lc rgb "#4477aa", \
   "" using 0:2:(sprintf("%.1f", $2)) with labels offset 0,0.6
 unset logscale y
 set yrange [0:*]
 set logscale x
-set xrange [*:*]
+set xrange [500:200000]
 set key top left
 set title "files waiting in one folder"
 set ylabel "ms per loaded file"
