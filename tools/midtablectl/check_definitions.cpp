@@ -7,6 +7,7 @@
 #include <map>
 
 #include "config/XmlStream.h"
+#include "log/zux_center_log.h"
 #include "midtable/mem_file_name.h"
 #include "midtable/sql_template.h"
 #include "midtablectl/check.h"
@@ -131,7 +132,8 @@ class DefinitionChecker {
       const std::string name = "MidTab" + std::to_string(i);
       const CXmlNode entry = Child(parent, name);
       if (!entry) {
-        Report(counter.line(), "MidCnt is " + text + ", but there is no " + name,
+        Report(counter.line(),
+               Format("MidCnt is %s, but there is no %s", text.c_str(), name.c_str()),
                "number the MidTab elements from 1 without a gap");
         return;  // as the service does
       }

@@ -25,9 +25,7 @@ bool ReadSource(const std::string& path, const std::string& effect, const std::s
                 std::string& content, Findings& findings) {
   struct stat status {};
   std::string reason;
-  if (stat(path.c_str(), &status) != 0) {
-    reason = std::strerror(errno);
-  } else if (!S_ISREG(status.st_mode)) {
+  if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
     reason = "no regular file";
   } else if (!ReadWhole(path, content)) {
     reason = std::strerror(errno);

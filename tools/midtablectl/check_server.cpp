@@ -119,7 +119,7 @@ void CheckModes(Server& server, const DefinitionSet& definitions, Findings& find
 
 std::string Connect(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings) {
   if (sql.connectDB() == 0) return {};
-  const std::string words = ServerWords(sql.getLastError());
+  std::string words = ServerWords(sql.getLastError());
   std::string login = "no login as " + auth.user;
   std::string advice = ServerAdvice(words);
   if (IsOracle(auth)) {

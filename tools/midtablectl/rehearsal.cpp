@@ -1,5 +1,6 @@
 // The definitions' statements on empty tables: what only a server can tell of them.
 
+#include "log/zux_center_log.h"
 #include "midtable/mem_file_name.h"
 #include "midtablectl/advice.h"
 #include "midtablectl/check.h"
@@ -95,11 +96,12 @@ class Rehearsal {
     const std::vector<SqlRecord> made = m_server.Rows(
         columns + "'" + sample + "' and table_schema = '" + scratch + "' group by 1, 2");
     if (made.empty()) return;
-    for (SqlRecord& table :
+    for (const SqlRecord& table :
          m_server.Rows(columns + "'" + used + "' and table_schema like 'WLAN\\_%' group by 1, 2")) {
-      if (table["c"] == made[0].at("c")) continue;
+      if (table.at("c") == made[0].at("c")) continue;
       m_findings.Warning(m_set.path, line,
-                         table["d"] + "." + table["t"] + " has other columns than its Create gives",
+                         Format("%s.%s has other columns than its Create gives",
+                                table.at("d").c_str(), table.at("t").c_str()),
                          "it is older than the Create, which never changes a table: alter it");
     }
   }

@@ -1,6 +1,7 @@
 // The forms in which a status is given out.
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "log/zux_center_log.h"
@@ -22,11 +23,13 @@ std::string Bytes(std::uint64_t bytes) {
 }
 
 std::string Duration(double seconds) {
-  const auto whole = static_cast<long>(seconds + 0.5);
+  const auto whole = std::lround(seconds);
+  constexpr long kHour = 3600;
+  constexpr long kDay = 24 * kHour;
   if (whole < 60) return Format("%ld s", whole);
-  if (whole < 3600) return Format("%ld:%02ld min", whole / 60, whole % 60);
-  if (whole < 48 * 3600) return Format("%ld:%02ld h", whole / 3600, whole / 60 % 60);
-  return Format("%ld days", whole / (24 * 3600));
+  if (whole < kHour) return Format("%ld:%02ld min", whole / 60, whole % 60);
+  if (whole < 2 * kDay) return Format("%ld:%02ld h", whole / kHour, whole / 60 % 60);
+  return Format("%ld days", whole / kDay);
 }
 
 std::string Bar(const DatabaseStatus& now, const DatabaseStatus* before) {

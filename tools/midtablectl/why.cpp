@@ -166,7 +166,7 @@ std::tm LocalTime(std::time_t time) {
 // From the run log of the day when the file got its name, or of the day before: the log changes its
 // file some time after midnight only. `has_log`: there was one.
 std::vector<LogEntry> FindMoment(const std::string& path, std::time_t time, bool& has_log) {
-  constexpr std::time_t kDay = 24 * 60 * 60;
+  constexpr std::time_t kDay = 86'400;
   const Moment moment(path, LocalTime(time));
   std::vector<std::string> logs;
   std::vector<LogEntry> entries;
