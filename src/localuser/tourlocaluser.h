@@ -14,6 +14,7 @@
 // operation holds two locks. Failures are logged where they happen, under the unit's name.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -54,6 +55,9 @@ class TourLocalUser {
   // Starts the watcher, unless it runs. Always 1; "creat thread failed" is logged and the object
   // goes on without a watcher when no thread can be had.
   int init();
+  // Waits until the watcher has looked at every source once, for `seconds` at most; returns at once
+  // when none runs or g_nMainRun is 0.
+  void AwaitFirstRound(int seconds) const;
   // Waits for the watcher's end, which comes about a second after g_nMainRun was cleared (plus the
   // rest of the round it is in). Returns at once when none runs.
   void WaitExit();
@@ -130,5 +134,6 @@ class TourLocalUser {
   const BackEndFactory m_makeBackEnd;
   std::unique_ptr<CSqlBase> m_pDB;
   MYSQLAUTH m_auth;
+  std::atomic<bool> m_seenAll{false};
   std::thread m_thread;  // not joinable when no watcher runs
 };

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -43,6 +44,14 @@ int TourLocalUser::init() {
   return 1;
 }
 
+void TourLocalUser::AwaitFirstRound(int seconds) const {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  while (m_thread.joinable() && !m_seenAll && g_nMainRun != 0 &&
+         std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
 void TourLocalUser::WaitExit() {
   if (m_thread.joinable()) m_thread.join();
 }
@@ -70,9 +79,11 @@ void TourLocalUser::CheckSources() {
 void* TourLocalUser::check_thread(void* self) {
   g_loger(kUnit, __LINE__, kConsole, "in check 0x%08x\n",
           static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(self)));
+  auto& registry = *static_cast<TourLocalUser*>(self);
   while (g_nMainRun != 0) {
     g_loger(kUnit, __LINE__, kConsole, "in while\n");
-    static_cast<TourLocalUser*>(self)->CheckSources();
+    registry.CheckSources();
+    registry.m_seenAll = true;
     sleep_i(kPauseSeconds);
   }
   return nullptr;

@@ -19,6 +19,7 @@
 namespace {
 
 constexpr int kPausedReconnects = 10;
+constexpr int kMostSecondsForRegistry = 10;
 constexpr std::size_t kDatabaseIdLength = 8;
 
 struct DirCloser {
@@ -95,6 +96,9 @@ int CMidTable::Run() {
     g_nMainRun = 0;
     return 0;
   }
+  // Files that wait already would be flagged as if there were no local user. A registry that cannot
+  // read its sources is no reason to wait any longer.
+  m_localUser.AwaitFirstRound(kMostSecondsForRegistry);
   while (g_nMainRun != 0) {
     if (!MakeMidTable() && !Reconnect()) {
       g_nMainRun = 0;

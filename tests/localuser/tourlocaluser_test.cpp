@@ -90,12 +90,13 @@ TEST_F(LocalUser, WatcherReloadsWhatChangedAndStopsSoon) {
   WriteFile(CITYCRCFILE, "[A]\ncity=X\n[B]\nother=1\n");
   WriteFile(LOGFILE, "1390013\n");
   m_registry.init();
-  for (const std::string user : {"13900139000", "15000139000"}) {
-    for (int i = 0; i < 500 && m_registry.isLocalUser(user) == 0; ++i) usleep(10'000);
-    EXPECT_EQ(m_registry.isLocalUser(user), 1) << user;
-    WriteFile(LOGFILE, "1500013\n");  // a time that goes back is a change too
-    fs::last_write_time(LOGFILE, fs::last_write_time(LOGFILE) - std::chrono::hours(1));
-  }
+  m_registry.AwaitFirstRound(30);
+  EXPECT_EQ(m_registry.isLocalUser("13900139000"), 1);
+  WriteFile(LOGFILE, "1500013\n");  // a time that goes back is a change too
+  fs::last_write_time(LOGFILE, fs::last_write_time(LOGFILE) - std::chrono::hours(1));
+  const std::string user = "15000139000";
+  for (int i = 0; i < 1500 && m_registry.isLocalUser(user) == 0; ++i) usleep(10'000);
+  EXPECT_EQ(m_registry.isLocalUser(user), 1);
   const auto stop = std::chrono::steady_clock::now();
   g_nMainRun = 0;
   m_registry.WaitExit();
