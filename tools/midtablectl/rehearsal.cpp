@@ -88,16 +88,16 @@ class Rehearsal {
 
   // A table in use that was made before its Create was edited: no Create changes it.
   void CompareLayouts(const std::string& sample, const std::string& used, long line) {
-    const std::string columns =
-        "select table_schema as d, table_name as t, group_concat(column_name, ' ', column_type "
-        "order "
-        "by ordinal_position) as c from information_schema.columns where table_name like ";
-    const std::string scratch = ScratchDatabase::kName;
-    const std::vector<SqlRecord> made = m_server.Rows(
-        columns + "'" + sample + "' and table_schema = '" + scratch + "' group by 1, 2");
+    const auto layouts_of = [this](const std::string& name, const std::string& databases) {
+      return m_server.Rows(
+          Format("select table_schema as d, table_name as t, group_concat(column_name, ' ', "
+                 "column_type order by ordinal_position) as c from information_schema.columns "
+                 "where table_name like '%s' and table_schema like '%s' group by 1, 2",
+                 name.c_str(), databases.c_str()));
+    };
+    const std::vector<SqlRecord> made = layouts_of(sample, ScratchDatabase::kName);
     if (made.empty()) return;
-    for (const SqlRecord& table :
-         m_server.Rows(columns + "'" + used + "' and table_schema like 'WLAN\\_%' group by 1, 2")) {
+    for (const SqlRecord& table : layouts_of(used, "WLAN\\_%")) {
       if (table.at("c") == made[0].at("c")) continue;
       m_findings.Warning(m_set.path, line,
                          Format("%s.%s has other columns than its Create gives",
