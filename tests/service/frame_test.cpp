@@ -71,6 +71,7 @@ TEST_F(RunningFrame, DetachesWithOneLineIntoFileAndPipe) {
     fs::remove_all(paths::kRunLogDir);
     EXPECT_EQ(Shell(commands), "start daemon OK\n0\n");
     Eventually("test -e /vqlog/log/midtable/*.log");
+    Eventually("test $(pidof midtable | wc -w) -eq 1");  // its parent may still be ending
     EXPECT_EQ(Shell("cd /proc/$(pidof midtable) && readlink cwd fd/1 && grep Umask status"),
               "/\n/dev/null\nUmask:\t0000\n0\n");
     Send("HUP ABRT PIPE TERM INT");
