@@ -127,22 +127,31 @@ void StartRunLog() {
 bool IsNoMidTable() { return access(paths::kIndexMarker, F_OK) != -1; }
 
 bool CCheckUnique::check_unique() {
-  m_fd = open(paths::kLockFile, O_WRONLY | O_CREAT | O_CLOEXEC, 0755);
-  if (m_fd == -1) {
-    std::printf("open file %s failed errno %d", paths::kLockFile, errno);
-    return false;
-  }
-  if (lockf(m_fd, F_TLOCK, 0) != 0) {
-    close(m_fd);
-    m_fd = -1;
-    return false;
-  }
+  struct stat status {};
+  do {
+    Release();
+    m_fd = open(paths::kLockFile, O_WRONLY | O_CREAT | O_CLOEXEC, 0755);
+    if (m_fd == -1) {
+      std::printf("open file %s failed errno %d", paths::kLockFile, errno);
+      return false;
+    }
+    if (lockf(m_fd, F_TLOCK, 0) != 0) {
+      Release();
+      return false;
+    }
+    // In between its last holder may have removed the file; a lock on it then means nothing.
+  } while (fstat(m_fd, &status) == 0 && status.st_nlink == 0);
   return true;
 }
 
 CCheckUnique::~CCheckUnique() {
   if (m_fd == -1) return;
-  [[maybe_unused]] const int ignored = lockf(m_fd, F_ULOCK, 0);
-  close(m_fd);
+  // First: the file that is there once the lock is free would be another instance's.
   unlink(paths::kLockFile);
+  Release();
+}
+
+void CCheckUnique::Release() {
+  if (m_fd != -1) close(m_fd);
+  m_fd = -1;
 }

@@ -49,7 +49,7 @@ bool IsNoMidTable();
 class CCheckUnique {
  public:
   CCheckUnique() = default;
-  // Unlocks and removes the lock file; leaves it alone when the lock was never taken.
+  // Removes the lock file and unlocks it; leaves it alone when the lock was never taken.
   ~CCheckUnique();
   CCheckUnique(const CCheckUnique&) = delete;
   CCheckUnique& operator=(const CCheckUnique&) = delete;
@@ -59,5 +59,7 @@ class CCheckUnique {
   bool check_unique();
 
  private:
+  void Release();  // close() unlocks as well
+
   int m_fd = -1;  // -1: not held
 };

@@ -1,9 +1,12 @@
 #include "main/service.h"
 
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
+#include <vector>
 
 #include "gtest/gtest.h"
 #include "support/run_state.h"
@@ -35,4 +38,25 @@ TEST(Signals, OnlyStopSignalsClearTheRunFlagAndEndASleep) {
   alarm(1);
   sleep_i(10);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+}
+
+// Locks are a process's: each contender is one, and claims a folder that only one can make.
+TEST(Lock, IsHeldByOneOfManyThatComeAndGo) {
+  constexpr char kClaim[] = "/tmp/service_test.claim";
+  const auto contend = [&] {
+    for (int round = 0; round < 3000; ++round) {
+      CCheckUnique unique;
+      if (unique.check_unique() && (mkdir(kClaim, 0755) != 0 || rmdir(kClaim) != 0)) _exit(1);
+    }
+    _exit(0);
+  };
+  std::vector<pid_t> contenders(8);
+  for (pid_t& pid : contenders) {
+    if ((pid = fork()) == 0) contend();
+  }
+  for (const pid_t pid : contenders) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
 }
