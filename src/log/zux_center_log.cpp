@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 
 #include "support/paths.h"
 #include "support/run_state.h"
@@ -88,9 +89,10 @@ constinit CLOGER g_loger;
 
 void CLOGER::Init() {
   m_console = !IsNullDevice(STDOUT_FILENO);
-  const std::string make_folder = Format("mkdir -p %s", paths::kRunLogDir);
-  // A folder that cannot be made shows in the open below.
-  [[maybe_unused]] const int ignored = std::system(make_folder.c_str());
+  // Not by a shell, which would have a stop signal ignored in the meantime. A folder that cannot be
+  // made shows in the open below.
+  std::error_code ignored;
+  std::filesystem::create_directories(paths::kRunLogDir, ignored);
   {
     MutexLock lock(m_lock);
     if (access(paths::kRunLogFlag, R_OK) == 0) m_flag = true;
