@@ -6,7 +6,8 @@
 #include "support/run_state.h"
 
 int main(int argc, char* argv[]) {
-  // First of all: without settings the process ends here, even for the version option.
+  OpenStandardStreams();
+  // Before the options: without settings the process ends here, even for the version option.
   ProcessPolicy();
   // A reader of a pipe sees each console line as it is written, as a terminal does.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);

@@ -43,6 +43,13 @@ void ForkAndLeaveParent() {
 
 }  // namespace
 
+void OpenStandardStreams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    // The lowest free descriptor is this one.
+    if (fcntl(fd, F_GETFD) == -1) open(_PATH_DEVNULL, O_RDWR);
+  }
+}
+
 char* had_param(int argc, char* argv[], const char* option) {
   for (int i = 1; i < argc; ++i) {
     if (argv[i] != nullptr && std::string_view(argv[i]).starts_with(option)) return argv[i];

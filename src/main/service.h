@@ -2,9 +2,15 @@
 // lock.
 //
 // main() takes these steps once each, on the process's first thread and before any other exists:
-// settings, version, daemon, signal mask, ignored signals, lock, debug level, handlers, run log,
-// engine. SIGINT ends the service; SIGTERM stays blocked although it has a handler.
+// standard streams, settings, version, daemon, signal mask, ignored signals, lock, debug level,
+// handlers, run log, engine. SIGINT ends the service; SIGTERM stays blocked although it has a
+// handler.
 #pragma once
+
+// Puts the null device where standard input, output or error is closed. Otherwise the next file
+// opened, the lock or the run log, would be standard output and take console lines, the password
+// among them.
+void OpenStandardStreams();
 
 // The first of argv[1] to argv[argc - 1] that begins with `option`, or null. DELIBERATE: a prefix
 // match: "-version" is "-v", "-apple" is "-app".
