@@ -212,10 +212,12 @@ class COracleBase::Session {
 
   // Ends the transaction in the way of `how`.
   bool end(SQLSMALLINT how, std::string& error) {
+    if (!SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, m_connection.get(), how))) {
+      error = m_connection.failure().text;
+      return false;  // still in it: the end of the session rolls it back
+    }
     m_in_transaction = false;
-    if (SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, m_connection.get(), how))) return true;
-    error = m_connection.failure().text;
-    return false;
+    return true;
   }
 
   bool isAlive(std::string& error) const {
