@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <new>
 
 #include "config/TextEncoding.h"
@@ -14,7 +15,9 @@ bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 }  // namespace
 
 bool CSVParser::init(const std::string& path) {
-  if (path.empty()) return false;
+  // A pipe would hold the caller until somebody writes to it.
+  std::error_code not_there;
+  if (path.empty() || std::filesystem::is_fifo(path, not_there)) return false;
   if (!m_input.is_open()) {
     m_input.open(path, std::ios::in | std::ios::binary);
     m_at_end = false;
@@ -44,6 +47,7 @@ int CSVParser::get_next_row() {
   } catch (const std::bad_alloc&) {
     m_columns.clear();
     m_text = {};
+    m_row = {};
     std::fputs("malloc toLine failed!", stdout);
   }
   return 1;

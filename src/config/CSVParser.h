@@ -37,9 +37,9 @@ class CSVParser {
   CSVParser(const CSVParser&) = delete;
   CSVParser& operator=(const CSVParser&) = delete;
 
-  // Opens `path` for reading; true when a file is open afterwards. An empty path is refused. While
-  // a file is open it stays: the call answers true and reading goes on where it was. The last row
-  // stays as it is.
+  // Opens `path` for reading; true when a file is open afterwards. An empty path and a pipe are
+  // refused. While a file is open it stays: the call answers true and reading goes on where it was.
+  // The last row stays as it is.
   bool init(const std::string& path);
   // Closes the file, if one is open. The last row stays.
   void close();

@@ -1,5 +1,7 @@
 #include "config/CSVParser.h"
 
+#include <sys/stat.h>
+
 #include "gtest/gtest.h"
 #include "testing/files.h"
 
@@ -34,6 +36,8 @@ TEST(CSVParser, SplitsRows) {
   EXPECT_EQ(Read("\xFF\xB9\xE3,\1\n中\0,5\n1,a\xB9"s), "广|\1|/中\0|5|/1|a|/"s);
   const std::string longest(CSVParser::kMaxLine, 'x');
   EXPECT_EQ(Read(longest + "\n" + longest + "x\nb"), longest + "|/");
+  ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+  EXPECT_FALSE(CSVParser().init("/tmp/fifo")) << "nobody is at its other end";
   EXPECT_EQ(Rows("/tmp") + Rows("/dev/zero"), "");
   const std::string open = longest.substr(1) + "\ny";
   EXPECT_EQ(Read('"' + open + "\nz\nz"), open + "|/z|/z|/");

@@ -40,6 +40,9 @@ TEST(TextEncoding, ConvertsEachTextOnItsOwn) {
   EXPECT_EQ(Convert("a\xFF\xFF\xB9\xE3\xB6\xABx", 9, "utf-8"), (Converted{0, "a广东x", 1}));
   EXPECT_EQ(Convert("a\xB9\xE3\xB6\xAB", 9, "no such"), (Converted{-1, "a", 8}));
   EXPECT_EQ(Convert("a\xB9\xE3\xB6\xABx", 9, "ISO-8859-1"), (Converted{2, "ax", 7})) << "none";
+  std::vector<char> small(6);
+  LocalToUtf8_1("\xB9\xE3\xB6\xAB", small.data(), 5);
+  EXPECT_STREQ(small.data(), "") << "no room";
   for (int pair = 0x0101; pair <= 0xFFFF; ++pair) {
     const char text[] = {static_cast<char>(pair >> 8), static_cast<char>(pair), 'x', '\0'};
     char dst[16];
