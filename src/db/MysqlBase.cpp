@@ -117,9 +117,13 @@ bool CMysqlBase::existTable(const char* name) {
 
 int CMysqlBase::changeDB(const char* name) {
   const std::string statement = (std::string("use ") + name).substr(0, kMaxUseStatement);
-  const int result = executeSQL(statement.c_str(), 1);
-  if (result == 0) m_auth->dbname = name;
-  return result;
+  if (executeSQL(statement.c_str(), 1) != 0) return -1;
+  m_auth->dbname = name;
+  // Rows that are loaded under autocommit=0 would be gone with the connection. What the server's
+  // variables and its init_connect made of it stands in the answer to the statement above.
+  const bool commits = (usable()->server_status & SERVER_STATUS_AUTOCOMMIT) != 0 ||
+                       mysql_autocommit(usable(), 1) == 0;
+  return commits ? 0 : failStatement("set autocommit=1");
 }
 
 int CMysqlBase::changeDB(const char* name, const char* /*password*/) { return changeDB(name); }

@@ -31,7 +31,8 @@ class CMysqlBase : public CSqlBase {
   int executeSQL(const char* sql, int logOnError) override;
   // False as well when a database that matches the pattern `name` is listed before it.
   bool existDB(const char* name) override;
-  // A failure is logged. `password` is not needed here.
+  // From here on each statement outside of a transaction is committed, whatever the server's
+  // default. A refused change is logged. `password` is not needed here.
   int changeDB(const char* name) override;
   int changeDB(const char* name, const char* password) override;
   // A failure is logged. One after the first row, when the server breaks off, leaves no rows.

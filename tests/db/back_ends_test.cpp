@@ -171,6 +171,24 @@ TEST_P(SqlContract, NoticesThatItsSessionOrItsServerIsGoneAndComesBack) {
   EXPECT_THAT(m_sql->getLastError(), HasSubstr(m_is.denied));
 }
 
+TEST_P(MysqlBase, CommitsEachStatementWhateverTheServersDefault) {
+  m_server.Run("create or replace user plain identified by 'p'");
+  m_server.Run("grant all on alpha.* to plain");
+  m_auth.user = "plain", m_auth.password = "p";
+  m_sql = CreateSqlBase(m_auth);
+  for (const std::string setting : {"autocommit", "init_connect"}) {
+    m_server.Run("set global " + setting + " = " +
+                 (setting == "autocommit" ? "0" : "'set autocommit = 0'"));
+    EXPECT_EQ(0, m_sql->reconnectDB()) << m_sql->getLastError();
+    EXPECT_EQ(0, m_sql->changeDB("alpha"));
+    EXPECT_EQ(0, Do("insert into t values (1, 2)"));
+    m_sql->closeDB();
+    m_server.Run("set global " + setting + " = default");
+    EXPECT_EQ("1", m_server.Run("select count(*) from alpha.t").at(0)) << setting;
+    m_server.Run("truncate table alpha.t");
+  }
+}
+
 TEST_P(MysqlBase, SendsTheseStatementsAndNoOthers) {
   const std::size_t mark = MariadbServer::Get().Mark();
   CapturedStdout out;
