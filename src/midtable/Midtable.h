@@ -153,8 +153,8 @@ class CMidTable {
   // Fills and runs the template that stands at `node` of the table definitions.
   Outcome RunTemplate(const std::string& node, const std::string& text,
                       std::span<const TemplateValue> values);
-  Outcome Run(const std::string& node, const std::string& text, const FilledTemplate& filled,
-              int log_on_error);
+  Outcome RunFilled(const std::string& node, const std::string& text, const FilledTemplate& filled,
+                    int log_on_error);
   bool Execute(const std::string& statement);
 
   bool IdentifyMemFile(const std::string& path, MemFile& file) const;
@@ -162,7 +162,7 @@ class CMidTable {
   bool CreateOracleUser(const std::string& user);
   bool PrepareExternalTable(const MemFile& file);
   void RewriteOnce(const MemFile& file);
-  bool LoadRows(const MemFile& file, const std::string& statement);
+  bool LoadRows(const MemFile& file);
   // Whether another file has the name of the one loaded last; logged, as is a change of that one.
   bool WasReplaced(const std::string& path) const;
 

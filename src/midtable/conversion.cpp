@@ -186,7 +186,7 @@ bool CMidTable::ConvertMidTable(const TableDefinitions& definitions, const MidTa
   if (filled && GetDBType() && table.period != Period::kDay) {
     g_loger(kUnit, __LINE__, kInfo, "convert sql is <%s>", filled.text.c_str());
   }
-  const Outcome outcome = Run(node, convert, filled, log_on_error);
+  const Outcome outcome = RunFilled(node, convert, filled, log_on_error);
   if (outcome.ok) return true;
   g_loger(kUnit, __LINE__, kError, "exe <%s> error %s", outcome.statement.c_str(),
           outcome.error.c_str());

@@ -176,11 +176,11 @@ bool CMidTable::Execute(const std::string& statement) {
 
 CMidTable::Outcome CMidTable::RunTemplate(const std::string& node, const std::string& text,
                                           std::span<const TemplateValue> values) {
-  return Run(node, text, FillTemplate(text, values), 1);
+  return RunFilled(node, text, FillTemplate(text, values), 1);
 }
 
-CMidTable::Outcome CMidTable::Run(const std::string& node, const std::string& text,
-                                  const FilledTemplate& filled, int log_on_error) {
+CMidTable::Outcome CMidTable::RunFilled(const std::string& node, const std::string& text,
+                                        const FilledTemplate& filled, int log_on_error) {
   const bool empty = text.find_first_not_of(" \t\r\n") == std::string::npos;
   if (!filled || empty) {
     const std::string reason = empty ? "template is empty" : filled.error;

@@ -64,9 +64,6 @@ bool CMidTable::LoadMemFiles() {
 bool CMidTable::LoadOneMemFile(const std::string& path) {
   MemFile file;
   if (!IdentifyMemFile(path, file)) return false;
-  const std::string statement =
-      Format("load data infile \"%s\" ignore into table %s.%s", file.path.c_str(),
-             file.database.c_str(), file.table.c_str());
   if (!PrepareDatabase(file.database)) return false;
   const bool has_table =
       TableExist(file.table, file.database) || CreateOneMemTable(file.table, file.database);
@@ -81,7 +78,7 @@ bool CMidTable::LoadOneMemFile(const std::string& path) {
   // The server opens the path by itself: looked at again as late as can be.
   if (!IsRegularFile(file.path)) return false;
   m_loaded = IdentityOf(file.path);
-  if (!LoadRows(file, statement)) {
+  if (!LoadRows(file)) {
     g_loger(kUnit, __LINE__, kError, "ret (%d) (%s)", 0, m_pSqlBase->getLastError().c_str());
     return false;
   }
@@ -181,9 +178,10 @@ bool CMidTable::PrepareExternalTable(const MemFile& file) {
   return false;
 }
 
-bool CMidTable::LoadRows(const MemFile& file, const std::string& statement) {
+bool CMidTable::LoadRows(const MemFile& file) {
   if (GetDBType()) return ExternalLoadOneMemFile(file.table, file.database, file.path) == 1;
-  return Execute(statement);
+  return Execute(Format("load data infile \"%s\" ignore into table %s.%s", file.path.c_str(),
+                        file.database.c_str(), file.table.c_str()));
 }
 
 bool CMidTable::AddToConvert(const std::string& path) {
