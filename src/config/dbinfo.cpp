@@ -10,6 +10,7 @@
 #include "support/file.h"
 #include "support/paths.h"
 #include "support/require.h"
+#include "support/trim.h"
 
 namespace {
 
@@ -18,13 +19,6 @@ constexpr char kUnit[] = "dbinfo";
 constexpr int kNullPathLine = 60;
 constexpr int kUnsetPathLine = 72;
 constexpr int kUnreadableLine = 158;
-
-std::string_view Trim(std::string_view text) {
-  const auto is_space = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
-  return text;
-}
 
 }  // namespace
 

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include "support/trim.h"
+
 namespace {
 
 constexpr char kDataSource[] = "midtable";
@@ -72,13 +74,6 @@ struct Environment : Handle<SQL_HANDLE_ENV> {
 
 SQLCHAR* Text(const char* text) {
   return const_cast<SQLCHAR*>(reinterpret_cast<const SQLCHAR*>(text));
-}
-
-std::string_view TrimBlanks(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 bool BeginsWith(std::string_view text, std::string_view word) {
@@ -198,7 +193,7 @@ class COracleBase::Session {
   bool inTransaction() const { return m_in_transaction; }
 
   bool execute(const char* sql, std::string& error) {
-    const std::string_view words = TrimBlanks(sql);
+    const std::string_view words = Trim(sql);
     if (Is(words, "commit")) return end(SQL_COMMIT, error);
     if (Is(words, "rollback")) return end(SQL_ROLLBACK, error);
     Statement statement(m_connection.get());

@@ -172,13 +172,9 @@ class Rewriting {
 };
 
 bool Rewriting::OpenInput() {
-  // O_NONBLOCK: a FIFO must not hang the thread before it is found out to be one.
-  m_in.reset(open(m_in_path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  m_in = OpenRegular(m_in_path, m_status);
   m_missing = !m_in && errno == ENOENT;
-  if (!m_in || fstat(m_in.get(), &m_status) != 0) return Fail("read", m_in_path);
-  if (S_ISREG(m_status.st_mode)) return true;
-  g_loger(kUnit, __LINE__, kError, "%s is not a regular file", m_in_path.c_str());
-  return false;
+  return m_in || Fail("read", m_in_path);
 }
 
 bool Rewriting::CreateOutput() {

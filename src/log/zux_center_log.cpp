@@ -73,13 +73,12 @@ bool IsNullDevice(int fd) {
 
 // The names that `ls` would list: the pipeline below counts the same ones.
 int CountVisible(const char* folder) {
-  DIR* dir = opendir(folder);
-  if (dir == nullptr) return 0;
+  const Directory directory(opendir(folder));
+  if (directory == nullptr) return 0;
   int count = 0;
-  while (const dirent* entry = readdir(dir)) {
+  while (const dirent* entry = readdir(directory.get())) {
     if (entry->d_name[0] != '.') ++count;
   }
-  closedir(dir);
   return count;
 }
 

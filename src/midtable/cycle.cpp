@@ -10,9 +10,9 @@
 
 #include "log/zux_center_log.h"
 #include "midtable/Midtable.h"
-#include "midtable/definitions.h"
 #include "midtable/mem_file_name.h"
 #include "midtable/unit.h"
+#include "support/file.h"
 #include "support/paths.h"
 #include "support/run_state.h"
 
@@ -21,10 +21,6 @@ namespace {
 constexpr int kPausedReconnects = 10;
 constexpr int kMostSecondsForRegistry = 10;
 constexpr std::size_t kDatabaseIdLength = 8;
-
-struct DirCloser {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
 
 }  // namespace
 
@@ -150,7 +146,7 @@ bool CMidTable::MakeMidTable() {
 }
 
 bool CMidTable::GetDblist() {
-  const std::unique_ptr<DIR, DirCloser> dir(opendir(paths::kSpool));
+  const Directory dir(opendir(paths::kSpool));
   if (dir == nullptr) {
     g_loger(kUnit, __LINE__, kError, "open dir (%s) failed errno (%d)", paths::kSpool, errno);
     return false;
@@ -168,26 +164,4 @@ bool CMidTable::GetDblist() {
     });
   }
   return true;
-}
-
-bool CMidTable::Execute(const std::string& statement) {
-  return m_pSqlBase->executeSQL(statement.c_str(), 1) == 0;
-}
-
-CMidTable::Outcome CMidTable::RunTemplate(const std::string& node, const std::string& text,
-                                          std::span<const TemplateValue> values) {
-  return RunFilled(node, text, FillTemplate(text, values), 1);
-}
-
-CMidTable::Outcome CMidTable::RunFilled(const std::string& node, const std::string& text,
-                                        const FilledTemplate& filled, int log_on_error) {
-  const bool empty = text.find_first_not_of(" \t\r\n") == std::string::npos;
-  if (!filled || empty) {
-    const std::string reason = empty ? "template is empty" : filled.error;
-    return {false, text, reason + ", see " + node + " of " + TableDefinitions::File(GetDBType())};
-  }
-  if (m_pSqlBase->executeSQL(filled.text.c_str(), log_on_error) == 0) {
-    return {true, filled.text, {}};
-  }
-  return {false, filled.text, m_pSqlBase->getLastError()};
 }

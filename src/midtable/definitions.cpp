@@ -7,16 +7,14 @@
 #include "log/zux_center_log.h"
 #include "midtable/unit.h"
 #include "support/paths.h"
+#include "support/trim.h"
 
 namespace {
 
 // Decimal digits with nothing but blanks around them.
 bool IsPlainNumber(std::string_view text) {
-  constexpr char kBlanks[] = " \t\r\n";
-  const std::size_t begin = text.find_first_not_of(kBlanks);
-  if (begin == std::string_view::npos) return false;
-  text = text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
-  return text.find_first_not_of("0123456789") == std::string_view::npos;
+  text = Trim(text);
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 }  // namespace

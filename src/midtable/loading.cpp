@@ -1,6 +1,5 @@
 // Loading queued mem files into their mem tables.
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -36,10 +35,9 @@ bool IsRegularFile(const std::string& path) {
 // file, so that what has taken its place meanwhile is neither followed nor changed; that is for the
 // caller to find out. Where the mode cannot be set, the server decides.
 void OpenToServer(const std::string& path) {
-  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
-  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      fchmod(file.get(), kServerReadable | (status.st_mode & kRewrittenMark)) != 0) {
+  const FileDescriptor file = OpenRegular(path, status);
+  if (!file || fchmod(file.get(), kServerReadable | (status.st_mode & kRewrittenMark)) != 0) {
     g_loger(kUnit, __LINE__, kDebug, "file (%s) mode not set errno (%d)", path.c_str(), errno);
   }
 }
@@ -203,8 +201,8 @@ void CMidTable::RemoveOneMemFile(const std::string& path, const std::string& suf
   if (file.empty()) return;
   const std::string renamed = file.substr(0, file.rfind('.')) + suffix;
   if (MoveMemFile(file, renamed)) return;
-  g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", file.c_str(),
-          renamed.c_str(), errno);
+  g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)",
+          Printable(file).c_str(), Printable(renamed).c_str(), errno);
   m_settled.Add(file, renamed);
 }
 

@@ -1,6 +1,5 @@
 // The file handling around the rewriting of a mem file of kind F.
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,10 +31,9 @@ bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 // Makes a whole copy fit to replace the only file that has the rows: on the disk, and marked. Where
 // the mark cannot be set, a crash before the load costs an inspection; that is no reason to stop.
 bool FinishCopy(const std::string& copy) {
-  const FileDescriptor file(open(copy.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
-  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      fdatasync(file.get()) != 0) {
+  const FileDescriptor file = OpenRegular(copy, status);
+  if (!file || fdatasync(file.get()) != 0) {
     g_loger(kUnit, __LINE__, kError, "copy (%s) not usable errno (%d)", copy.c_str(), errno);
     return false;
   }

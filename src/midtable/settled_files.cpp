@@ -1,6 +1,7 @@
 #include "midtable/settled_files.h"
 
 #include "log/zux_center_log.h"
+#include "midtable/mem_file_name.h"
 #include "midtable/unit.h"
 
 void SettledFiles::Add(const std::string& path, const std::string& target) {
@@ -18,8 +19,8 @@ void SettledFiles::RetryRenames() {
     const auto& [path, entry] = item;
     if (IdentityOf(path) != entry.identity) return true;
     if (!MoveMemFile(path, entry.target)) return false;
-    g_loger(kUnit, __LINE__, kInfo, "file (%s) renamed to (%s) at last", path.c_str(),
-            entry.target.c_str());
+    g_loger(kUnit, __LINE__, kInfo, "file (%s) renamed to (%s) at last", Printable(path).c_str(),
+            Printable(entry.target).c_str());
     return true;
   });
 }

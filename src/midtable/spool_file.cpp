@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "log/zux_center_log.h"
+#include "midtable/mem_file_name.h"
 #include "midtable/unit.h"
 
 namespace {
@@ -35,7 +36,8 @@ bool SetAside(const std::string& path) {
   do {
     aside = path + '.' + std::to_string(++number);
     if (RenameToFreeName(path, aside)) {
-      g_loger(kUnit, __LINE__, kInfo, "file (%s) is kept as (%s)", path.c_str(), aside.c_str());
+      g_loger(kUnit, __LINE__, kInfo, "file (%s) is kept as (%s)", Printable(path).c_str(),
+              Printable(aside).c_str());
       return true;
     }
   } while (errno == EEXIST);

@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "midtable/mem_file_name.h"
+#include "support/file.h"
 
 namespace {
 
@@ -33,10 +33,6 @@ constexpr long kLocalFileSystems[] = {
     XFS_SUPER_MAGIC,       BTRFS_SUPER_MAGIC,    F2FS_SUPER_MAGIC,  TMPFS_MAGIC, RAMFS_MAGIC,
     OVERLAYFS_SUPER_MAGIC, REISERFS_SUPER_MAGIC, NILFS_SUPER_MAGIC, kZfsMagic,   kJfsMagic,
     kBcachefsMagic};
-
-struct DirCloser {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
 
 nanoseconds Duration(const timespec& time) {
   return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
@@ -118,7 +114,7 @@ int SpoolFolder::Read() {
   m_read_at = m_system.SteadyClock();
   m_clock_offset = ClockOffset();
   const bool stamped = m_system.Stamp(m_path, m_stamp);
-  const std::unique_ptr<DIR, DirCloser> dir(opendir(m_path.c_str()));
+  const Directory dir(opendir(m_path.c_str()));
   if (dir == nullptr) return errno;
   m_trusted =
       stamped && m_stamp.changed + kCoarsestStep < begin && m_system.IsLocal(dirfd(dir.get()));

@@ -4,16 +4,11 @@
 #include <fstream>
 #include <string_view>
 
+#include "support/trim.h"
+
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::string_view kBlanks = " \t\r";
-
-std::string_view Trim(std::string_view text) {
-  const std::size_t begin = text.find_first_not_of(kBlanks);
-  if (begin == std::string_view::npos) return "";
-  return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
-}
 
 }  // namespace
 

@@ -2,6 +2,7 @@
 #include "midtablectl/advice.h"
 
 #include "midtablectl/findings.h"
+#include "support/trim.h"
 
 namespace ctl {
 

@@ -11,6 +11,7 @@
 #include "midtable/mem_file_name.h"
 #include "midtable/sql_template.h"
 #include "midtablectl/check.h"
+#include "support/trim.h"
 
 namespace ctl {
 

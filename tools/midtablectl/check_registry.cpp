@@ -12,6 +12,7 @@
 #include "midtable/mem_file_name.h"
 #include "midtablectl/check.h"
 #include "support/RwIni.h"
+#include "support/trim.h"
 
 namespace ctl {
 

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "midtablectl/check.h"
+#include "support/trim.h"
 
 namespace ctl {
 

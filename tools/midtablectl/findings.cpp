@@ -63,13 +63,6 @@ std::string Lower(std::string_view text) {
   return lower;
 }
 
-std::string_view Trim(std::string_view text) {
-  constexpr std::string_view kSpace = " \t\n\v\f\r";
-  const std::size_t begin = text.find_first_not_of(kSpace);
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(kSpace) + 1 - begin);
-}
-
 bool IsNumber(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }

@@ -40,8 +40,7 @@ class Findings {
 
 // Small helpers of all commands.
 std::string Lower(std::string_view text);
-std::string_view Trim(std::string_view text);  // of white space
-bool IsNumber(std::string_view text);          // digits only, at least one
+bool IsNumber(std::string_view text);  // digits only, at least one
 // The lines of a text without their ends; a CR before the LF goes too.
 std::vector<std::string_view> Lines(std::string_view text);
 // One line that a terminal shows as it stands: control characters, line feeds too, read as "?".

@@ -15,6 +15,7 @@
 #include "midtablectl/spool_scan.h"
 #include "support/file.h"
 #include "support/paths.h"
+#include "support/trim.h"
 
 namespace ctl {
 

@@ -11,20 +11,17 @@
 
 #include "midtable/mem_file_name.h"
 #include "midtablectl/findings.h"
+#include "support/file.h"
 #include "support/paths.h"
 
 namespace ctl {
 
 namespace {
 
-struct DirCloser {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
-
 // The names in a folder, sorted; `error` is errno when it could not be opened.
 std::vector<std::string> Names(const std::string& folder, int& error) {
   std::vector<std::string> names;
-  const std::unique_ptr<DIR, DirCloser> dir(opendir(folder.c_str()));
+  const Directory dir(opendir(folder.c_str()));
   error = dir == nullptr ? errno : 0;
   if (dir == nullptr) return names;
   while (const dirent* entry = readdir(dir.get())) {
