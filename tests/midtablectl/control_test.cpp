@@ -71,6 +71,26 @@ TEST(Control, CheckNamesEachFault) {
   EXPECT_THAT(ctl::Obstacle("/tmp/shut/in/f", ctl::Identity::Nobody()), HasSubstr("mode 0700"));
 }
 
+TEST(Control, CheckTriesNothingBeyondItsOwnDatabase) {
+  const std::string named =
+      "note: Convert of T_FLOW1D_ is not tried on the server: it names database report\nstatus 0\n";
+  EXPECT_THAT(Shell(kSetUp + R"sh(
+    $sql -e 'create or replace database Report; create table Report.log select 1, 2'
+    while read -r start; do cp $DEMO/vqlog.xml $xml
+      sed -zi "s#insert into T_FLOW1D_%s[^<]*#$start 'T_FLOW1D_%s', '%s'#" $xml; ctl check </dev/null
+    done <<'E' | grep -o 'note:.*\|status.*'; $sql -Ne 'select count(*) from Report.log'
+replace into Report.log select
+replace into`Report` . log select
+replace into Report/**/.log select
+replace into /*!50000Report*/.log select
+drop database Report -- x
+E
+)sh"),
+              testing::MatchesRegex(named + named + named +
+                                    "note: .*executes\nstatus 0\n"
+                                    "note: .*: it is no create table, .*\nstatus 1\n1\n"));
+}
+
 TEST(Control, WhyTellsWhatTheEngineLogged) {
   Shell(kSetUp + "echo 1 >$f.dat; sed -i 's#</Mem>##' $xml");
   g_loger.Init();

@@ -46,6 +46,11 @@ Status Findings::Print(Console& console, bool errors_only) const {
                   << '\n';
     }
   }
+  for (const Finding& note : m_notes) {
+    if (errors_only) break;
+    console.out << OneLine(note.where) << ':' << note.line << ": note: " << OneLine(note.what)
+                << '\n';
+  }
   if (errors + warnings == 0) {
     console.out << (errors_only ? "No errors." : "Nothing found.") << '\n';
     return Status::kFine;

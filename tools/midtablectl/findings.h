@@ -28,14 +28,18 @@ class Findings {
   void Add(bool is_error, std::string where, long line, std::string what, std::string fix) {
     m_all.push_back({is_error, std::move(where), line, std::move(what), std::move(fix)});
   }
+  // What was not looked at. No finding: the status does not depend on it.
+  void Note(std::string where, long line, std::string what) {
+    m_notes.push_back({false, std::move(where), line, std::move(what), {}});
+  }
 
-  const std::vector<Finding>& all() const { return m_all; }
-  // Prints them, of many with one remedy the first few, and a line of totals; `errors_only` leaves
-  // the warnings out. Whether anything was printed decides the status.
+  // Prints them, of many with one remedy the first few, then the notes, and a line of totals;
+  // `errors_only` leaves warnings and notes out. Whether a finding was printed decides the status.
   Status Print(Console& console, bool errors_only) const;
 
  private:
   std::vector<Finding> m_all;
+  std::vector<Finding> m_notes;
 };
 
 // Small helpers of all commands.
