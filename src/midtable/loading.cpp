@@ -61,6 +61,7 @@ bool CMidTable::LoadMemFiles() {
 
 bool CMidTable::LoadOneMemFile(const std::string& path) {
   MemFile file;
+  m_loaded.reset();
   if (!IdentifyMemFile(path, file)) return false;
   if (!PrepareDatabase(file.database)) return false;
   const bool has_table =
@@ -203,7 +204,7 @@ void CMidTable::RemoveOneMemFile(const std::string& path, const std::string& suf
   if (MoveMemFile(file, renamed)) return;
   g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)",
           Printable(file).c_str(), Printable(renamed).c_str(), errno);
-  m_settled.Add(file, renamed);
+  m_settled.Add(file, renamed, m_loaded);
 }
 
 bool CMidTable::MysqlLoadOneTable(const std::string& tablename, const std::string& dbname,

@@ -1,26 +1,53 @@
 #include "midtable/settled_files.h"
 
+#include <cerrno>
+
 #include "log/zux_center_log.h"
 #include "midtable/mem_file_name.h"
 #include "midtable/unit.h"
 
-void SettledFiles::Add(const std::string& path, const std::string& target) {
-  if (const auto identity = IdentityOf(path))
-    m_entries.insert_or_assign(path, Entry{*identity, target});
+namespace {
+
+// A file system may have another device number after it was mounted anew.
+bool IsUnchanged(FileIdentity now, const FileIdentity& then) {
+  now.device = then.device;
+  return now == then;
+}
+
+// The folder that `path` is in; nothing when it cannot be looked at.
+std::optional<ino_t> FolderOf(const std::string& path) {
+  const auto folder = IdentityOf(path.substr(0, path.rfind('/')));
+  return folder ? std::optional(folder->inode) : std::nullopt;
+}
+
+}  // namespace
+
+void SettledFiles::Add(const std::string& path, const std::string& target,
+                       const std::optional<FileIdentity>& last_seen) {
+  const auto now = IdentityOf(path);
+  if (!now && !last_seen) return;
+  m_entries.insert_or_assign(path, Entry{now ? *now : *last_seen, FolderOf(path), target});
 }
 
 bool SettledFiles::Contains(const std::string& path) const {
   const auto found = m_entries.find(path);
-  return found != m_entries.end() && IdentityOf(path) == found->second.identity;
+  if (found == m_entries.end()) return false;
+  const auto now = IdentityOf(path);
+  return now && IsUnchanged(*now, found->second.identity);
 }
 
 void SettledFiles::RetryRenames() {
   std::erase_if(m_entries, [](const auto& item) {
     const auto& [path, entry] = item;
-    if (IdentityOf(path) != entry.identity) return true;
+    if (IsOver(path, entry)) return true;
     if (!MoveMemFile(path, entry.target)) return false;
     g_loger(kUnit, __LINE__, kInfo, "file (%s) renamed to (%s) at last", Printable(path).c_str(),
             Printable(entry.target).c_str());
     return true;
   });
+}
+
+bool SettledFiles::IsOver(const std::string& path, const Entry& entry) {
+  if (const auto now = IdentityOf(path)) return !IsUnchanged(*now, entry.identity);
+  return errno == ENOENT && entry.folder && FolderOf(path) == entry.folder;
 }

@@ -3,28 +3,36 @@
 // cannot be loaded would end every pass before its time.
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
+#include <optional>
 #include <string>
 
 #include "midtable/spool_file.h"
 
 class SettledFiles {
  public:
-  // Remembers the file that has the name `path` now and should be named `target`. A file that is
-  // gone is not remembered.
-  void Add(const std::string& path, const std::string& target);
+  // Remembers the file that has the name `path` and should be named `target`: the one that has it
+  // now or, where that cannot be seen, `last_seen`.
+  void Add(const std::string& path, const std::string& target,
+           const std::optional<FileIdentity>& last_seen);
 
   // Whether the file of this name is one of them. A new or changed file of the same name is not.
   bool Contains(const std::string& path) const;
 
-  // Tries each rename again and logs those that succeed; forgets them, and files that are gone or
-  // were changed. So there are never more entries than files in the spool.
+  // Tries each rename again and logs those that succeed; forgets them, files that were changed, and
+  // files that are gone from their folder. A folder that is out of reach, not mounted say, may come
+  // back with its files.
   void RetryRenames();
 
  private:
   struct Entry {
     FileIdentity identity;
+    std::optional<ino_t> folder;
     std::string target;
   };
+  static bool IsOver(const std::string& path, const Entry& entry);
+
   std::map<std::string, Entry> m_entries;  // by path
 };

@@ -4,6 +4,14 @@
 
 #include "midtable/engine_fixture.h"
 
+static std::function<void()> g_while_rewriting;
+
+// In the place of the library's own, which a rewriting calls once it has opened the file.
+extern "C" int fchown(int, uid_t, gid_t) noexcept {
+  if (g_while_rewriting) g_while_rewriting();
+  return 0;
+}
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -110,6 +118,21 @@ TEST_F(Loading, TheRewrittenCopyTakesTheFilesPlaceAndASmallerOneKeepsTheOriginal
     if (files == 2) fs::create_symlink(kFolder, err + ".0"), fs::rename(err + ".0", err);
   }
 
+  // A file that was written to meanwhile stays as it is.
+  g_while_rewriting = [&] { std::ofstream(path, std::ios::app) << "late"; };
+  EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->ConvertMemF(path)); }),
+              Contains(HasSubstr("changed while it was rewritten")));
+  g_while_rewriting = {};
+  EXPECT_EQ(ReadFile(path), damaged + "late");
+
+  // Where the copy cannot take the name, here that of a file in another folder, all is as before.
+  WriteFile("/vqlog/x.y/file", damaged);
+  fs::permissions("/vqlog/x.y", fs::perms(0555));
+  EXPECT_FALSE(engine->ConvertMemF("/vqlog/x.y/file"));
+  fs::permissions("/vqlog/x.y", fs::perms(0755));
+  EXPECT_THAT(ListFolder("/vqlog"), ElementsAre("log_data", "x.y"));
+  WriteFile(path, damaged);
+
   // Where the original cannot be kept, nothing takes its place.
   fs::permissions(kFolder, fs::perms(0555));
   EXPECT_FALSE(engine->ConvertMemF(path));
@@ -132,6 +155,7 @@ TEST_F(Loading, AFileIsLoadedOnceWhateverHappensOnTheWay) {
       {load, [&] { WriteFile(stem, row), fs::rename(stem, path); }, "replaced while",
        "1.dat 1.mid "},
       {load, [&] { std::ofstream(path, std::ios::app) << row; }, "may be missing", "1.mid 0.mid "},
+      {load, [&] { fs::create_hard_link(path, stem + ".mid"); }, "success", "1.mid 0.mid "},
       {load, [&] { script.fail["load"] = "E", WriteFile(stem + ".err", "older"); },
        ".err) is kept as (" + stem + ".err.1)", "1.err.err.1 0.err.err.1 "},
       {load, [] { fs::permissions(kFolder, fs::perms(0555)); }, "failed errno (13)",
@@ -167,6 +191,22 @@ TEST_F(Loading, AFileIsLoadedOnceWhateverHappensOnTheWay) {
   }
 }
 
+TEST_F(Loading, RunWaitsForTheRegistryThenFlagsWhatWaits) {
+  // The registry's thread gets no back end, and that late.
+  const auto slow = [make = RecordingFactory(script)](const MYSQLAUTH& auth) {
+    auto sql = make(auth);
+    if (sql == nullptr) usleep(500'000);
+    return sql;
+  };
+  WriteFile(LOGFILE, "1380013\n");
+  const std::string path = Drop(kMem, "101500"), row = "a\t800138000\tc\td\te\tf\tg\th\ti\tj\tk";
+  WriteFile(path, row);
+  script.before_call = [](const auto& call) { g_nMainRun = call != "reconnectDB()"; };
+  engine = std::make_unique<CMidTable>(slow);
+  LogOf([&] { EXPECT_EQ(engine->Run(), 1); });
+  EXPECT_EQ(ReadFile(path.substr(0, path.size() - 4) + ".mid"), row + "\t1\n");
+}
+
 TEST_F(Loading, AFileThatCannotBeRenamedIsSettledAndHoldsNobodyUp) {
   const std::string path = Drop("A", "101500"), other = "/vqlog/log_data/midtable/5e6f7a8b/";
   script.databases.insert("WLAN_5e6f7a8b");
@@ -184,6 +224,26 @@ TEST_F(Loading, AFileThatCannotBeRenamedIsSettledAndHoldsNobodyUp) {
   EXPECT_THAT(script.Take(), Contains(HasSubstr(path)));
   fs::permissions(kFolder, fs::perms(0755));
   EXPECT_THAT(LogOf([&] { engine->MakeMidTable(); }), Contains(HasSubstr(".mid) at last")));
+
+  // Its folder is out of reach for a pass, from the load on or after it.
+  const std::string away = std::string(paths::kSpool) + "away";
+  for (const bool during : {false, true}) {
+    const std::string late = Drop("A", during ? "103000" : "102000");
+    fs::permissions(kFolder, fs::perms(0555));
+    script.before_call = [&](const std::string& call) {
+      if (during && call.starts_with("load data")) fs::rename(kFolder, away);
+    };
+    engine->MakeMidTable();
+    script.before_call = nullptr;
+    if (!during) fs::rename(kFolder, away);
+    engine->MakeMidTable();
+    fs::rename(away, kFolder);
+    script.Take();
+    engine->MakeMidTable();
+    EXPECT_THAT(script.Take(), Not(Contains(HasSubstr(late))));
+    fs::permissions(kFolder, fs::perms(0755));
+    EXPECT_THAT(LogOf([&] { engine->MakeMidTable(); }), Contains(HasSubstr(".mid) at last")));
+  }
 }
 
 TEST_F(Loading, APassTellsIdleFromLoadedAndStopsAtADeadConnection) {
