@@ -42,7 +42,8 @@ std::string MemFileDatabase(std::string_view path);
 std::string MemFileTable(std::string_view path);
 
 // Whether a database or table name can be put into a statement: letters, digits, "_", "$", single
-// "-" and what is not ASCII can neither end nor comment out a part of it, nor match other names.
+// "-" and what is not ASCII can neither end nor comment out a part of it nor, but for "_" in a
+// pattern, match other names.
 bool IsSafeIdentifier(std::string_view name);
 // The same for a path, which stands between quotes: no quotes, backslash or control characters.
 bool IsSafePath(std::string_view path);

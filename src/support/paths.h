@@ -1,4 +1,4 @@
-// Every fixed path of the system. Nothing else in the sources spells a path.
+// Every fixed path of this service. The sources spell no other but the machine's own.
 #pragma once
 
 namespace paths {
@@ -19,8 +19,6 @@ inline constexpr char kIndexMarker[] = "/etc/morvan/vqlog_index.xml";
 // Local number blocks and device states, watched and re-read by the registry.
 inline constexpr char kLocalNumberBlocks[] = "/etc/morvan/localtour.csv";
 inline constexpr char kDeviceStates[] = "/etc/morvan/devstate.ini";
-// Named by an operation that is kept empty.
-inline constexpr char kCityChecksums[] = "/etc/morvan/city_crc.ini";
 
 // Data root, and below it the spool: one folder per database, filled by the producers.
 inline constexpr char kLogData[] = "/vqlog/log_data/";
