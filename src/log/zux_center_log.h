@@ -44,7 +44,7 @@ class CLOGER {
 
   // Writes one line; `file` is the calling unit's name, `line` its line, `format` as printf takes
   // it, without a newline. Always 0; write errors are not reported. Where a full disk has cost
-  // lines, the file has an empty one.
+  // lines, the file has an empty one, as it has behind a message that brings a newline along.
   int operator()(const char* file, int line, int level, const char* format, ...)
       __attribute__((format(printf, 5, 6))) EXCLUDES(m_lock);
 
