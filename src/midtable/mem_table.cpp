@@ -45,8 +45,13 @@ bool CMidTable::TableExist(const std::string& tablename, const std::string& dbna
 }
 
 bool CMidTable::CreateOneMemTable(const std::string& tablename, const std::string& dbname) {
-  // Where the switch fails, the statements below fail too and say so.
-  if (!dbname.empty()) m_pSqlBase->changeDB(dbname.c_str(), NewUserPassword());
+  // After a refused switch the statements below would look for the table, and make it, in another
+  // database.
+  if (!dbname.empty() && m_pSqlBase->changeDB(dbname.c_str(), NewUserPassword()) != 0) {
+    g_loger(kUnit, __LINE__, kError, "table %s.%s not made, change db error %s", dbname.c_str(),
+            tablename.c_str(), m_pSqlBase->getLastError().c_str());
+    return false;
+  }
   if (m_pSqlBase->existTable(tablename.c_str())) return true;
 
   TableDefinitions definitions;
@@ -87,7 +92,10 @@ bool CMidTable::CreateOneMemTable(const std::string& tablename, const std::strin
 // with the next file's.
 bool CMidTable::RemoveConvertedRows(const std::string& table) {
   if (m_setConverted.count(table) == 0) return true;
-  if (!Execute("truncate table " + table)) {
+  const std::string truncate = "truncate table " + table;
+  if (!Execute(truncate)) {
+    g_loger(kUnit, __LINE__, kError, "sql %s error %s", truncate.c_str(),
+            m_pSqlBase->getLastError().c_str());
     g_loger(kUnit, __LINE__, kError, "table (%s) still holds converted rows not load",
             table.c_str());
     return false;
@@ -107,6 +115,7 @@ std::string CMidTable::GetXMLFields(const std::string& file, const std::string& 
                                     const std::pair<std::string, std::string>& prop) {
   CXmlStream xml;
   if (!xml.parseFile(file)) {
+    g_loger(kUnit, __LINE__, kError, "xml file %s: %s", file.c_str(), xml.getError().c_str());
     g_loger(kUnit, __LINE__, kError, "parse xml file %s failed", file.c_str());
     return {};
   }

@@ -2,6 +2,7 @@
 // takes, and through the loader tool.
 
 #include <fcntl.h>
+#include <paths.h>
 #include <spawn.h>
 #include <unistd.h>
 
@@ -67,13 +68,13 @@ std::string ControlTemplate(CXmlNode node) {
 bool StartCommand(const std::string& command) {
   posix_spawn_file_actions_t actions;
   if (posix_spawn_file_actions_init(&actions) != 0) return false;
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, _PATH_DEVNULL, O_WRONLY, 0);
   std::string shell = "sh";
   std::string option = "-c";
   std::string line = command;
   char* const arguments[] = {shell.data(), option.data(), line.data(), nullptr};
   pid_t child = 0;
-  const int error = posix_spawn(&child, "/bin/sh", &actions, nullptr, arguments, environ);
+  const int error = posix_spawn(&child, _PATH_BSHELL, &actions, nullptr, arguments, environ);
   posix_spawn_file_actions_destroy(&actions);
   return error == 0;
 }
@@ -113,7 +114,7 @@ int CMidTable::CreateOneExternalMemTable(const std::string& table, const std::st
 }
 
 int CMidTable::ExternalLoadOneMemFile(const std::string& table, const std::string& database,
-                                      const std::string& /*path*/) {
+                                      const std::string& path) {
   if (!TableExist(table, database)) {
     g_loger(kUnit, __LINE__, kError, "table %s not exist", table.c_str());
     return 0;
@@ -140,7 +141,11 @@ int CMidTable::ExternalLoadOneMemFile(const std::string& table, const std::strin
     g_loger(kUnit, __LINE__, kError, "sql error %s", Located(filled.error, kMerge).c_str());
     return 0;
   }
-  return run(filled.text) && run("drop table " + external) ? 1 : 0;
+  if (!run(filled.text)) return 0;
+  if (run("drop table " + external)) return 1;
+  g_loger(kUnit, __LINE__, kError, "table %s not dropped, the rows of file (%s) are loaded",
+          external.c_str(), path.c_str());
+  return 0;
 }
 
 int CMidTable::OracleLoadOneTable(const std::string& table, const std::string& user,
@@ -161,6 +166,8 @@ bool CMidTable::WriteControlFile(const std::string& table, const std::string& da
   }
   CXmlStream xml;
   if (!xml.parseFile(paths::kLoaderTemplates)) {
+    g_loger(kUnit, __LINE__, kError, "xml file %s: %s", paths::kLoaderTemplates,
+            xml.getError().c_str());
     g_loger(kUnit, __LINE__, kError, "parse xml file %s failed", paths::kLoaderTemplates);
     return false;
   }
