@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,13 +22,8 @@ namespace ctl {
 
 namespace {
 
-// A .err file and what is to become of it.
-struct Plan {
-  std::string path;
-  std::string target;
-  std::string refusal;  // not empty: it stays
-  std::string warning;  // goes, but somebody should look at it first
-};
+const std::string kBringBack =
+    "Bring back the dropped lines alone, mended, under a name with another time; then remove it";
 
 bool Exists(const std::string& path) {
   struct stat status {};
@@ -60,10 +56,10 @@ std::string FolderInSpool(const std::string& path) {
   return is_folder && rest.find('/') == rest.rfind('/') ? id : std::string();
 }
 
-std::string Refusal(const Plan& plan) {
+std::string Refusal(const RetryPlan& plan) {
   struct stat status {};
-  const std::string stem = plan.path.substr(0, plan.path.rfind(".err"));
   if (plan.target.empty() || plan.path.ends_with(".mid")) return "is no .err file";
+  const std::string stem = plan.target.substr(0, plan.target.size() - 4);
   if (FolderInSpool(plan.path).empty()) {
     return std::string("is not in a folder of ") + paths::kSpool + ": nothing takes it there";
   }
@@ -72,53 +68,78 @@ std::string Refusal(const Plan& plan) {
   if (!IsMemFileName(std::string(FileNameOf(plan.target)))) {
     return "would never be taken under the name " + std::string(FileNameOf(plan.target));
   }
+  const std::string table = MemFileTable(plan.target);
+  const std::string database = MemFileDatabase(plan.target);
+  if (table.empty() || database.empty() || !IsSafePath(plan.target) || !IsSafeIdentifier(table) ||
+      !IsSafeIdentifier(database)) {
+    return "would be refused for its name again: rename it if its content is sound";
+  }
+  if (plan.path.compare(stem.size(), 5, ".orig") == 0) {
+    return "is the file as it came, which lines were dropped from: the others went on and would "
+           "count twice. " +
+           kBringBack;
+  }
   if (!plan.path.ends_with(".err")) {
     return "is an earlier failure of its name, set aside: settle the newest first, then rename "
-           "this "
-           "one to .err if its rows are not loaded yet";
+           "this one to .err if its rows are not loaded yet";
   }
   if (Exists(stem + ".mid")) {
-    return "stands beside its .mid: the good lines of it are loaded and would count twice. Bring "
-           "back the dropped lines alone, mended, under a name with another time; then remove it. "
-           "If the .mid is another delivery of the same name, give this one another time";
+    return "stands beside its .mid: the good lines of it are loaded and would count twice. " +
+           kBringBack +
+           ". If the .mid is another delivery of the same name, give this one another time";
   }
   if (Exists(plan.target)) return "has a .dat beside it, which waits; try again when that is gone";
   return {};
 }
 
-std::string Warning(const Plan& plan) {
+std::vector<std::string> Warnings(const RetryPlan& plan, LoadDoubts& doubts) {
+  std::vector<std::string> warnings;
   struct stat status {};
-  if (!MemFileTable(plan.target).ends_with('F')) return {};
-  if (lstat(plan.path.c_str(), &status) != 0 || (status.st_mode & kRewrittenMark) != 0) return {};
-  if (FieldsOfFirstLine(plan.path) != 12) return {};
-  return "kind F with 12 fields and without the mark of a rewritten file: every line would be "
-         "dropped. Take the last field away first (cut -f 1-11), or set the mark (chmod +t)";
+  if (lstat(plan.path.c_str(), &status) != 0) return warnings;
+  const bool rewritten = (status.st_mode & kRewrittenMark) != 0;
+  const std::string doubt = doubts.Of(plan.path, status.st_ctime, rewritten);
+  if (!doubt.empty()) warnings.push_back(doubt);
+  if (MemFileTable(plan.target).ends_with('F') && !rewritten &&
+      FieldsOfFirstLine(plan.path) == 12) {
+    warnings.push_back(
+        "kind F with 12 fields and without the mark of a rewritten file: every line would be "
+        "dropped. Take the last field away first (cut -f 1-11), or set the mark (chmod +t)");
+  }
+  return warnings;
 }
 
-Plan MakePlan(const std::string& path) {
-  Plan plan{path, WaitingName(path), {}, {}};
-  plan.refusal = Refusal(plan);
-  if (plan.refusal.empty()) plan.warning = Warning(plan);
-  return plan;
+// Of a whole folder; what deserves a look is moved by its own name alone.
+void PlanFolder(const DatabaseFolder& folder, LoadDoubts& doubts, std::vector<RetryPlan>& plans) {
+  for (const SpoolEntry& file : folder.files) {
+    const bool is_err = file.state == FileState::kFailed || file.state == FileState::kKept ||
+                        file.state == FileState::kSetAside;
+    if (!is_err) continue;
+    plans.push_back(PlanRetry(folder.Path() + file.name, doubts));
+    RetryPlan& plan = plans.back();
+    if (plan.refusal.empty() && !plan.warnings.empty()) plan.refusal = plan.warnings.front();
+  }
 }
 
-std::vector<Plan> MakePlans(const RetryOptions& options, bool& found_folder) {
-  std::vector<Plan> plans;
-  for (const std::string& file : options.files) plans.push_back(MakePlan(MemFilePath(file)));
-  found_folder = options.database.empty();
+// `looked` becomes kCouldNotLook, after a line, where something could not be listed.
+std::vector<RetryPlan> MakePlans(const RetryOptions& options, Console& console, Status& looked) {
+  const auto failed = [&](const std::string& path, int error) {
+    console.err << path << ": " << std::strerror(error) << '\n';
+    looked = Status::kCouldNotLook;
+  };
+  std::vector<RetryPlan> plans;
+  LoadDoubts doubts;
+  for (const std::string& file : options.files) plans.push_back(PlanRetry(SpoolPath(file), doubts));
   if (options.database.empty() && !options.all) return plans;
-  for (const DatabaseFolder& folder : ScanSpool().folders) {
+  const Spool spool = ScanSpool();
+  if (spool.error != 0) failed(paths::kSpool, spool.error);
+  bool found_folder = options.all || spool.error != 0;
+  for (const DatabaseFolder& folder : spool.folders) {
     if (!options.all && folder.id != options.database) continue;
     found_folder = true;
-    for (const SpoolEntry& file : folder.files) {
-      const bool is_err = file.state == FileState::kFailed || file.state == FileState::kKept ||
-                          file.state == FileState::kSetAside;
-      if (!is_err) continue;
-      plans.push_back(MakePlan(folder.Path() + file.name));
-      // What deserves a look is moved by its own name alone.
-      if (plans.back().refusal.empty()) plans.back().refusal.swap(plans.back().warning);
-    }
+    if (folder.error != 0) failed(folder.Path(), folder.error);
+    PlanFolder(folder, doubts, plans);
   }
+  if (!found_folder) failed(paths::kSpool + OneLine(options.database), ENOENT);
   return plans;
 }
 
@@ -147,32 +168,37 @@ bool Confirmed(std::size_t number, const RetryOptions& options, Console& console
 
 }  // namespace
 
+RetryPlan PlanRetry(const std::string& path, LoadDoubts& doubts) {
+  RetryPlan plan{path, WaitingName(path), {}, {}};
+  plan.refusal = Refusal(plan);
+  if (plan.refusal.empty()) plan.warnings = Warnings(plan, doubts);
+  return plan;
+}
+
 Status Retry(const RetryOptions& options, Console& console) {
-  bool found_folder = true;
-  const std::vector<Plan> plans = MakePlans(options, found_folder);
-  if (!found_folder) {
-    console.err << "no folder " << OneLine(options.database) << " in " << paths::kSpool << '\n';
-    return Status::kCouldNotLook;
-  }
+  Status looked = Status::kFine;
+  const std::vector<RetryPlan> plans = MakePlans(options, console, looked);
   if (plans.empty()) {
-    console.out << "No .err files.\n";
-    return Status::kFine;
+    if (looked == Status::kFine) console.out << "No .err files.\n";
+    return looked;
   }
+  const Status some_kept = std::max(looked, Status::kFindings);
   std::size_t movable = 0;
-  for (const Plan& plan : plans) {
+  for (const RetryPlan& plan : plans) {
     if (plan.refusal.empty()) {
       ++movable;
       console.out << "move  " << OneLine(plan.path) << " -> " << OneLine(FileNameOf(plan.target))
                   << '\n';
-      if (!plan.warning.empty()) console.out << "      WARNING: " << plan.warning << '\n';
+      for (const std::string& warning : plan.warnings) {
+        console.out << "      WARNING: " << OneLine(warning) << '\n';
+      }
     } else {
       console.out << "keep  " << OneLine(plan.path) << ": " << OneLine(plan.refusal) << '\n';
     }
   }
-  if (movable == 0) return Status::kFindings;
-  if (!Confirmed(movable, options, console)) return Status::kFindings;
+  if (movable == 0 || !Confirmed(movable, options, console)) return some_kept;
   std::size_t moved = 0;
-  for (const Plan& plan : plans) {
+  for (const RetryPlan& plan : plans) {
     // Looked at once more: the question may have stood for long.
     if (!plan.refusal.empty() || !Refusal(plan).empty()) continue;
     const int error = MoveToFreeName(plan.path, plan.target);
@@ -183,7 +209,7 @@ Status Retry(const RetryOptions& options, Console& console) {
     }
   }
   console.out << Count(moved, "file") << " moved, " << plans.size() - moved << " kept\n";
-  return moved == plans.size() ? Status::kFine : Status::kFindings;
+  return moved == plans.size() ? looked : some_kept;
 }
 
 }  // namespace ctl

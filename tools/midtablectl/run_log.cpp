@@ -1,7 +1,9 @@
 // The form of a line is that of src/log: "[unit:line][HH:MM:SS][Level]:" and the message.
 #include "midtablectl/run_log.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "log/zux_center_log.h"
 #include "midtablectl/findings.h"
@@ -59,17 +61,22 @@ std::vector<LogEntry> ParseLog(std::string_view content) {
   return entries;
 }
 
-std::vector<LogEntry> ReadLogOf(const std::tm& day, std::vector<std::string>& paths) {
-  std::vector<LogEntry> entries;
-  const std::string log = Format("%s%04d%02d%02d.log", paths::kRunLogDir, day.tm_year + 1900,
-                                 day.tm_mon + 1, day.tm_mday);
-  for (const std::string& path : {log + ".bak", log}) {
+RunLog ReadLogOf(std::time_t time) {
+  RunLog log;
+  std::tm day{};
+  localtime_r(&time, &day);
+  const std::string newest = Format("%s%04d%02d%02d.log", paths::kRunLogDir, day.tm_year + 1900,
+                                    day.tm_mon + 1, day.tm_mday);
+  for (const std::string& path : {newest + ".bak", newest}) {
     std::string content;
-    if (!ReadWhole(path, content)) continue;
-    paths.push_back(path);
-    for (LogEntry& entry : ParseLog(content)) entries.push_back(std::move(entry));
+    if (!ReadWhole(path, content)) {
+      if (errno != ENOENT) log.error = path + ": " + std::strerror(errno);
+      continue;
+    }
+    log.found = true;
+    for (LogEntry& entry : ParseLog(content)) log.entries.push_back(std::move(entry));
   }
-  return entries;
+  return log;
 }
 
 }  // namespace ctl

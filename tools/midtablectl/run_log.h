@@ -23,7 +23,13 @@ struct LogEntry {
 // before.
 std::vector<LogEntry> ParseLog(std::string_view content);
 
-// The entries of one day: ".log.bak", then ".log". `paths` gets the files that were read.
-std::vector<LogEntry> ReadLogOf(const std::tm& day, std::vector<std::string>& paths);
+struct RunLog {
+  std::vector<LogEntry> entries;
+  bool found = false;  // a file was read
+  std::string error;   // a file that may be there and cannot be read, with errno's text
+};
+
+// That of the local day which holds `time`: ".log.bak", then ".log".
+RunLog ReadLogOf(std::time_t time);
 
 }  // namespace ctl

@@ -41,6 +41,7 @@ FileState StateOf(const std::string& name, const std::vector<std::string>& names
   };
   // Beside the file it is a copy in the making.
   if (name.ends_with(".mid")) return has(waiting) ? FileState::kOther : FileState::kLoaded;
+  if (name.ends_with(".orig")) return FileState::kKept;
   if (!name.ends_with(".err")) return FileState::kSetAside;
   const std::string stem = name.substr(0, name.size() - 4);
   return has(stem + ".mid") || has(waiting) ? FileState::kKept : FileState::kFailed;
@@ -61,17 +62,33 @@ DatabaseFolder ScanFolder(const std::string& id) {
 
 std::string DatabaseFolder::Path() const { return paths::kSpool + id + "/"; }
 
-std::string WaitingName(std::string_view name) {
-  std::string_view stem = name;
-  const std::size_t number = name.rfind(".err.");
-  if (number != std::string_view::npos && IsNumber(name.substr(number + 5))) {
-    stem = name.substr(0, number);
-  } else if (name.ends_with(".mid") || name.ends_with(".err")) {
-    stem.remove_suffix(4);
-  } else {
-    return {};
+std::string SpoolPath(const std::string& file) {
+  const std::string path = MemFilePath(file);
+  const std::string name(FileNameOf(path));
+  struct stat folder {};
+  struct stat candidate {};
+  if (stat(path.substr(0, path.size() - name.size()).c_str(), &folder) != 0) return path;
+  int error = 0;
+  for (const std::string& id : Names(paths::kSpool, error)) {
+    if (id.size() != 8 || !ULIT::isXdigit(id.c_str())) continue;
+    if (stat((paths::kSpool + id).c_str(), &candidate) == 0 && candidate.st_dev == folder.st_dev &&
+        candidate.st_ino == folder.st_ino) {
+      return paths::kSpool + id + "/" + name;
+    }
   }
-  return std::string(stem) + ".dat";
+  return path;
+}
+
+std::string WaitingName(std::string_view name) {
+  const std::size_t dot = name.rfind('.');
+  const bool numbered = dot != std::string_view::npos && IsNumber(name.substr(dot + 1));
+  if (numbered) name = name.substr(0, dot);
+  for (const std::string_view ending : {".err", ".orig", ".mid"}) {
+    if (!name.ends_with(ending) || (numbered && ending == ".mid")) continue;
+    name.remove_suffix(ending.size());
+    return std::string(name) + ".dat";
+  }
+  return {};
 }
 
 Spool ScanSpool() {

@@ -13,8 +13,8 @@ enum class FileState {
   kWaiting,   // a name that the service takes
   kLoaded,    // .mid
   kFailed,    // .err
-  kKept,      // .err beside a .mid or .dat: a file as it came, its good lines being in the other
-  kSetAside,  // .err.1 and so on: earlier failures of one name
+  kKept,      // .orig, or .err beside a .mid or .dat: as it came, its good lines being in the other
+  kSetAside,  // .err.1, .orig.1 and so on: earlier ones of that name
   kOther
 };
 
@@ -45,7 +45,12 @@ struct Spool {
 // its errno.
 Spool ScanSpool();
 
-// "....dat" of a name or path that ends in .mid, .err or .err.N; empty for any other.
+// The full path of a file that is given by any path or by its bare name: where its folder is one of
+// the spool, as the service writes it.
+std::string SpoolPath(const std::string& file);
+
+// "....dat" of a name or path that ends in .mid, .err, .err.N, .orig or .orig.N; empty for any
+// other.
 std::string WaitingName(std::string_view name);
 
 }  // namespace ctl
