@@ -8,7 +8,7 @@
 
 create table if not exists T_FLOW1Y_YYYY (
   month      tinyint unsigned not null,
-  local_flag tinyint          not null comment '1 local, 0 visitor, 2 without user',
+  local_flag tinyint          not null comment '1 local, 0 visitor, 2 without user, 3 not known',
   sessions   bigint unsigned  not null,
   seconds    bigint unsigned  not null,
   up_bytes   bigint unsigned  not null,
