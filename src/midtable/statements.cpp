@@ -18,7 +18,9 @@ CMidTable::Outcome CMidTable::RunFilled(const std::string& node, const std::stri
   const bool empty = Trim(text).empty();
   if (!filled || empty) {
     const std::string reason = empty ? "template is empty" : filled.error;
-    return {false, text, reason + ", see " + node + " of " + TableDefinitions::File(GetDBType())};
+    // A file may hold megabytes of it, and each mem file has it logged.
+    return {false, text.substr(0, kLongestStatement),
+            reason + ", see " + node + " of " + TableDefinitions::File(GetDBType())};
   }
   if (m_pSqlBase->executeSQL(filled.text.c_str(), log_on_error) == 0) {
     return {true, filled.text, {}};
