@@ -34,6 +34,7 @@ TEST(CSVParser, SplitsRows) {
   EXPECT_EQ(Read("\"a\nb\",c\nd\n\"a\r\n\r\nb\",c\n\"e\nf"), "a\nb|c|/d|/a\n\nb|c|/e\nf|/");
   EXPECT_EQ(Read("1,\xB9\xE3\xB6\xAB\n2,广东\n\"\xB9\xE3\n\xB6\xAB\""), "1|广东|/2|广东|/广\n东|/");
   EXPECT_EQ(Read("\xFF\xB9\xE3,\1\n中\0,5\n1,a\xB9"s), "广|\1|/中\0|5|/1|a|/"s);
+  EXPECT_EQ(Read("1,a\0b\n1,a\0b678\n"s), "1|a|/1|a|/") << "less than a word, and just one";
   const std::string longest(CSVParser::kMaxLine, 'x');
   EXPECT_EQ(Read(longest + "\n" + longest + "x\nb"), longest + "|/");
   ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);

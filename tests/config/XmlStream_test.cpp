@@ -1,5 +1,7 @@
 #include "config/XmlStream.h"
 
+#include <sys/stat.h>
+
 #include "gtest/gtest.h"
 #include "testing/files.h"
 
@@ -47,6 +49,10 @@ TEST(Xml, NothingButWholeDocumentsIsAccepted) {
   Parse(xml, "\xef\xbb\xbf<root/>", true);
   Parse(xml, {"\xff\xfe<\0r\0o\0o\0t\0/\0>\0", 16}, true);
   Parse(xml, std::string("<root>") + '\0' + "</root>", false);
-  EXPECT_FALSE(xml.parseFile("/tmp/missing.xml") || xml.parseFile("/tmp"));
+  ASSERT_EQ(mkfifo("/tmp/pipe.xml", 0600), 0);  // nobody is at its other end
+  EXPECT_FALSE(xml.parseFile("/tmp/missing.xml") || xml.parseFile("/tmp/pipe.xml"));
+  EXPECT_EQ(xml.getError(), "not a regular file");
+  Parse(xml, "<root>\n<a>\n</b>\n<c>", false);
+  EXPECT_EQ(xml.getError().find("line 3: "), 0U) << "the first complaint: " << xml.getError();
   Parse(xml, "<!DOCTYPE root><root/>\n", true);
 }

@@ -235,6 +235,20 @@ TEST(OracleBase, LogsInAsTheUserThatADatabaseIs) {
   EXPECT_EQ(0, sql.changeDB("WLAN_1a2b")) << "with the password that was good";
   EXPECT_EQ("", out.text()) << "it writes nothing anywhere";
 }
+
+TEST(OracleBase, RollsBackAtItsEndWhatFollowsAFailedCommit) {
+  PostgresServer& server = PostgresServer::Get();
+  server.CreateStore("alpha");
+  server.Run("create table alpha.t (x int unique deferrable initially deferred)");
+  COracleBase sql("alpha", "secret");
+  EXPECT_EQ(0, sql.connectDB());
+  EXPECT_EQ(0, sql.executeSQL("set transaction read write", 1));
+  EXPECT_EQ(0, sql.executeSQL("insert into t values (1), (1)", 1));
+  EXPECT_EQ(-1, sql.executeSQL("commit", 1));
+  EXPECT_EQ(0, sql.executeSQL("insert into t values (2)", 1));
+  sql.closeDB();
+  EXPECT_EQ("0", server.Run("select count(*) from alpha.t").at(0));
+}
 #endif
 
 }  // namespace

@@ -13,7 +13,7 @@
 #include "testing/recording_sql.h"
 
 namespace fs = std::filesystem;
-using testing::ElementsAre, testing::HasSubstr, testing::Pair;
+using testing::ContainsRegex, testing::ElementsAre, testing::HasSubstr, testing::Pair;
 
 static const std::string kIn = "/tmp/spool/in.dat", kOut = "/tmp/spool/in.mid";
 
@@ -75,11 +75,15 @@ TEST_F(LocalUser, LooksUpBlocksOfEveryShape) {
 TEST_F(LocalUser, ConnectsAnewWhenTheServerDroppedTheConnection) {
   const std::string alive = "isDBAlive()", use = "changeDB(vqcfg,pw)";
   for (const std::string query : {"select count(*) as COUNT from vqcfg.T", "checksum table T"}) {
+    CapturedStdout log;
     EXPECT_EQ(m_registry.GetTableCheckSum("T"), 0U);
+    EXPECT_THAT(log.text(), HasSubstr("changed database: vqcfg"));
     EXPECT_THAT(m_script.Take(), ElementsAre(alive, use, query)) << "the first knows no server";
   }
   m_script.fail[alive] = "gone";
+  CapturedStdout log;
   EXPECT_EQ(m_registry.GetEnterpriseUser(), 1);
+  EXPECT_THAT(log.text(), HasSubstr("changed database not open: vqcfg"));
   EXPECT_THAT(m_script.Take({"select"}), ElementsAre(alive, "closeDB()", "connectDB()", use));
   m_script.fail["connectDB"] = "no server";
   EXPECT_EQ(m_registry.OpenDB(), -1);
@@ -87,24 +91,34 @@ TEST_F(LocalUser, ConnectsAnewWhenTheServerDroppedTheConnection) {
 }
 
 TEST_F(LocalUser, WatcherReloadsWhatChangedAndStopsSoon) {
+  // The script is the watcher's until that has ended.
+  TourLocalUser registry([this](const auto&) { return std::make_unique<RecordingSql>(m_script); });
+  m_script.tables = {"EnterpriseUser"};
+  m_script.row = {{"COUNT", "1"}, {"Checksum", "2"}};
   WriteFile(CITYCRCFILE, "[A]\ncity=X\n[B]\nother=1\n");
-  WriteFile(LOGFILE, "1390013\n");
-  m_registry.init();
-  m_registry.AwaitFirstRound(30);
-  EXPECT_EQ(m_registry.isLocalUser("13900139000"), 1);
-  WriteFile(LOGFILE, "1500013\n");  // a time that goes back is a change too
+  WriteFile(LOGFILE, "1500013\n");
+  fs::permissions(LOGFILE, fs::perms::none);
+  CapturedStdout log;
+  registry.init();
+  registry.AwaitFirstRound(30);
+  EXPECT_THAT(log.text(), ContainsRegex("init failed.*not updated.*WLAN_B.*not updated"))
+      << "deliberate: also after an update, of the cities";
+  fs::permissions(LOGFILE, fs::perms::owner_all);
   fs::last_write_time(LOGFILE, fs::last_write_time(LOGFILE) - std::chrono::hours(1));
-  const std::string user = "15000139000";
-  for (int i = 0; i < 1500 && m_registry.isLocalUser(user) == 0; ++i) usleep(10'000);
-  EXPECT_EQ(m_registry.isLocalUser(user), 1);
+  const std::string user = "15000139000";  // a time that goes back is a change too
+  for (int i = 0; i < 1500 && registry.isLocalUser(user) == 0; ++i) usleep(10'000);
+  EXPECT_EQ(registry.isLocalUser(user), 1);
   const auto stop = std::chrono::steady_clock::now();
   g_nMainRun = 0;
-  m_registry.WaitExit();
+  registry.WaitExit();
   g_nMainRun = 1;
   EXPECT_LT(std::chrono::steady_clock::now() - stop, std::chrono::milliseconds(500));
+  const std::string reload = "select crc, name from EnterpriseUser";
+  EXPECT_THAT(m_script.Take({"isDB", "change", "checksum"}),
+              ElementsAre("select count(*) as COUNT from vqcfg.EnterpriseUser", reload, reload));
   WriteFile(CITYCRCFILE, "[D]\n");
   for (const int refresh : {0, 1}) {
-    m_registry.GetCityCRC(m_cities, refresh);
+    registry.GetCityCRC(m_cities, refresh);
     EXPECT_THAT(m_cities, ElementsAre(Pair("WLAN_A", "367211210"), Pair("WLAN_B", "4162066379")));
     fs::remove(CITYCRCFILE);  // what cannot be read anew stays
   }
@@ -112,10 +126,15 @@ TEST_F(LocalUser, WatcherReloadsWhatChangedAndStopsSoon) {
 
 TEST_F(LocalUser, ReloadsBesideLookups) {
   WriteFile(CITYCRCFILE, "[A]\ncity=X\n");
+  m_registry.updateCityCRC();
   const std::jthread reloads([this] {
     for (int i = 0; i < 300; ++i) LoadBlocks("1380013\n"), m_registry.updateCityCRC();
   });
-  for (int i = 0; i < 300; ++i) Parse(), m_registry.GetCityCRC(m_cities, i % 2);
+  for (int i = 0; i < 300; ++i) {
+    Parse(), m_registry.GetCityCRC(m_cities, i % 2);
+    EXPECT_THAT(ReadFile(kOut), testing::MatchesRegex(Record("800138000") + "\t[01]\n"));
+    EXPECT_THAT(m_cities, ElementsAre(Pair("WLAN_A", "367211210"))) << "never half of them";
+  }
 }
 
 TEST_F(LocalUser, FlagsAUserByTheBlockOfTheName) {

@@ -60,6 +60,11 @@ TEST_F(OracleRoad, LoadsOverAnExternalTable) {
                                        "<2>:alter db WLAN_1a2b3c4d error E"));
   script.fail = {{"grant", "E"}};
   EXPECT_THAT(LogOf(load), ElementsAre("<2>:grant db WLAN_1a2b3c4d error E"));
+  std::string& password = ProcessPolicy().getDBPolicy()->new_user_password;
+  script.Take(), password = "n p";
+  EXPECT_THAT(LogOf(load), ElementsAre(HasSubstr("set_password is not safe")));
+  EXPECT_THAT(script.Take(), ElementsAre("existDB(WLAN_1a2b3c4d)"));
+  password = "np";
 
   script.databases = {kDb};
   script.tables = {Table(kDb, kMem), Table(kDb, "MEM_20121231_0004F_EXTERNAL")};

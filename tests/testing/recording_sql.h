@@ -18,6 +18,7 @@ struct SqlScript {
   std::set<std::string> tables;     // texts that occur in the table queries that find a row
   std::map<std::string, std::string> fail;  // beginning of a statement or call -> error text
   std::vector<std::string> columns;         // for GetColums
+  SqlRecord row;                            // more columns of the row that a table query finds
   std::function<void(const std::string&)> before_call;  // what happens just before each one
 
   // The calls since the last take, without those that begin with one of `skipped`.
@@ -60,7 +61,8 @@ class RecordingSql : public CSqlBase {
   int fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) override {
     rows.clear();
     for (const std::string& table : m_script.tables) {
-      if (std::strstr(sql, table.c_str()) != nullptr) rows.push_back({{"t", table}});
+      if (std::strstr(sql, table.c_str()) == nullptr) continue;
+      rows.emplace_back(m_script.row)["t"] = table;
     }
     return Note(sql);
   }
