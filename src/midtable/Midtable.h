@@ -24,6 +24,7 @@
 #include "db/SqlBase.h"
 #include "db/SqlFactory.h"
 #include "localuser/tourlocaluser.h"
+#include "midtable/mid_table.h"
 #include "midtable/settled_files.h"
 #include "midtable/spool_file.h"
 #include "midtable/spool_folder.h"
@@ -129,14 +130,11 @@ class CMidTable {
     std::string database;
     std::string table;
   };
-  enum class Period { kDay, kMonth, kYear };
   // A mid table fed from the mem table being converted.
   struct MidTable {
     std::string node;  // path of its definition
     std::string name;  // full name
     Period period;
-
-    void NameFrom(const std::string& base, const std::string& date);
   };
   // What became of a statement made from a template.
   struct Outcome {
@@ -175,7 +173,6 @@ class CMidTable {
   bool ConvertMidTable(const TableDefinitions& definitions, const MidTable& table);
   bool TransactionIsGone();
   bool RunFallback(const TableDefinitions& definitions, const MidTable& table);
-  std::vector<TemplateValue> ConversionValues(const MidTable& table);
   std::string CityValue();
   bool EmptyMemTable();
   bool RemoveConvertedRows(const std::string& table);

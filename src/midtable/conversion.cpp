@@ -4,7 +4,6 @@
 // table's rows converted when a later statement fails, and convert them again the next time. So all
 // missing mid tables are created first, and the transaction is begun anew before the first row.
 
-#include <cstdlib>
 #include <cstring>
 
 #include "log/zux_center_log.h"
@@ -21,10 +20,6 @@ int g_NoMidTable = 0;
 namespace {
 
 constexpr int kMostFailures = 100;
-// DELIBERATE: month tables are looked up here, and created where the service stands.
-constexpr char kMonthTableDatabase[] = "WLAN_TUNE";
-constexpr int kMostDayNumbers = 8;
-constexpr std::size_t kPeriodPosition = 6;
 constexpr std::size_t kDatePosition = 4;  // behind "MEM_"
 
 void LogFailed(const char* statement, const std::string& error) {
@@ -120,7 +115,8 @@ CMidTable::Step CMidTable::PrepareMidTable(const TableDefinitions& definitions, 
 
   std::string base;
   if (!definitions.Read(table.node + "/Name", base)) return Step::kAbort;
-  table.NameFrom(base, m_strDate);
+  table.name = MidTableName(base, m_strDate);
+  table.period = PeriodOf(base);
   // Year tables are the operator's: neither tested nor created nor given up here.
   if (table.period == Period::kYear) return Step::kConvert;
   if (!IsSafePath(table.name)) {  // it stands between quotes, too
@@ -134,13 +130,6 @@ CMidTable::Step CMidTable::PrepareMidTable(const TableDefinitions& definitions, 
   if (TableExist(table.name, database)) return Step::kConvert;
   created = true;  // also when it fails: the server may have ended the transaction
   return CreateMidTable(definitions, table) ? Step::kConvert : Step::kAbort;
-}
-
-void CMidTable::MidTable::NameFrom(const std::string& base, const std::string& date) {
-  const std::string mark = TextAt(base, kPeriodPosition, 2);
-  period = mark == "1Y" ? Period::kYear : mark == "1M" ? Period::kMonth : Period::kDay;
-  const std::size_t digits = period == Period::kYear ? 4 : period == Period::kMonth ? 6 : 8;
-  name = base + TextAt(date, 0, digits);
 }
 
 bool CMidTable::CreateMidTable(const TableDefinitions& definitions, const MidTable& table) {
@@ -182,7 +171,10 @@ bool CMidTable::ConvertMidTable(const TableDefinitions& definitions, const MidTa
   // DELIBERATE: never 0, since no kind is both.
   // NOLINTNEXTLINE(bugprone-suspicious-string-compare)
   const int log_on_error = std::strcmp(kind, "F") | std::strcmp(kind, "A");
-  const FilledTemplate filled = FillTemplate(convert, ConversionValues(table));
+  const bool takes_city = GetDBType() && table.period == Period::kYear;
+  const FilledTemplate filled = FillTemplate(
+      convert, ConversionValues(GetDBType(), table.period, m_strDate, m_strMemTable,
+                                takes_city ? CityValue() : std::string()));
   if (filled && GetDBType() && table.period != Period::kDay) {
     g_loger(kUnit, __LINE__, kInfo, "convert sql is <%s>", filled.text.c_str());
   }
@@ -220,27 +212,6 @@ bool CMidTable::RunFallback(const TableDefinitions& definitions, const MidTable&
           outcome.error.c_str());
   CheckMidTable(table.name);
   return false;
-}
-
-std::vector<TemplateValue> CMidTable::ConversionValues(const MidTable& table) {
-  if (!GetDBType()) return {m_strDate, m_strMemTable};
-  const std::string year = TextAt(m_strDate, 0, 4);
-  const std::string month = TextAt(m_strDate, 4, 2);
-  const std::string day = TextAt(m_strDate, 6, 2);
-  switch (table.period) {
-    case Period::kDay:
-      return {m_strDate, m_strMemTable, m_strDate};
-    case Period::kMonth: {
-      std::vector<TemplateValue> values = {year + month, m_strMemTable};
-      values.resize(values.size() + kMostDayNumbers, std::atoi(day.c_str()));
-      return values;
-    }
-    case Period::kYear:
-      break;
-  }
-  const std::string date = "date'" + year + "-" + month + "-" + day + "'";
-  const std::string city = CityValue();
-  return {year, m_strMemTable, date, city, date, city};
 }
 
 std::string CMidTable::CityValue() {
