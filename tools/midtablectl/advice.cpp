@@ -79,6 +79,14 @@ constexpr ServerText kServerTexts[] = {
      "no mem table was made: the kind, the last letter of the table, is not under Mem in the table "
      "definitions",
      "load data infile"},
+    {"gone away",
+     "the connection broke, see the server's error log; the file may be loaded all the same: see "
+     "\"After a crash\" in operations.md before it is tried again",
+     "load data infile"},
+    {"lost connection",
+     "the connection broke, see the server's error log; the file may be loaded all the same: see "
+     "\"After a crash\" in operations.md before it is tried again",
+     "load data infile"},
     {"secure-file-priv",
      "secure_file_priv must be \"\" or a folder above the file; the server says the same when it "
      "does not see the folder at all: midtablectl check tells which"},

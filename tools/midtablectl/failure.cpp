@@ -24,14 +24,27 @@ bool Mentions(const LogEntry& entry, const std::string& text) {
   return !text.empty() && entry.text.find(text) != std::string::npos;
 }
 
-// A line after which something else begins: the end of another file's road, or of a pass.
-bool IsBoundary(const LogEntry& entry) {
+// A line after which something else begins: the end of another file's road, or of a pass; to a load
+// that of a conversion too.
+bool IsBoundary(const LogEntry& entry, bool to_load) {
   if (entry.unit != "Midtable") return entry.unit == "main";
   for (const char* beginning :
        {"load table (", "no file to load", "ret (", "table (", "commit ok!", "current db is"}) {
     if (entry.text.starts_with(beginning)) return true;
   }
+  if (to_load && entry.text.starts_with("convert memtable ")) return true;
   return entry.text.starts_with("convert ") && entry.text.ends_with("ignore it");
+}
+
+// The end of the road of a file that no line could name yet: its database or table was not to be
+// had, or it went in by a statement without its name.
+bool EndsUnnamed(const LogEntry& entry) {
+  if (entry.unit != "Midtable" || !entry.IsError() || Mentions(entry, ".dat")) return false;
+  for (const char* beginning :
+       {"table (", "create db ", "alter db ", "grant db ", "user ", "ret ("}) {
+    if (entry.text.starts_with(beginning)) return true;
+  }
+  return false;
 }
 
 bool IsDroppedLine(const LogEntry& entry) {
@@ -78,7 +91,9 @@ class Moment {
     if (last == log.size()) return {};
     if (LostLines(log[last])) return Dropped(log);
     std::size_t first = last;
-    while (first > 0 && last - first < kMostLines && !IsBoundary(log[first - 1])) --first;
+    while (first > 0 && last - first < kMostLines && !IsBoundary(log[first - 1], !m_loaded)) {
+      --first;
+    }
     std::vector<LogEntry> entries;
     for (std::size_t i = first; i <= last; ++i) {
       // The registry's thread writes in between about other things.
@@ -119,23 +134,19 @@ class Moment {
   }
 
   // The entry that ended the file's road: an error that names it, or the count of its dropped
-  // lines. Where it failed before any line could name it: an error of that moment that names its
+  // lines; else, behind any line that names it, such an end at that moment with the name of its
   // table or database.
   std::size_t LastLoad(const std::vector<LogEntry>& log) const {
     std::size_t named = log.size();
     std::size_t near = log.size();
-    bool seen = false;
     for (std::size_t i = 0; i < log.size(); ++i) {
       if (Mentions(log[i], m_name) && !log[i].text.starts_with("convert ")) {
-        seen = true;
         if (log[i].IsError() || LostLines(log[i])) named = i;
         near = log.size();
       }
       const bool in_time = std::abs(log[i].second - m_second) <= kSecondsAround;
-      if (!in_time || !log[i].IsError()) continue;
-      if (!seen || log[i].text.starts_with("table (")) {
-        if (Mentions(log[i], m_table) || Mentions(log[i], m_database)) near = i;
-      }
+      if (!in_time || !EndsUnnamed(log[i])) continue;
+      if (Mentions(log[i], m_table) || Mentions(log[i], m_database)) near = i;
     }
     if (near < log.size()) return near;
     // The line behind it may sum it up.
@@ -184,7 +195,8 @@ RunLog FindFailure(const std::string& path, std::time_t time) {
     RunLog log = ReadLogOf(day);
     found.found |= log.found;
     if (found.error.empty()) found.error.swap(log.error);
-    if (found.entries.empty()) found.entries = moment.Find(log.entries);
+    found.entries = moment.Find(log.entries);
+    if (!found.entries.empty()) break;
   }
   return found;
 }
