@@ -18,7 +18,6 @@ namespace ctl {
 
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kBlockDigits = 7;
 
 // The content of a regular file; otherwise a finding that says what follows from it.
@@ -46,14 +45,18 @@ bool IsText(std::string_view line) {
                        local_encoding, "utf-8") == 0;
 }
 
+// Whether a user code can stand for numbers of this block.
+bool IsUsable(std::string_view block) {
+  static const std::set<std::string_view> kBeginnings = {"13", "14", "15", "18"};
+  return IsNumber(block) && block.size() == kBlockDigits &&
+         kBeginnings.count(block.substr(0, 2)) != 0;
+}
+
 // One row of localtour.csv, by its first column.
-void CheckBlock(const std::string& path, long number, const std::string& block, std::size_t& blocks,
+void CheckBlock(const std::string& path, long number, const std::string& block,
                 Findings& findings) {
-  const bool digits = IsNumber(block) && block.size() == kBlockDigits;
-  static const std::set<std::string> kBeginnings = {"13", "14", "15", "18"};
-  if (digits && kBeginnings.count(block.substr(0, 2)) != 0) {
-    ++blocks;
-  } else if (digits) {
+  if (IsUsable(block)) return;
+  if (IsNumber(block) && block.size() == kBlockDigits) {
     findings.Warning(path, number, "no user code stands for a number of block " + block,
                      "blocks begin with 13, 14, 15 or 18: correct or remove the row");
   } else if (std::string_view(block).starts_with(kByteOrderMark)) {
@@ -65,6 +68,49 @@ void CheckBlock(const std::string& path, long number, const std::string& block, 
   }
 }
 
+// A column may hold line ends; one whose quote was forgotten holds the rows behind it.
+void CheckQuote(const std::string& path, long number, const std::string& column,
+                Findings& findings) {
+  const std::vector<std::string_view> lines = Lines(column);
+  const auto rows = std::count_if(lines.begin(), lines.end(), [](std::string_view line) {
+    const std::string_view row = Trim(line);
+    return IsUsable(row.substr(0, kBlockDigits)) && !IsNumber(row.substr(0, kBlockDigits + 1));
+  });
+  if (lines.size() < 2 || rows == 0) return;
+  findings.Error(path, number,
+                 "a quote that opens here takes in " +
+                     Count(static_cast<std::size_t>(rows), "row") + ", whose blocks are lost",
+                 "close the quote behind its column");
+}
+
+// The rows as the service reads them; how many blocks they have that can be used.
+std::size_t CheckRows(const std::string& path, const std::vector<std::string_view>& lines,
+                      Findings& findings) {
+  CSVParser rows;
+  rows.init(path);
+  std::size_t blocks = 0;
+  std::size_t passed = 0;  // lines
+  while (rows.has_more_rows() && rows.get_next_row() >= 1) {
+    while (passed < lines.size() && lines[passed].find_first_not_of(" \t") == std::string::npos) {
+      ++passed;
+    }
+    const std::string block = rows.get_column_by_id(0);
+    if (IsUsable(block)) ++blocks;
+    CheckBlock(path, static_cast<long>(passed + 1), block, findings);
+    for (int i = 0; i < rows.get_column_size(); ++i) {
+      const std::string column = rows.get_column_by_id(static_cast<unsigned int>(i));
+      CheckQuote(path, static_cast<long>(passed + 1), column, findings);
+      passed += static_cast<std::size_t>(std::count(column.begin(), column.end(), '\n'));
+    }
+    ++passed;
+  }
+  if (rows.is_cut()) {
+    findings.Error(path, 0, "is read up to a line of more than 256 KiB only",
+                   "mend that line: the blocks behind it are missing");
+  }
+  return blocks;
+}
+
 }  // namespace
 
 void CheckNumberBlocks(const std::string& path, Findings& findings) {
@@ -74,34 +120,18 @@ void CheckNumberBlocks(const std::string& path, Findings& findings) {
                   findings)) {
     return;
   }
-  CSVParser parser;
-  parser.init(path);
-  while (parser.has_more_rows() && parser.get_next_row() >= 1) {
-  }
-  if (parser.is_cut()) {
-    findings.Error(path, 0, "is read up to a line of more than 256 KiB only",
-                   "mend that line: the blocks behind it are missing");
-  }
   if (content.find('\0') != std::string::npos) {
     findings.Error(path, 0, "holds zero bytes: an encoding that is not read",
                    "save it as UTF-8 or GBK");
     return;
   }
-  std::size_t blocks = 0;
-  long number = 0;
-  for (const std::string_view line : Lines(content)) {
-    ++number;
-    if (line.find_first_not_of(" \t") == std::string_view::npos) continue;
-    CSVParser row;
-    std::string block;
-    row << std::string(line);
-    row >> block;
-    CheckBlock(path, number, block, blocks, findings);
-    if (!IsText(line)) {
-      findings.Warning(path, number, "is neither UTF-8 nor GBK", "save the file as UTF-8 or GBK");
-    }
+  const std::vector<std::string_view> lines = Lines(content);
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (IsText(lines[i])) continue;
+    findings.Warning(path, static_cast<long>(i + 1), "is neither UTF-8 nor GBK",
+                     "save the file as UTF-8 or GBK");
   }
-  if (blocks == 0) {
+  if (CheckRows(path, lines, findings) == 0) {
     findings.Error(path, 0, "has no usable number block: every user counts as a visitor",
                    "put one local number block of seven digits into each row");
   }
@@ -144,6 +174,11 @@ void CheckDeviceStates(const std::string& path, const Spool& spool, bool oracle,
                        "name sections like the spool's folders, 8 hexadecimal digits; remove those "
                        "of devices that are gone");
     }
+  }
+  for (const DatabaseFolder& folder : spool.folders) {
+    if (!oracle || lines.count(folder.id) != 0) continue;
+    findings.Error(path, 0, "has no section " + folder.id + ": its rows get the city value 0",
+                   "add the section, with its city");
   }
   if (ini.GetSections().empty()) {
     findings.Add(oracle, path, 0, "has no section", "write one section a device, with its city");

@@ -43,6 +43,7 @@ class Findings {
 };
 
 // Small helpers of all commands.
+inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 std::string Lower(std::string_view text);
 bool IsNumber(std::string_view text);  // digits only, at least one
 // The lines of a text without their ends; a CR before the LF goes too.
