@@ -10,8 +10,9 @@
 #
 # Then what a waiting or finished backlog costs, and idle passes.
 #
-#   bench/performance.sh PROGRAM [OPTION VALUE]...      PROGRAM is the built midtable
+#   bench/performance.sh PROGRAM [--publish] [OPTION VALUE]...      PROGRAM is the built midtable
 #
+#   --publish                      puts table and picture into docs/, as well; no other option then
 #   --rounds 3                     of every comparison; medians are shown
 #   --large "200 5000"             files and rows a file of the first work
 #   --small "2000 100"             and of the second
@@ -20,19 +21,24 @@
 #   --drained 1000
 #   --idle 20                      seconds
 #
-# Prints a table and draws it (build/performance/). A run with no options puts both into docs/, too.
-# Exit status 1 when a goal is missed.
+# Prints a table and draws it (build/performance/). Exit status 1 when a goal is missed.
 set -euo pipefail
 export LC_ALL=C TZ=UTC
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 results=build/performance
 
 if [ "${1:-}" != --inside ]; then
+  program=$(realpath "$1")
+  shift
+  publish=0
+  if [ "$*" = --publish ]; then publish=1; shift; fi
   mkdir -p "$results"
+  rm -f "$results"/{table.txt,performance.png}
   status=0
-  tools/sandbox bash bench/performance.sh --inside "$(realpath "$1")" "${@:2}" |
-    tee "$results/table.txt" || status=1
-  if [ $# = 1 ]; then
+  tools/sandbox bash bench/performance.sh --inside "$program" "$@" | tee "$results/table.txt" ||
+    status=1
+  # Drawn last: without the picture the run broke off.
+  if [ $publish = 1 ] && [ -e "$results/performance.png" ]; then
     cp "$results/performance.png" docs/
     sed -i -e "/^<!-- table -->/,/^<!-- end -->/{//!d}" docs/performance.md
     sed -i -e "/^<!-- table -->/r "<(printf '\n'; sed 's/^\(.\)/    \1/' "$results/table.txt"; printf '\n') docs/performance.md

@@ -5,6 +5,7 @@
 #   run      its folder below build/
 # shellcheck shell=bash disable=SC2154
 set -euo pipefail
+cd "$project"  # the sandbox may hide the folder that one comes from
 
 build=$project/build/demo
 lock=$project/build/demo-run.lock
