@@ -1,6 +1,5 @@
 #include "midtable/spool_folder.h"
 
-#include <dirent.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -46,6 +45,8 @@ bool IsGone(const std::string& path) {
 }
 
 }  // namespace
+
+int my_select(const dirent* entry) { return std::strstr(entry->d_name, "dat") != nullptr ? 1 : 0; }
 
 const SpoolSystem& SpoolSystem::Real() {
   static const SpoolSystem system;
@@ -120,7 +121,7 @@ int SpoolFolder::Read() {
       stamped && m_stamp.changed + kCoarsestStep < begin && m_system.IsLocal(dirfd(dir.get()));
   errno = 0;
   while (const dirent* entry = readdir(dir.get())) {
-    Add(entry->d_name);
+    if (my_select(entry) != 0) Add(entry->d_name);
     errno = 0;
   }
   if (const int error = errno) return error;
@@ -131,8 +132,7 @@ int SpoolFolder::Read() {
 }
 
 void SpoolFolder::Add(const char* name) {
-  // Most names of an old folder end here.
-  if (std::strstr(name, ".dat") == nullptr || !IsMemFileName(name)) return;
+  if (!IsMemFileName(name)) return;
   const std::size_t size = std::strlen(name) + 1;
   char* const copy = static_cast<char*>(m_memory.allocate(size, 1));
   std::memcpy(copy, name, size);

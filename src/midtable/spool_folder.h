@@ -12,6 +12,7 @@
 // next reading.
 #pragma once
 
+#include <dirent.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -20,6 +21,10 @@
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+// Not 0 for a folder entry that may be a mem file that waits: its name holds "dat" somewhere. Most
+// entries of an old folder are ".mid" files, and this is all that they cost.
+int my_select(const dirent* entry);
 
 // What tells one state of a folder from another.
 struct FolderStamp {
