@@ -172,9 +172,9 @@ bool CMidTable::ConvertMidTable(const TableDefinitions& definitions, const MidTa
   // NOLINTNEXTLINE(bugprone-suspicious-string-compare)
   const int log_on_error = std::strcmp(kind, "F") | std::strcmp(kind, "A");
   const bool takes_city = GetDBType() && table.period == Period::kYear;
-  const FilledTemplate filled = FillTemplate(
-      convert, ConversionValues(GetDBType(), table.period, m_strDate, m_strMemTable,
-                                takes_city ? CityValue() : std::string()));
+  const FilledTemplate filled =
+      FillTemplate(convert, ConversionValues(GetDBType(), table.period, m_strDate, m_strMemTable,
+                                             takes_city ? CityValue() : std::string()));
   if (filled && GetDBType() && table.period != Period::kDay) {
     g_loger(kUnit, __LINE__, kInfo, "convert sql is <%s>", filled.text.c_str());
   }

@@ -9,8 +9,9 @@
 #include <vector>
 
 #include "config/dbinfo.h"
-#include "db/SqlBase.h"
+#include "midtable/mid_table.h"
 #include "midtablectl/findings.h"
+#include "midtablectl/server.h"
 #include "midtablectl/spool_scan.h"
 
 namespace ctl {
@@ -31,8 +32,6 @@ std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findin
 
 // --- definitions and loader templates (check_definitions.cpp)
 
-enum class Period { kDay, kMonth, kYear };
-
 struct MemDefinition {
   std::string kind;
   std::string create;  // filled for SampleMemTable(kind); empty when it cannot be
@@ -43,12 +42,12 @@ struct MidDefinition {
   std::string kind;
   std::string name;  // without its date
   Period period;
+  bool has_table;       // false: its Convert works on the mem table alone
   std::string create;   // filled, for a sample date; empty when there is none or it is faulty
   std::string convert;  // the same
   long line;
 
-  // With the digits of a date, YYYYMMDD, that its period takes.
-  std::string NameAt(const std::string& date) const;
+  std::string NameAt(const std::string& date) const { return MidTableName(name, date); }
 };
 
 struct DefinitionSet {
@@ -89,28 +88,7 @@ void CheckRunLogFolder(Findings& findings);
 
 // --- the server (check_server.cpp, rehearsal.cpp, check_load.cpp)
 
-// A connected back end that answers in tables; made by CheckServer for the steps after it.
-class Server {
- public:
-  Server(CSqlBase& sql, std::string user) : m_sql(sql), m_user(std::move(user)) {}
-
-  // Runs a statement: the server's own words, without the statement; empty when it succeeded.
-  std::string Run(const std::string& statement);
-  std::vector<SqlRecord> Rows(const std::string& query);
-  // The first value of the first row; empty when there is none.
-  std::string Value(const std::string& query);
-  std::string Variable(const std::string& name) { return Value("select @@global." + name); }
-  const std::string& user() const { return m_user; }  // as in "grant ... to"
-
- private:
-  CSqlBase& m_sql;
-  std::string m_user;
-};
-
 std::string Today();  // YYYYMMDD
-
-// What the server said, after the library's own beginning.
-std::string ServerWords(const std::string& error);
 
 void CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
                  Findings& findings);

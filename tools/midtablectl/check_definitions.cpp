@@ -17,15 +17,9 @@ namespace ctl {
 
 namespace {
 
-constexpr std::size_t kPeriodPosition = 6;
 constexpr std::size_t kLongestIdentifier = 64;
 
 using Values = std::vector<TemplateValue>;
-
-Period PeriodOf(const std::string& name) {
-  const std::string mark = TextAt(name, kPeriodPosition, 2);
-  return mark == "1Y" ? Period::kYear : mark == "1M" ? Period::kMonth : Period::kDay;
-}
 
 bool Contains(const std::string& text, const std::string& part) {
   return Lower(text).find(Lower(part)) != std::string::npos;
@@ -208,9 +202,11 @@ class DefinitionChecker {
     const CXmlNode name_node = Need(entry, "Name");
     if (!name_node) return;
     const std::string name = name_node.getContent();
-    CheckMidName(name, name_node.line());
-    MidDefinition mid{kind, name, PeriodOf(name), {}, {}, entry.line()};
+    if (!CheckMidName(name, name_node.line())) return;
+    MidDefinition mid{kind, name, PeriodOf(name), true, {}, {}, entry.line()};
+    const std::string table = SampleMemTable(kind);
     const std::string full = mid.NameAt(kSampleDate);
+    const Values values = ConversionValues(m_oracle, mid.period, kSampleDate, table, "1");
     if (mid.period != Period::kYear) {
       if (const CXmlNode create = Need(entry, "Create")) {
         mid.create = Fill(create, {full}, {full});
@@ -218,13 +214,16 @@ class DefinitionChecker {
       }
     }
     if (const CXmlNode convert = Need(entry, m_oracle ? "ConvertOracle" : "Convert")) {
-      mid.convert = Fill(convert, ConvertValues(mid), {SampleMemTable(kind), full});
+      // A year table is not made by the service, so a statement may go without one.
+      mid.has_table = mid.period != Period::kYear || Contains(convert.getContent(), name);
+      mid.convert =
+          mid.has_table ? Fill(convert, values, {table, full}) : Fill(convert, values, {table});
       CheckConvert(mid, convert.line());
     }
     const bool has_fallback = kind == "F" || kind == "A";
     if (!m_oracle && has_fallback && mid.period != Period::kYear) {
       if (const CXmlNode fallback = Child(entry, "Convert1")) {
-        Fill(fallback, ConvertValues(mid), {SampleMemTable(kind), full});
+        Fill(fallback, values, {table, full});
       } else {
         Warn(entry.line(), "no Convert1, which kinds F and A fall back to when Convert fails",
              "add one; it may be a copy of Convert");
@@ -233,18 +232,20 @@ class DefinitionChecker {
     m_set.mid.push_back(std::move(mid));
   }
 
-  void CheckMidName(const std::string& name, long line) {
+  // Whether it can be the name of a table.
+  bool CheckMidName(const std::string& name, long line) {
     if (name.empty() || !IsSafeIdentifier(name) || name.size() + 8 > kLongestIdentifier) {
       Report(line, "Name \"" + name + "\" is no name of a table",
              "letters, digits and underscores alone, no blanks or line feeds around them");
-      return;
+      return false;
     }
-    const std::string mark = TextAt(name, kPeriodPosition, 2);
-    if (mark == "1D" || mark == "1M" || mark == "1Y") return;
+    const std::string mark = PeriodMark(name);
+    if (mark == "1D" || mark == "1M" || mark == "1Y") return true;
     Warn(line,
          "Name \"" + name + "\" counts as a day table: its 7th and 8th character are \"" + mark +
              "\"",
          "put 1D, 1M or 1Y there, as in T_FLOW1M_");
+    return true;
   }
 
   void CheckMidCreate(const MidDefinition& mid, long line) {
@@ -272,20 +273,6 @@ class DefinitionChecker {
              "\"" + verb + "\" ends the transaction: rows would be counted twice on a failure",
              "fill the table with insert or update alone");
     }
-  }
-
-  Values ConvertValues(const MidDefinition& mid) const {
-    const std::string date = kSampleDate;
-    const std::string table = SampleMemTable(mid.kind);
-    if (!m_oracle) return {date, table};
-    if (mid.period == Period::kDay) return {date, table, date};
-    if (mid.period == Period::kMonth) {
-      Values values = {date.substr(0, 6), table};
-      values.resize(values.size() + 8, 31);
-      return values;
-    }
-    const std::string literal = "date'2000-12-31'";
-    return {date.substr(0, 4), table, literal, "1", literal, "1"};
   }
 
   void CheckSequence() {
@@ -328,10 +315,6 @@ struct TemplateKind {
 
 std::string SampleMemTable(const std::string& kind) {
   return std::string("MEM_") + kSampleDate + "_0000" + kind;
-}
-
-std::string MidDefinition::NameAt(const std::string& date) const {
-  return name + date.substr(0, period == Period::kYear ? 4 : period == Period::kMonth ? 6 : 8);
 }
 
 std::set<std::string> DefinitionSet::MemKinds() const {

@@ -47,12 +47,13 @@ void CheckConfiguration(Server& server, Findings& findings) {
 void CheckMonthDatabase(Server& server, const DefinitionSet& definitions, Findings& findings) {
   for (const MidDefinition& mid : definitions.mid) {
     if (mid.period != Period::kMonth) continue;
-    const std::string words = server.Run("show tables from WLAN_TUNE like 'x'");
+    const std::string name = kMonthTableDatabase;
+    const std::string words = server.Run("show tables from " + name + " like 'x'");
     if (words.empty()) return;
     findings.Error(kWhere, 0,
-                   "WLAN_TUNE cannot be looked at (" + words +
+                   name + " cannot be looked at (" + words +
                        "): an error line with every conversion of a month table",
-                   "create database WLAN_TUNE; it stays empty");
+                   "create database " + name + "; it stays empty");
     return;
   }
 }
@@ -75,7 +76,7 @@ void CheckYearTables(Server& server, const Spool& spool, const DefinitionSet& de
   for (const DatabaseFolder& folder : spool.folders) {
     if (folder.error != 0) continue;
     for (const MidDefinition& mid : definitions.mid) {
-      if (mid.period != Period::kYear) continue;
+      if (mid.period != Period::kYear || !mid.has_table) continue;
       for (const std::string& year : YearsOf(folder, mid.kind)) {
         const std::string table = mid.NameAt(year);
         if (Has(server, folder.Database(), table)) continue;
@@ -146,31 +147,6 @@ std::string Today() {
   return Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
 }
 
-std::string ServerWords(const std::string& error) {
-  constexpr std::string_view kMark = "error:";
-  const std::size_t at = error.rfind(kMark);
-  return at == std::string::npos ? error : error.substr(at + kMark.size());
-}
-
-std::string Server::Run(const std::string& statement) {
-  std::vector<SqlRecord> rows;
-  const bool query = statement.starts_with("select") || statement.starts_with("show");
-  const int result = query ? m_sql.fetchRecordSet(statement.c_str(), rows)
-                           : m_sql.executeSQL(statement.c_str(), 0);
-  return result == 0 ? std::string() : ServerWords(m_sql.getLastError());
-}
-
-std::vector<SqlRecord> Server::Rows(const std::string& query) {
-  std::vector<SqlRecord> rows;
-  m_sql.fetchRecordSet(query.c_str(), rows);
-  return rows;
-}
-
-std::string Server::Value(const std::string& query) {
-  const std::vector<SqlRecord> rows = Rows(query);
-  return rows.empty() || rows[0].empty() ? std::string() : rows[0].begin()->second;
-}
-
 ScratchDatabase::ScratchDatabase(Server& server) : m_server(server) {
   // One that a run left behind that was ended half-way is nobody else's.
   m_server.Run(std::string("drop database if exists ") + kName);
@@ -186,7 +162,7 @@ void CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet&
                  Findings& findings) {
   const std::unique_ptr<CSqlBase> sql = CreateSqlBase(auth);
   if (!Connect(*sql, auth, findings).empty() || IsOracle(auth)) return;
-  std::string user = Server(*sql, "").Value("select current_user()");
+  std::string user = Server(*sql).Value("select current_user()");
   const std::size_t at = user.find('@');
   if (at != std::string::npos) user = user.substr(0, at) + "@'" + user.substr(at + 1) + "'";
   Server server(*sql, user);

@@ -115,20 +115,21 @@ class Rehearsal {
   }
 
   void Convert(const MidDefinition& mid) {
-    if (mid.convert.empty()) return;
-    const std::string table = mid.NameAt(kSampleDate);
-    if (mid.period == Period::kYear) {
-      // The operator's own table is the model; without one there is nothing to try.
-      const std::string model = m_server.Value(
-          "select concat('`', table_schema, '`.`', table_name, '`') from information_schema.tables "
-          "where table_schema like 'WLAN\\\\_%' and table_name like '" +
-          mid.name + "____' order by table_name desc limit 1");
-      if (model.empty() || !m_server.Run("create table " + table + " like " + model).empty())
-        return;
-    } else if (mid.create.empty() || !Try(mid.create, mid.line, "Create of " + mid.name)) {
-      return;
-    }
+    if (mid.convert.empty() || (mid.has_table && !MakeTable(mid))) return;
     if (Has(SampleMemTable(mid.kind))) Try(mid.convert, mid.line, "Convert of " + mid.name);
+  }
+
+  bool MakeTable(const MidDefinition& mid) {
+    if (mid.period != Period::kYear) {
+      return !mid.create.empty() && Try(mid.create, mid.line, "Create of " + mid.name);
+    }
+    // The operator's own table is the model; without one there is nothing to try.
+    const std::string model = m_server.Value(
+        "select concat('`', table_schema, '`.`', table_name, '`') from information_schema.tables "
+        "where table_schema like 'WLAN\\\\_%' and table_name like '" +
+        mid.name + "____' order by table_name desc limit 1");
+    return !model.empty() &&
+           m_server.Run("create table " + mid.NameAt(kSampleDate) + " like " + model).empty();
   }
 
   // A table in use that was made before its Create was edited: no Create changes it.

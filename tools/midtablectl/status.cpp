@@ -14,7 +14,8 @@
 
 #include "db/SqlFactory.h"
 #include "log/zux_center_log.h"
-#include "midtablectl/check.h"
+#include "midtablectl/findings.h"
+#include "midtablectl/server.h"
 #include "support/file.h"
 #include "support/paths.h"
 
@@ -158,7 +159,7 @@ void Observer::LookAtMemTables(SystemStatus& status) {
     status.server_error = ServerWords(m_sql->getLastError());
     return;
   }
-  Server server(*m_sql, "");
+  Server server(*m_sql);
   std::map<std::string, std::uint64_t> rows;
   for (SqlRecord& table :
        server.Rows("select table_schema as d, table_name as t from information_schema.tables where "

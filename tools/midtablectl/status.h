@@ -23,7 +23,7 @@ struct DatabaseStatus {
   std::int64_t oldest_seconds = 0;  // age of the oldest file that waits
   std::uint64_t loaded = 0;
   std::uint64_t failed = 0;  // .err, those kept beside a loaded file left out
-  std::uint64_t kept = 0;    // the latter, and failures set aside
+  std::uint64_t kept = 0;    // the latter, .orig, and those set aside
   // Of the last minute, from the times at which files got their .mid name.
   double files_per_second = 0;
   double rows_per_second = 0;

@@ -1,0 +1,30 @@
+#include "midtablectl/server.h"
+
+namespace ctl {
+
+std::string ServerWords(const std::string& error) {
+  constexpr std::string_view kMark = "error:";
+  const std::size_t at = error.rfind(kMark);
+  return at == std::string::npos ? error : error.substr(at + kMark.size());
+}
+
+std::string Server::Run(const std::string& statement) {
+  std::vector<SqlRecord> rows;
+  const bool query = statement.starts_with("select") || statement.starts_with("show");
+  const int result = query ? m_sql.fetchRecordSet(statement.c_str(), rows)
+                           : m_sql.executeSQL(statement.c_str(), 0);
+  return result == 0 ? std::string() : ServerWords(m_sql.getLastError());
+}
+
+std::vector<SqlRecord> Server::Rows(const std::string& query) {
+  std::vector<SqlRecord> rows;
+  m_sql.fetchRecordSet(query.c_str(), rows);
+  return rows;
+}
+
+std::string Server::Value(const std::string& query) {
+  const std::vector<SqlRecord> rows = Rows(query);
+  return rows.empty() || rows[0].empty() ? std::string() : rows[0].begin()->second;
+}
+
+}  // namespace ctl
