@@ -46,7 +46,10 @@ Status Check(const CheckOptions& options, Console& console) {
   CheckDeviceStates(paths::kDeviceStates, spool, oracle, findings);
   CheckSpool(spool, definitions, oracle, findings);
   CheckRunLogFolder(findings);
-  if (!options.offline && auth) CheckServer(*auth, spool, definitions, findings);
+  if (!options.offline && auth && !CheckServer(*auth, spool, definitions, findings)) {
+    console.err << "another check is at work on this server: run this one when it is done\n";
+    return Status::kCouldNotLook;
+  }
   return Blinded(findings.Print(console, options.errors_only),
                  {settings, definitions.path, paths::kLoaderTemplates, paths::kLocalNumberBlocks,
                   paths::kDeviceStates, paths::kSpool},

@@ -29,6 +29,8 @@ Status Check(const CheckOptions& options, Console& console);
 
 // The settings as the service reads them; nothing when it would refuse the file.
 std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findings);
+// Whether a port is needed and there is none: a local socket has no use for one.
+bool LacksPort(const MYSQLAUTH& auth);
 
 // --- definitions and loader templates (check_definitions.cpp)
 
@@ -63,6 +65,14 @@ inline constexpr char kSampleDate[] = "20001231";
 std::string SampleMemTable(const std::string& kind);
 // Engine named by a create statement, in small letters; empty when it names none.
 std::string EngineOf(const std::string& create);
+// Whether it speaks of a key, by words: a column user_key is none.
+bool NamesKey(const std::string& create);
+// Whether a conversion adds to rows that are there already, which needs a key.
+bool AddsUp(const std::string& convert);
+inline constexpr char kMemWithoutKey[] = " has no key: a row that is delivered twice counts twice";
+inline constexpr char kMidWithoutKey[] =
+    " has no key, although its Convert says \"on duplicate key\": nothing is added up";
+inline constexpr char kGiveKey[] = "give it a primary key";
 
 // Reads the file and adds what is wrong with it: errors when `in_use`, else warnings. What could be
 // read is in the result, so that later steps go on with it.
@@ -90,10 +100,12 @@ void CheckRunLogFolder(Findings& findings);
 
 std::string Today();  // YYYYMMDD
 
-void CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
+// False when another run is at it, whose database this one would drop.
+bool CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
                  Findings& findings);
 
-// A database for tries, made and dropped again.
+// A database for tries, made and dropped again, with an empty table "probe" to which was done what
+// a conversion does to a mem table.
 class ScratchDatabase {
  public:
   static constexpr char kName[] = "WLAN_midtablectl";

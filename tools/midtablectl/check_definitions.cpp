@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <map>
+#include <regex>
 
 #include "config/XmlStream.h"
 #include "log/zux_center_log.h"
@@ -56,7 +57,8 @@ class DefinitionChecker {
     if (!m_xml.parseFile(m_set.path)) {
       const auto [line, reason] = SplitLine(m_xml.getError());
       Report(line, "cannot be used: " + reason + (m_in_use ? "; every mem file fails" : ""),
-             "mend it; the sample vqlog.xml shows a file that works");
+             m_oracle ? "copy the sample oracle/oracle_vqlog.xml there, or mend it by that"
+                      : "copy the sample vqlog.xml there, or mend it by that");
       return;
     }
     m_set.readable = true;
@@ -179,10 +181,8 @@ class DefinitionChecker {
              "engine " + engine + " keeps half of a load that failed, and rows that it altered",
              "write engine = InnoDB");
     }
-    if (!Contains(statement, "key") && !Contains(statement, "unique")) {
-      Warn(create.line(), "mem table without a key: a row that is delivered twice counts twice",
-           "give it a primary key");
-    }
+    if (!NamesKey(statement))
+      Warn(create.line(), std::string("mem table") + kMemWithoutKey, kGiveKey);
   }
 
   void CheckKind(CXmlNode kind) {
@@ -273,6 +273,9 @@ class DefinitionChecker {
              "\"" + verb + "\" ends the transaction: rows would be counted twice on a failure",
              "fill the table with insert or update alone");
     }
+    if (!m_oracle && !mid.create.empty() && !NamesKey(mid.create) && AddsUp(mid.convert)) {
+      Report(line, mid.name + kMidWithoutKey, kGiveKey);
+    }
   }
 
   void CheckSequence() {
@@ -331,6 +334,16 @@ std::string EngineOf(const std::string& create) {
   if (at == std::string::npos) return {};
   const std::size_t end = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz_0123456789", at);
   return text.substr(at, end == std::string::npos ? end : end - at);
+}
+
+bool NamesKey(const std::string& create) {
+  static const std::regex kKey(R"(\b(key|unique)\b)", std::regex::icase);
+  return std::regex_search(create, kKey);
+}
+
+bool AddsUp(const std::string& convert) {
+  static const std::regex kAddsUp(R"(\bon\s+duplicate\s+key\b)", std::regex::icase);
+  return std::regex_search(convert, kAddsUp);
 }
 
 DefinitionSet CheckDefinitions(const std::string& path, bool oracle, bool in_use,

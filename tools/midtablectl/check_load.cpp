@@ -1,6 +1,7 @@
 // A one-line file loaded from each folder of the spool, by the statement that the service uses, and
 // the real reason when that fails: the server blames secure_file_priv for a folder that is missing,
-// says "not found" for a wrong mode, and "access denied" for a missing privilege FILE.
+// says "not found" for a wrong mode, and "access denied" for a missing privilege FILE. What the
+// conversion of a loaded table needs is tried before.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -68,7 +69,8 @@ class Prober {
     m_identity = ServerIdentity(server, m_is_here);
   }
 
-  void Probe(const std::string& folder) {
+  // False when the folders after this one would fail for the same reason.
+  bool Probe(const std::string& folder) {
     const ProbeFile probe(folder);
     if (probe.error() != 0) {
       m_findings.Warning(folder, 0,
@@ -77,46 +79,36 @@ class Prober {
                          probe.error() == EACCES || probe.error() == EPERM
                              ? "run check as the service's user or as root"
                              : "mend that first: the service cannot work there either");
-      return;
+      return true;
     }
-    const std::string table = std::string(ScratchDatabase::kName) + ".probe";
-    const std::string words =
-        m_server.Run("load data infile \"" + probe.path() + "\" ignore into table " + table);
-    if (words.empty() && m_server.Value("select count(*) from " + table) == "1") {
-      TryRest(table);
-    } else {
-      Explain(folder, probe.path(), words.empty() ? "no row arrived" : words);
+    std::string words =
+        m_server.Run("load data infile \"" + probe.path() + "\" ignore into table probe");
+    if (words.empty() && m_server.Value("select count(*) from probe") != "1") {
+      words = "no row arrived";
     }
-  }
-
-  bool MakeTable() {
-    return Step("create table probe (n int primary key) engine = InnoDB", "CREATE");
+    if (!words.empty()) {
+      if (ExplainForAll(words)) return false;
+      Explain(folder, probe.path(), words);
+    }
+    return m_server.Run("truncate table probe").empty();
   }
 
  private:
-  bool Step(const std::string& statement, const std::string& privilege) {
-    const std::string words = m_server.Run(statement);
-    if (words.empty()) return true;
+  // Reasons that no folder has a part in; false when it is none of them.
+  bool ExplainForAll(const std::string& words) {
+    const bool denied = words.find("Access denied") != std::string::npos;
+    if (!denied && words.find("SQL syntax") == std::string::npos) return false;
     m_findings.Error(
-        "server", 0, "this user lacks " + privilege + " (" + words + ")",
-        "grant select, insert, update, create, drop on `WLAN\\_%`.* to " + m_server.user());
-    return false;
-  }
-
-  // What a conversion needs beyond the load.
-  void TryRest(const std::string& table) {
-    Step("insert into " + table + " select n from " + table + " on duplicate key update n = 2",
-         "SELECT, INSERT or UPDATE");
-    Step("truncate table " + table, "DROP, which emptying a mem table needs");
+        "server", 0,
+        std::string("no load: ") +
+            (denied ? "this user lacks the privilege FILE" : "it is not understood") +
+            "; the server's words: " + words,
+        denied ? "grant file on *.* to " + m_server.user() : "take ANSI_QUOTES out of sql_mode");
+    return true;
   }
 
   void Explain(const std::string& folder, const std::string& path, const std::string& words) {
     const std::string said = "; the server's words: " + words;
-    if (words.find("Access denied") != std::string::npos) {
-      m_findings.Error(folder, 0, "no load: this user lacks the privilege FILE" + said,
-                       "grant file on *.* to " + m_server.user());
-      return;
-    }
     const std::string obstacle = Obstacle(path, m_identity);
     if (!obstacle.empty()) {
       m_findings.Error(folder, 0, "no load: " + obstacle + said,
@@ -124,13 +116,9 @@ class Prober {
                        "user into its group");
       return;
     }
-    const std::string allowed = m_server.Variable("secure_file_priv");
-    if (allowed == "NULL") {
-      m_findings.Error(folder, 0, "no load: secure_file_priv is NULL, which forbids all" + said,
-                       "set secure_file_priv in the server's configuration to \"\" or to " +
-                           std::string(paths::kSpool) + ", restart the server");
-    } else if (!allowed.empty() && !path.starts_with(allowed)) {
-      m_findings.Error(folder, 0, "no load: secure_file_priv allows " + allowed + " alone" + said,
+    const std::string allowed = AllowedFolder();
+    if (!path.starts_with(allowed)) {
+      m_findings.Error(folder, 0, "no load: secure_file_priv is " + allowed + said,
                        "set secure_file_priv in the server's configuration to \"\" or to " +
                            std::string(paths::kSpool) + ", restart the server");
     } else if (!m_is_here) {
@@ -148,6 +136,14 @@ class Prober {
     }
   }
 
+  // The folder that secure_file_priv names; NULL where that forbids all, empty where it allows all.
+  std::string AllowedFolder() {
+    const std::string allowed = m_server.Variable("secure_file_priv");
+    // MariaDB shows one that is not set as NULL.
+    const bool is_mariadb = m_server.Variable("version").find("MariaDB") != std::string::npos;
+    return is_mariadb && allowed == "NULL" ? std::string() : allowed;
+  }
+
   Server& m_server;
   Findings& m_findings;
   bool m_is_here = false;
@@ -158,9 +154,8 @@ class Prober {
 
 void ProbeLoads(Server& server, const Spool& spool, Findings& findings) {
   Prober prober(server, findings);
-  if (!prober.MakeTable()) return;
   for (const DatabaseFolder& folder : spool.folders) {
-    if (folder.error == 0) prober.Probe(folder.Path());
+    if (folder.error == 0 && !prober.Probe(folder.Path())) return;
   }
   if (spool.folders.empty() && spool.error == 0) prober.Probe(paths::kSpool);
 }

@@ -94,7 +94,7 @@ void CheckYearTables(Server& server, const Spool& spool, const DefinitionSet& de
   }
 }
 
-void CheckModes(Server& server, const DefinitionSet& definitions, Findings& findings) {
+void CheckModes(Server& server, Findings& findings) {
   const std::string mode = server.Variable("sql_mode");
   if (mode.find("STRICT_") == std::string::npos) {
     findings.Warning(kWhere, 0,
@@ -106,15 +106,6 @@ void CheckModes(Server& server, const DefinitionSet& definitions, Findings& find
   if (mode.find("ANSI_QUOTES") != std::string::npos) {
     findings.Error(kWhere, 0, "sql_mode has ANSI_QUOTES: every load statement fails",
                    "take ANSI_QUOTES out of sql_mode");
-  }
-  const std::string engine = server.Variable("default_storage_engine");
-  if (Lower(engine) == "innodb") return;
-  for (const MemDefinition& mem : definitions.mem) {
-    if (mem.create.empty() || !EngineOf(mem.create).empty()) continue;
-    findings.Error(definitions.path, mem.line,
-                   "no engine given, and the server's is " + engine +
-                       ", which keeps half of a load that failed",
-                   "write engine = InnoDB");
   }
 }
 
@@ -128,7 +119,12 @@ std::string Connect(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings) {
     advice = "see oracle.md: package midtable-oracle, driver and data source in odbc.ini, password";
   } else {
     login += " at " + auth.host + " port " + std::to_string(auth.port);
-    if (words.starts_with("Access denied")) {
+    constexpr std::string_view kDenied = "Access denied for user ";
+    const std::size_t database = words.find(" to database ");
+    if (words.starts_with(kDenied) && database != std::string::npos) {
+      const std::string user = words.substr(kDenied.size(), database - kDenied.size());
+      advice = "grant select on " + auth.dbname + ".* to " + user;
+    } else if (words.starts_with(kDenied)) {
       advice = "mend user and password of the settings, or make that user on the server";
     } else if (advice.empty()) {
       advice = "mend host, port, user, password and dbname0 of the settings";
@@ -148,41 +144,57 @@ std::string Today() {
 }
 
 ScratchDatabase::ScratchDatabase(Server& server) : m_server(server) {
-  // One that a run left behind that was ended half-way is nobody else's.
-  m_server.Run(std::string("drop database if exists ") + kName);
-  m_error = m_server.Run(std::string("create database ") + kName);
-  if (m_error.empty()) m_error = m_server.Run(std::string("use ") + kName);
+  const std::string name = kName;
+  // One that a run left behind that was ended half-way is nobody else's. Who may not drop it makes
+  // none.
+  for (const std::string& step :
+       {"drop database if exists " + name, "create database " + name, "use " + name,
+        std::string("create table probe (n int primary key) engine = InnoDB"),
+        std::string("insert into probe values (1)"),
+        std::string("insert into probe select n from probe on duplicate key update n = 2"),
+        std::string("truncate table probe")}) {
+    const std::string words = m_server.Run(step);
+    if (words.empty()) continue;
+    m_error = "\"" + step + "\" fails: " + words;
+    return;
+  }
 }
 
 ScratchDatabase::~ScratchDatabase() {
   m_server.Run(std::string("drop database if exists ") + kName);
 }
 
-void CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
+bool CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
                  Findings& findings) {
+  if (LacksPort(auth)) return true;
   const std::unique_ptr<CSqlBase> sql = CreateSqlBase(auth);
-  if (!Connect(*sql, auth, findings).empty() || IsOracle(auth)) return;
+  if (!Connect(*sql, auth, findings).empty() || IsOracle(auth)) return true;
   std::string user = Server(*sql).Value("select current_user()");
   const std::size_t at = user.find('@');
   if (at != std::string::npos) user = user.substr(0, at) + "@'" + user.substr(at + 1) + "'";
   Server server(*sql, user);
-  CheckModes(server, definitions, findings);
+  // Held until the connection ends: two runs would drop each other's database.
+  if (server.Value("select get_lock('midtablectl', 0)") == "0") return false;
+  CheckModes(server, findings);
   CheckConfiguration(server, findings);
   {
     const ScratchDatabase scratch(server);
-    if (!scratch.error().empty()) {
-      findings.Error(
-          kWhere, 0,
-          "no database can be created (" + scratch.error() +
-              "): files of a new device fail, and nothing more can be tried here",
-          "grant select, insert, update, create, drop on `WLAN\\_%`.* to " + server.user());
-      return;
+    if (scratch.error().empty()) {
+      RehearseDefinitions(server, definitions, findings);
+      ProbeLoads(server, spool, findings);
+    } else {
+      const bool denied = scratch.error().find("denied") != std::string::npos;
+      const std::string advice = ServerAdvice(scratch.error());
+      findings.Error(kWhere, 0, scratch.error() + "; definitions and loads were not tried",
+                     denied
+                         ? "grant select, insert, update, create, drop on `WLAN\\_%`.* to " + user
+                     : advice.empty() ? "see the server's error log"
+                                      : advice);
     }
-    RehearseDefinitions(server, definitions, findings);
-    ProbeLoads(server, spool, findings);
   }
   CheckMonthDatabase(server, definitions, findings);
   CheckYearTables(server, spool, definitions, findings);
+  return true;
 }
 
 }  // namespace ctl

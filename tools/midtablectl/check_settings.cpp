@@ -2,10 +2,14 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <numeric>
+#include <utility>
 
+#include "midtable/mem_file_name.h"
 #include "midtablectl/check.h"
 #include "support/trim.h"
 
@@ -15,6 +19,21 @@ namespace {
 
 const std::set<std::string> kKeys = {"host",   "port",         "user",     "password", "dbname0",
                                      "dbtype", "set_password", "filepath", "dbcount"};
+
+// How many letters to put in, take out or replace make one text the other.
+std::size_t Distance(const std::string& a, const std::string& b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), 0U);
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t j = 0; j < b.size(); ++j) {
+      const std::size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
+    }
+  }
+  return row.back();
+}
 
 class SettingsLines {
  public:
@@ -35,7 +54,9 @@ class SettingsLines {
       }
       CheckLine(Trim(line), number);
     }
+    CheckSpelling();
   }
+  bool Has(const std::string& key) const { return m_first.count(key) != 0; }
   long LineOf(const std::string& key) const {
     const auto entry = m_first.find(key);
     return entry == m_first.end() ? 0 : entry->second;
@@ -71,6 +92,24 @@ class SettingsLines {
     }
   }
 
+  // Keys that are not read, each beside the one that it may stand for. Other readers have keys of
+  // their own, so only those that are missing are looked at.
+  void CheckSpelling() {
+    for (const auto& [key, line] : m_first) {
+      if (key.starts_with(kByteOrderMark) && kKeys.count(key.substr(3)) != 0) {
+        m_findings.Error(m_path, line, "a byte order mark stands before \"" + key.substr(3) + "\"",
+                         "save the file without byte order mark: the key is not read");
+      }
+      if (kKeys.count(Lower(key)) != 0) continue;
+      for (const std::string& known : kKeys) {
+        if (Has(known) || Distance(key, known) > 2) continue;
+        m_findings.Warning(m_path, line,
+                           "key \"" + key + "\" is not read, and there is no " + known,
+                           "write " + known + ", if that is meant");
+      }
+    }
+  }
+
   const std::string& m_path;
   Findings& m_findings;
   std::map<std::string, long> m_first;
@@ -102,8 +141,13 @@ void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsL
                      "write dbtype=mysql, or oracle");
   }
   if (auth.user.empty()) findings.Error(path, lines.LineOf("user"), "no user", "add user=...");
+  if (!lines.Has("password")) findings.Warning(path, 0, "no password", "add password=...");
   if (IsOracle(auth)) {
-    if (auth.new_user_password.empty()) {
+    if (!IsSafePassword(auth.new_user_password)) {
+      findings.Error(path, lines.LineOf("set_password"),
+                     "set_password is refused: the users of the databases cannot be made",
+                     "letters, digits, _, $ and # alone, or others in double quotes");
+    } else if (auth.new_user_password.empty()) {
       findings.Error(path, lines.LineOf("set_password"),
                      "no set_password: the users of the databases cannot be made",
                      "add set_password=...");
@@ -114,7 +158,7 @@ void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsL
     findings.Warning(path, lines.LineOf("host"),
                      "no host: the client library takes its local socket", "add host=127.0.0.1");
   }
-  if (auth.port < 1 || auth.port > 65535) {
+  if (LacksPort(auth)) {
     findings.Error(path, lines.LineOf("port"), "no port, or none from 1 to 65535",
                    "write port= and digits only, 3306 mostly");
   }
@@ -125,6 +169,11 @@ void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsL
 }
 
 }  // namespace
+
+bool LacksPort(const MYSQLAUTH& auth) {
+  const bool socket = auth.host.empty() || auth.host == "localhost";
+  return !IsOracle(auth) && !socket && (auth.port < 1 || auth.port > 65535);
+}
 
 std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findings) {
   std::string content;

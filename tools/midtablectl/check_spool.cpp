@@ -22,33 +22,14 @@ void CheckRoom(const std::string& folder, Findings& findings) {
   struct statvfs room {};
   if (statvfs(folder.c_str(), &room) != 0) return;
   const std::uint64_t free = static_cast<std::uint64_t>(room.f_bavail) * room.f_frsize;
-  const char* const fix = "delete .mid files and old run logs, or give the file system more room";
+  const char* const fix =
+      "delete old run logs and .mid files, each only together with its .err or .orig; or give the "
+      "file system more room";
   if (free == 0 || (room.f_files > 0 && room.f_favail == 0)) {
     findings.Error(folder, 0, free == 0 ? "its file system is full" : "no inode is left", fix);
   } else if (free < kScarceBytes) {
     findings.Warning(folder, 0, Format("only %llu MiB are free", 0ULL + (free >> 20)), fix);
   }
-}
-
-// Why the service will never take this name although it looks like a mem file's; empty when it does
-// not.
-std::string NeverTaken(const std::string& name) {
-  if (!Lower(name).ends_with(".dat")) return {};
-  if (!name.ends_with(".dat")) return "its ending is not .dat in small letters";
-  const std::size_t table = name.find('-');
-  if (table == std::string::npos) return "it has no \"-\"";
-  if (table != 8 && !ULIT::isXdigit(name.substr(0, table).c_str())) {
-    return "it does not begin with a database's 8 hexadecimal digits";
-  }
-  const std::size_t date = name.find('-', table + 1);
-  if (date == std::string::npos || !ULIT::isValidDate(name.substr(date + 1, 8).c_str())) {
-    return "no date of 8 digits follows the table";
-  }
-  const std::size_t time = name.find('-', date + 1);
-  if (time == std::string::npos || !ULIT::isValidTime(name.substr(time + 1, 6).c_str())) {
-    return "no time of 6 digits follows the date";
-  }
-  return "something stands between its time and .dat";
 }
 
 class FolderChecker {
@@ -75,9 +56,9 @@ class FolderChecker {
   void CheckFile(const SpoolEntry& file) {
     const std::string path = m_folder.Path() + file.name;
     if (file.state == FileState::kOther) {
-      const std::string why = NeverTaken(file.name);
-      if (!why.empty()) {
-        m_findings.Warning(path, 0, "is never taken: " + why,
+      const char* const fault = MemFileNameFault(file.name);
+      if (fault != nullptr && Lower(file.name).ends_with(".dat")) {
+        m_findings.Warning(path, 0, std::string("is never taken: ") + fault,
                            "rename it: id-table-YYYYMMDD-HHMMSS.dat, see mem-file.md");
       }
     }
@@ -153,11 +134,8 @@ void CheckSpool(const Spool& spool, const DefinitionSet& definitions, bool oracl
 void CheckRunLogFolder(Findings& findings) {
   struct stat status {};
   if (stat(paths::kRunLogDir, &status) != 0) {
-    const bool makes_it = errno == ENOENT && access(paths::kLogData, F_OK) == 0;
-    if (!makes_it) {
-      findings.Warning(paths::kRunLogDir, 0, std::strerror(errno),
-                       "make it for the service's user; without it there is no run log");
-    }
+    findings.Warning(paths::kRunLogDir, 0, std::strerror(errno),
+                     "make it for the service's user; without it the unit does not start");
     return;
   }
   if (!S_ISDIR(status.st_mode) || access(paths::kRunLogDir, W_OK | X_OK) != 0) {

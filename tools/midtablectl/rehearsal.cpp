@@ -94,23 +94,49 @@ class Rehearsal {
 
   void CheckMemTable(const MemDefinition& mem) {
     const std::string table = SampleMemTable(mem.kind);
-    const std::string of_table = std::string(" where table_schema = '") + ScratchDatabase::kName +
-                                 "' and table_name = '" + table + "'";
-    const std::string engine =
-        m_server.Value("select engine from information_schema.tables" + of_table);
-    if (Lower(engine) != "innodb" && !EngineOf(mem.create).empty() &&
-        EngineOf(mem.create) != Lower(engine)) {
-      m_findings.Error(m_set.path, mem.line, "the server makes the mem table with engine " + engine,
-                       "write engine = InnoDB, and add NO_ENGINE_SUBSTITUTION to sql_mode");
-    }
-    const std::string columns =
-        m_server.Value("select count(*) from information_schema.columns" + of_table);
+    CheckMade(table, "mem table", mem.create, mem.line, {});
+    const std::string columns = Ask("count(*) from information_schema.columns", table);
     if (mem.kind == "F" && columns != "12") {
       m_findings.Warning(
           m_set.path, mem.line,
           "the mem table of kind F has " + columns +
               " columns; its files are loaded with 12, the last being the local flag",
           "define 12 columns");
+    }
+  }
+
+  // What a select says of a table in the scratch database.
+  std::string Ask(const std::string& columns, const std::string& table) {
+    return m_server.Value("select " + columns + " where table_schema = '" + ScratchDatabase::kName +
+                          "' and table_name = '" + table + "'");
+  }
+
+  // Engine and key of a table; what the words of its `create` show was found before. A mem table
+  // has no `convert`.
+  void CheckMade(const std::string& table, const std::string& called, const std::string& create,
+                 long line, const std::string& convert) {
+    const bool mem = convert.empty();
+    const std::string named = EngineOf(create);
+    const std::string engine = Lower(Ask("engine from information_schema.tables", table));
+    if (engine != "innodb" && (named.empty() || named == "innodb")) {
+      m_findings.Add(mem, m_set.path, line,
+                     called + " has engine " + engine + ", which keeps half of what failed",
+                     named.empty()
+                         ? "give it engine = InnoDB"
+                         : "add NO_ENGINE_SUBSTITUTION to sql_mode: InnoDB is not to be had");
+    }
+    // 1, 0 when another key is unique, NULL when none is.
+    const std::string primary =
+        Ask("max(if(non_unique, null, index_name = 'PRIMARY')) from information_schema.statistics",
+            table);
+    if (primary == "NULL" && (mem || AddsUp(convert))) {
+      if (!create.empty() && !NamesKey(create)) return;
+      m_findings.Add(!mem, m_set.path, line, called + (mem ? kMemWithoutKey : kMidWithoutKey),
+                     kGiveKey);
+    } else if (primary != "1") {
+      m_findings.Warning(m_set.path, line,
+                         called + " has no primary key, which more than one server needs",
+                         kGiveKey);
     }
   }
 
@@ -121,15 +147,21 @@ class Rehearsal {
 
   bool MakeTable(const MidDefinition& mid) {
     if (mid.period != Period::kYear) {
-      return !mid.create.empty() && Try(mid.create, mid.line, "Create of " + mid.name);
+      if (mid.create.empty() || !Try(mid.create, mid.line, "Create of " + mid.name)) return false;
+      CheckMade(mid.NameAt(kSampleDate), mid.name, mid.create, mid.line, mid.convert);
+      return true;
     }
     // The operator's own table is the model; without one there is nothing to try.
     const std::string model = m_server.Value(
         "select concat('`', table_schema, '`.`', table_name, '`') from information_schema.tables "
         "where table_schema like 'WLAN\\\\_%' and table_name like '" +
         mid.name + "____' order by table_name desc limit 1");
-    return !model.empty() &&
-           m_server.Run("create table " + mid.NameAt(kSampleDate) + " like " + model).empty();
+    const std::string table = mid.NameAt(kSampleDate);
+    if (model.empty() || !m_server.Run("create table " + table + " like " + model).empty()) {
+      return false;
+    }
+    CheckMade(table, "year table " + model, {}, mid.line, mid.convert);
+    return true;
   }
 
   // A table in use that was made before its Create was edited: no Create changes it.
