@@ -22,14 +22,19 @@ std::string Shell(const std::string& script) {
     folder=/vqlog/log_data/midtable/1a2b3c4d f=$folder/1a2b3c4d-MEM_20121230_0800F-20121230-080000
     xml=/etc/morvan/vqlog.xml csv=/etc/morvan/localtour.csv ini=/etc/morvan/devstate.ini
     conf=/virus/apache/rnweb/inc/dbinfo.conf port=$(cat /tmp/private-mariadb/port)
-    sql="mariadb --no-defaults -h127.0.0.1 -P$port -uroot"; )";
+    sql="mariadb --no-defaults -h127.0.0.1 -P$port -uroot"; log=/vqlog/log/midtable
+    logged() { mkdir -p $log; echo "[$1:1][$(date +%T)][$2]:$3" >>$log/$(date +%Y%m%d).log; }
+    load() { logged MysqlBase ErrLog "execute load data infile \"$1.dat\" ... failed, error:$2"; }
+    dropped() { logged tourlocaluser InfoLog "file $f.dat local 1 visitors 0 without user 0 dropped $1"; }
+    other() { logged Midtable ErrLog "table (MEM_20121230_000${1:-0}F) create failed not load"; }; )";
   WriteFile("/tmp/script", "CTL=" MIDTABLECTL " DEMO=" MIDTABLE_DEMO "\n" + names + script);
   EXPECT_EQ(system("bash /tmp/script >/tmp/script.out") & 0xff, 0);
   return ReadFile("/tmp/script.out");
 }
 
 // All as it should be, and a user who may not load.
-const std::string kSetUp = R"(rm -rf $folder; mkdir -p $folder ${conf%/*} /vqlog/log/midtable; umask 77
+const std::string kSetUp =
+    R"(rm -rf $folder; mkdir -p $folder ${conf%/*} /vqlog/log/midtable; umask 77
   cp $DEMO/{vqlog,sqlldr_ctl}.xml /etc/morvan; printf '[1a2b3c4d]\ncity = X\n' >$ini
   sed "s/^port=.*/port=$port/; s/^password=.*/password=secret/" $DEMO/dbinfo.conf >$conf
   printf 'block\n1380013,x\n' >$csv
@@ -96,6 +101,23 @@ E
                                     "note: .*: it is no create table, .*\nstatus 1\n1\n"));
 }
 
+TEST(Control, WhyAndRetryTellWhatIsLoadedAndHowToGoOn) {
+  ForEach(R"sh(touch $f.err; load "$f" 'Lost connection'  => err: the server may have loaded it
+    touch $f.err; load "$f" 'is full'  => move
+    touch $f.err; dropped 2  => err: lines were dropped from it
+    touch $f.err; chmod +t $f.err; dropped 2  => move
+    touch $f.err; chmod 0 $log  => err: the run log, which tells
+    touch $f.err; chmod 0 $log  => touched then  status 2 keep
+    touch $f.err; other  => create failed not load  What to do
+    touch $f.err $f.mid; dropped 2; other  => dropped 2  retry leaves it alone, since it stands be
+    touch $f.err; load "${f}1" 'is full'; other 1  => says nothing of it (yet)
+    ln -s /etc/passwd $f.err  => alone, since it is no regular file
+    f="$f\$(id)"; touch "$f.err"  => retry '/vqlog/log_data/midtable/1a2b3c4d/1a2b3c4d-MEM_2012123
+    f=${f/_0800/(id)}; touch "$f.err"  => alone, since it would be refused for its name)sh",
+          R"({ cd $folder; ctl why ".//${f##*/}.err"; touch "$f.err.1"; ctl retry --all
+    } | tr '\n' ' '; chmod 700 $log; rm -rf $log)");
+}
+
 TEST(Control, WhyTellsWhatTheEngineLogged) {
   Shell(kSetUp + "echo 1 >$f.dat; sed -i 's#</Mem>##' $xml");
   g_loger.Init();
@@ -139,6 +161,17 @@ TEST(Control, StatusCountsAndExports) {
 )*)+/tmp/m
 6
 )")));
+  EXPECT_EQ(Shell(R"sh(chmod 0 $folder; ctl status --json 2>/dev/null | grep -o 'failed.*\|status.*'
+    ctl status --prometheus /tmp/m 2>&1 >/dev/null; grep 'failed\|able [01]$' /tmp/m
+    ctl retry --all; chmod 700 $folder)sh"),
+            R"(failed": null,
+status 2
+folder of WLAN_1a2b3c4d: Permission denied
+midtable_server_reachable 1
+midtable_spool_readable 0
+/vqlog/log_data/midtable/1a2b3c4d/: Permission denied
+status 2
+)");
 }
 
 }  // namespace

@@ -81,8 +81,9 @@ CLI::App* AddRetry(CLI::App& app, RetryOptions& options) {
   CLI::App* retry = app.add_subcommand(
       "retry",
       "Gives .err files their name .dat back, so that the service loads them again. Shows what it "
-      "would do and asks. Never replaces a file or follows a link, and leaves alone what would be "
-      "counted twice.");
+      "would do and asks. Never replaces a file or follows a link. Leaves alone what stands beside "
+      "its .mid, and with --database and --all what by the run log may be loaded; where .mid and "
+      "log are gone it cannot know.");
   auto* files = retry->add_option("files", options.files, "the .err files, or their bare names")
                     ->type_name("FILE");
   auto* database = retry

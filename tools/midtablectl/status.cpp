@@ -62,13 +62,18 @@ Status StatusOf(const SystemStatus& look, Console& console) {
     console.err << paths::kSpool << ": " << std::strerror(look.spool_error) << '\n';
     return Status::kCouldNotLook;
   }
+  Status status = Status::kFine;
+  for (const DatabaseStatus& one : look.databases) {
+    if (one.failed > 0) status = std::max(status, Status::kFindings);
+    if (one.error == 0) continue;
+    console.err << "folder of " << one.database << ": " << std::strerror(one.error) << '\n';
+    status = Status::kCouldNotLook;
+  }
   if (!look.server_error.empty()) {
     console.err << "mem tables not looked at: " << OneLine(look.server_error) << '\n';
-    return Status::kCouldNotLook;
+    status = Status::kCouldNotLook;
   }
-  const bool failed = std::any_of(look.databases.begin(), look.databases.end(),
-                                  [](const DatabaseStatus& one) { return one.failed > 0; });
-  return failed ? Status::kFindings : Status::kFine;
+  return status;
 }
 
 }  // namespace
@@ -92,6 +97,8 @@ SystemStatus Observer::Look() {
 DatabaseStatus Observer::LookAt(const DatabaseFolder& folder, std::time_t now) {
   DatabaseStatus status;
   status.database = folder.Database();
+  status.error = folder.error;
+  if (status.error != 0) return status;
   std::time_t oldest = now;
   std::time_t first = now;
   std::uint64_t files = 0;

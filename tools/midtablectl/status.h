@@ -18,6 +18,7 @@ namespace ctl {
 
 struct DatabaseStatus {
   std::string database;
+  int error = 0;  // errno when its folder could not be listed: all but mem_rows is unknown
   std::uint64_t waiting = 0;
   std::uint64_t waiting_bytes = 0;
   std::int64_t oldest_seconds = 0;  // age of the oldest file that waits
@@ -66,7 +67,7 @@ class Observer {
 
 // `first`: the first look of this watch, against which the bars grow; null for a single look.
 void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& console);
-// One object with the fields of SystemStatus; unknown ones are null.
+// One object with the main fields of SystemStatus; unknown ones are null.
 std::string ToJson(const SystemStatus& status);
 // The text exposition format, all gauges; unknown values have no sample.
 std::string ToPrometheus(const SystemStatus& status);
@@ -79,8 +80,8 @@ struct StatusOptions {
 };
 
 // Looks once, or again and again with `watch_seconds`, and prints or writes what it saw. Of a
-// single look: kFindings when files failed, kCouldNotLook when spool, server or `prometheus` file
-// could not be reached; what is known is shown all the same.
+// single look: kFindings when files failed, kCouldNotLook when the spool, a folder of it, the
+// server or the `prometheus` file could not be reached; what is known is shown all the same.
 Status ShowStatus(const StatusOptions& options, Console& console);
 
 }  // namespace ctl

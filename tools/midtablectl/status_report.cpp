@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "log/zux_center_log.h"
@@ -51,9 +52,15 @@ const DatabaseStatus* Find(const SystemStatus* status, const std::string& databa
   return nullptr;
 }
 
+bool AllListed(const SystemStatus& status) {
+  return status.spool_error == 0 &&
+         std::all_of(status.databases.begin(), status.databases.end(),
+                     [](const DatabaseStatus& one) { return one.error == 0; });
+}
+
 DatabaseStatus Total(const SystemStatus& status) {
   DatabaseStatus total;
-  total.database = "all";
+  total.database = AllListed(status) ? "all" : "all listed";
   total.mem_rows = 0;
   total.seconds_to_empty = 0;
   for (const DatabaseStatus& one : status.databases) {
@@ -108,11 +115,17 @@ void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& 
                         "bytes", "oldest", "loaded", "failed", "mem rows", "files/s", "rows/s",
                         "empty in", first != nullptr ? "  since the first look" : "");
   for (const DatabaseStatus& one : status.databases) {
+    if (one.error != 0) {
+      console.out << Format("%-13s %s\n", one.database.c_str(), std::strerror(one.error));
+      continue;
+    }
     const DatabaseStatus* before = Find(first, one.database);
     static const DatabaseStatus kNew;
     PrintLine(one, first == nullptr ? "" : Bar(one, before != nullptr ? before : &kNew), console);
   }
-  if (status.databases.empty()) console.out << "no database has a folder in the spool\n";
+  if (status.databases.empty() && status.spool_error == 0) {
+    console.out << "no database has a folder in the spool\n";
+  }
   if (status.databases.size() < 2) return;
   const DatabaseStatus before = first != nullptr ? Total(*first) : DatabaseStatus();
   const DatabaseStatus total = Total(status);
@@ -134,10 +147,16 @@ std::string ToJson(const SystemStatus& status) {
                                     {"rows_per_second", one.rows_per_second},
                                     {"mem_rows", nullptr},
                                     {"seconds_to_empty", nullptr}};
+    if (one.error != 0) {
+      for (auto& member : entry.items()) {
+        if (member.key() != "database") member.value() = nullptr;
+      }
+    }
     if (one.mem_rows) entry["mem_rows"] = *one.mem_rows;
     if (one.seconds_to_empty) entry["seconds_to_empty"] = *one.seconds_to_empty;
     json["databases"].push_back(entry);
   }
+  if (status.spool_error != 0) json["databases"] = nullptr;
   return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -180,8 +199,11 @@ std::string ToPrometheus(const SystemStatus& status) {
   out.Sample(status.running ? 1 : 0);
   out.Family("server_reachable", "1 when the mem tables could be looked at.");
   out.Sample(status.server_error.empty() ? 1 : 0);
+  out.Family("spool_readable", "1 when the spool and all folders in it could be listed.");
+  out.Sample(AllListed(status) ? 1 : 0);
   out.Family("files", "Mem files in the spool, by state.");
   for (const DatabaseStatus& one : status.databases) {
+    if (one.error != 0) continue;
     out.Sample(static_cast<double>(one.waiting),
                {{"database", one.database}, {"state", "waiting"}});
     out.Sample(static_cast<double>(one.loaded), {{"database", one.database}, {"state", "loaded"}});
@@ -197,14 +219,22 @@ std::string ToPrometheus(const SystemStatus& status) {
     }
   };
   using Sample = std::optional<double>;
-  gauge("waiting_bytes", "Size of the files that wait.",
-        [](const DatabaseStatus& one) { return Sample(static_cast<double>(one.waiting_bytes)); });
+  const auto listed = [](const DatabaseStatus& one, double figure) {
+    return one.error == 0 ? Sample(figure) : std::nullopt;
+  };
+  gauge("waiting_bytes", "Size of the files that wait.", [&](const DatabaseStatus& one) {
+    return listed(one, static_cast<double>(one.waiting_bytes));
+  });
   gauge("oldest_waiting_seconds", "Age of the oldest file that waits.",
-        [](const DatabaseStatus& one) { return Sample(static_cast<double>(one.oldest_seconds)); });
+        [&](const DatabaseStatus& one) {
+          return listed(one, static_cast<double>(one.oldest_seconds));
+        });
   gauge("loaded_files_per_second", "Files loaded, over the last minute.",
-        [](const DatabaseStatus& one) { return Sample(one.files_per_second); });
+        [&](const DatabaseStatus& one) { return listed(one, one.files_per_second); });
   gauge("loaded_rows_per_second", "Rows loaded, over the last minute.",
-        [](const DatabaseStatus& one) { return Sample(one.rows_per_second); });
+        [&](const DatabaseStatus& one) { return listed(one, one.rows_per_second); });
+  gauge("seconds_to_empty", "Time until no file waits, at the speed of the last minute.",
+        [](const DatabaseStatus& one) { return one.seconds_to_empty; });
   gauge("mem_table_rows", "Rows that wait in mem tables.", [](const DatabaseStatus& one) {
     return one.mem_rows ? Sample(static_cast<double>(*one.mem_rows)) : std::nullopt;
   });
