@@ -105,19 +105,20 @@ class Rehearsal {
     }
   }
 
-  // What a select says of a table in the scratch database.
-  std::string Ask(const std::string& columns, const std::string& table) {
-    return m_server.Value("select " + columns + " where table_schema = '" + ScratchDatabase::kName +
+  std::string Ask(const std::string& columns, const std::string& table,
+                  const std::string& database = ScratchDatabase::kName) {
+    return m_server.Value("select " + columns + " where table_schema = '" + database +
                           "' and table_name = '" + table + "'");
   }
 
   // Engine and key of a table; what the words of its `create` show was found before. A mem table
   // has no `convert`.
   void CheckMade(const std::string& table, const std::string& called, const std::string& create,
-                 long line, const std::string& convert) {
+                 long line, const std::string& convert,
+                 const std::string& database = ScratchDatabase::kName) {
     const bool mem = convert.empty();
     const std::string named = EngineOf(create);
-    const std::string engine = Lower(Ask("engine from information_schema.tables", table));
+    const std::string engine = Lower(Ask("engine from information_schema.tables", table, database));
     if (engine != "innodb" && (named.empty() || named == "innodb")) {
       m_findings.Add(mem, m_set.path, line,
                      called + " has engine " + engine + ", which keeps half of what failed",
@@ -128,7 +129,7 @@ class Rehearsal {
     // 1, 0 when another key is unique, NULL when none is.
     const std::string primary =
         Ask("max(if(non_unique, null, index_name = 'PRIMARY')) from information_schema.statistics",
-            table);
+            table, database);
     if (primary == "NULL" && (mem || AddsUp(convert))) {
       if (!create.empty() && !NamesKey(create)) return;
       m_findings.Add(!mem, m_set.path, line, called + (mem ? kMemWithoutKey : kMidWithoutKey),
@@ -151,17 +152,21 @@ class Rehearsal {
       CheckMade(mid.NameAt(kSampleDate), mid.name, mid.create, mid.line, mid.convert);
       return true;
     }
-    // The operator's own table is the model; without one there is nothing to try.
-    const std::string model = m_server.Value(
-        "select concat('`', table_schema, '`.`', table_name, '`') from information_schema.tables "
-        "where table_schema like 'WLAN\\\\_%' and table_name like '" +
-        mid.name + "____' order by table_name desc limit 1");
-    const std::string table = mid.NameAt(kSampleDate);
-    if (model.empty() || !m_server.Run("create table " + table + " like " + model).empty()) {
-      return false;
+    const std::vector<SqlRecord> own = m_server.Rows(
+        "select table_schema as d, table_name as t from information_schema.tables "
+        "where table_schema like 'WLAN\\_%' and table_name like '" +
+        mid.name + "____' order by table_name desc");
+    for (const SqlRecord& year : own) {
+      const std::string& table = year.at("t");
+      if (table.substr(table.size() - 4) < Today().substr(0, 4)) break;
+      CheckMade(table, year.at("d") + "." + table, {}, mid.line, mid.convert, year.at("d"));
     }
-    CheckMade(table, "year table " + model, {}, mid.line, mid.convert);
-    return true;
+    // The operator's own table is the model; without one there is nothing to try.
+    return !own.empty() &&
+           m_server
+               .Run(Format("create table %s like `%s`.`%s`", mid.NameAt(kSampleDate).c_str(),
+                           own[0].at("d").c_str(), own[0].at("t").c_str()))
+               .empty();
   }
 
   // A table in use that was made before its Create was edited: no Create changes it.
