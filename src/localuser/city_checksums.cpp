@@ -5,6 +5,7 @@
 #include "log/zux_center_log.h"
 #include "support/RwIni.h"
 #include "support/crc32.h"
+#include "support/database_name.h"
 
 std::string TourLocalUser::GetCRCString(const std::string& text) {
   g_loger(kUnit, __LINE__, kConsole, "string (%s)\n", text.c_str());
@@ -25,7 +26,7 @@ int TourLocalUser::updateCityCRC() {
     // A device without a city counts as one whose city's name is empty.
     std::string city = "/";
     city.append(devices.GetString(section.c_str(), "city", nullptr, 0, nullptr)) += '/';
-    const std::string dbname = "WLAN_" + section;
+    const std::string dbname = DatabaseName(section);
     g_loger(kUnit, __LINE__, kConsole, "dbname (%s) city (%s)\n", dbname.c_str(), city.c_str());
     checksums[dbname] = GetCRCString(city);
   }

@@ -20,7 +20,6 @@ namespace {
 
 constexpr int kPausedReconnects = 10;
 constexpr int kMostSecondsForRegistry = 10;
-constexpr std::size_t kDatabaseIdLength = 8;
 
 }  // namespace
 
@@ -154,9 +153,7 @@ bool CMidTable::GetDblist() {
   m_lstDbName.clear();
   while (const dirent* entry = readdir(dir.get())) {
     const std::string name = entry->d_name;
-    if (name.size() == kDatabaseIdLength && ULIT::isXdigit(name.c_str())) {
-      m_lstDbName.push_back(name);
-    }
+    if (IsDatabaseId(name)) m_lstDbName.push_back(name);
   }
   if (m_folders.size() > m_lstDbName.size()) {
     std::erase_if(m_folders, [this](const auto& folder) {

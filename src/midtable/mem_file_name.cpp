@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "support/database_name.h"
 #include "support/paths.h"
 
 namespace {
@@ -61,22 +62,30 @@ std::string TextAt(std::string_view text, std::size_t position, std::size_t leng
 
 std::string_view FileNameOf(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
-bool IsMemFileName(const std::string& name) {
+bool IsDatabaseId(std::string_view name) {
+  return name.size() == kIdLength && ULIT::isXdigit(std::string(name).c_str());
+}
+
+const char* MemFileNameFault(const std::string& name) {
   const std::size_t after_id = name.find('-');
-  if (after_id == std::string::npos) return false;
+  if (after_id == std::string::npos) return "it has no \"-\"";
   const std::string id = name.substr(0, after_id);
-  if (id.size() != kIdLength && !ULIT::isXdigit(id.c_str())) return false;
-
+  if (id.size() != kIdLength && !ULIT::isXdigit(id.c_str())) {
+    return "it does not begin with a database's 8 hexadecimal digits";
+  }
   const std::size_t after_table = name.find('-', after_id + 1);
-  if (after_table == std::string::npos) return false;
-  if (!ULIT::isValidDate(name.substr(after_table + 1, kDateLength).c_str())) return false;
-
+  if (after_table == std::string::npos ||
+      !ULIT::isValidDate(name.substr(after_table + 1, kDateLength).c_str())) {
+    return "no date of 8 digits follows the table";
+  }
   const std::size_t after_date = name.find('-', after_table + 1);
-  if (after_date == std::string::npos) return false;
-  if (!ULIT::isValidTime(name.substr(after_date + 1, kTimeLength).c_str())) return false;
-
+  if (after_date == std::string::npos ||
+      !ULIT::isValidTime(name.substr(after_date + 1, kTimeLength).c_str())) {
+    return "no time of 6 digits follows the date";
+  }
   const std::size_t dot = name.find('.', after_date + 1);
-  return dot != std::string::npos && std::string_view(name).substr(dot) == ".dat";
+  const bool ends = dot != std::string::npos && std::string_view(name).substr(dot) == ".dat";
+  return ends ? nullptr : "what follows its time does not end with the only dot and \"dat\"";
 }
 
 std::string MemFilePath(const std::string& path) {
@@ -88,7 +97,7 @@ std::string MemFilePath(const std::string& path) {
 
 std::string MemFileDatabase(std::string_view path) {
   const std::string_view id = LeadingWord(FileNameOf(path));
-  return id.empty() ? std::string() : std::string("WLAN_").append(id);
+  return id.empty() ? std::string() : DatabaseName(id);
 }
 
 std::string MemFileTable(std::string_view path) {

@@ -28,14 +28,18 @@ std::string TextAt(std::string_view text, std::size_t position, std::size_t leng
 // The part after the last "/"; the whole text when there is none.
 std::string_view FileNameOf(std::string_view path);
 
-// Whether a name follows the grammar above.
-bool IsMemFileName(const std::string& name);
+// Whether a name is that of a database folder: 8 hexadecimal digits.
+bool IsDatabaseId(std::string_view name);
+
+// Why a name does not follow the grammar above; null for one that does.
+const char* MemFileNameFault(const std::string& name);
+inline bool IsMemFileName(const std::string& name) { return MemFileNameFault(name) == nullptr; }
 
 // The items derived from a path or a bare name; each is empty when it cannot be derived.
 //
 // The full path: one that holds a "/" as it is, a bare name in the folder of its database.
 std::string MemFilePath(const std::string& path);
-// "WLAN_" and the first at most 8 characters of the name.
+// The prefix of all databases and the first at most 8 characters of the name.
 std::string MemFileDatabase(std::string_view path);
 // The table field with the characters at positions 13 to 15 set to "000". Fields of 64 characters
 // and more give an empty item.

@@ -13,13 +13,13 @@
 #include "midtable/Midtable.h"
 #include "midtable/mem_file_name.h"
 #include "midtable/unit.h"
+#include "support/database_name.h"
 #include "support/file.h"
 #include "support/paths.h"
 
 namespace {
 
 constexpr std::size_t kKindPosition = 17;
-constexpr std::size_t kDatabasePrefix = 5;  // "WLAN_"
 
 // The attribute that picks a mem table's loader templates; its value is empty for a name that is
 // too short to have a kind there.
@@ -97,8 +97,8 @@ int CMidTable::CreateOneExternalMemTable(const std::string& table, const std::st
 
   constexpr char kDirectory[] = "/root/external_load/create_memdir";
   const std::string directory = GetXMLFields(paths::kLoaderTemplates, kDirectory, selector);
-  if (directory.empty() || database.size() <= kDatabasePrefix) return 0;
-  const TemplateValue directory_values[] = {database, database.substr(kDatabasePrefix)};
+  if (directory.empty() || database.size() <= kDatabasePrefix.size()) return 0;
+  const TemplateValue directory_values[] = {database, database.substr(kDatabasePrefix.size())};
   if (!run(kDirectory, directory, directory_values)) return 0;
 
   constexpr char kTable[] = "/root/external_load/create_table";

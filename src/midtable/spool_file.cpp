@@ -18,18 +18,6 @@ bool IsSameFile(const std::string& a, const std::string& b) {
   return first && second && first->IsSameFile(*second);
 }
 
-// Renames unless something has the new name, which is EEXIST.
-bool RenameToFreeName(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL && errno != ENOSYS) return false;
-  // Not every file system can tell and rename in one step.
-  if (IdentityOf(to)) {
-    errno = EEXIST;
-    return false;
-  }
-  return std::rename(from.c_str(), to.c_str()) == 0;
-}
-
 bool SetAside(const std::string& path) {
   std::string aside;
   int number = 0;
@@ -51,6 +39,20 @@ std::optional<FileIdentity> IdentityOf(const std::string& path) {
   if (lstat(path.c_str(), &status) != 0) return std::nullopt;
   return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
                       status.st_mtim.tv_nsec};
+}
+
+bool RenameToFreeName(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // Not every file system can tell and rename in one step; a second name is never one that exists.
+  if (link(from.c_str(), to.c_str()) == 0) return unlink(from.c_str()) == 0;
+  if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return false;
+  // Nor has every one hard links.
+  if (IdentityOf(to)) {
+    errno = EEXIST;
+    return false;
+  }
+  return std::rename(from.c_str(), to.c_str()) == 0;
 }
 
 bool MoveMemFile(const std::string& from, const std::string& to) {

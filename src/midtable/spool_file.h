@@ -30,6 +30,10 @@ struct FileIdentity {
 // Nothing, and errno, when the path cannot be looked at.
 std::optional<FileIdentity> IdentityOf(const std::string& path);
 
+// Renames `from` to `to` unless something has that name, which is EEXIST. False, and errno: `from`
+// has its name, and maybe both.
+bool RenameToFreeName(const std::string& from, const std::string& to);
+
 // Renames `from` to `to` and returns whether `from` is gone; else errno. Of two names of one file
 // `to` is left. Another file that has the name `to` is replaced, but a ".err", which holds rows
 // that are nowhere else, is set aside before: it becomes `to`.1, or the first such name that is

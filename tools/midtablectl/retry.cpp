@@ -52,8 +52,7 @@ std::string FolderInSpool(const std::string& path) {
   if (!path.starts_with(spool)) return {};
   const std::string rest = path.substr(spool.size());
   const std::string id = rest.substr(0, rest.find('/'));
-  const bool is_folder = id.size() == 8 && ULIT::isXdigit(id.c_str());
-  return is_folder && rest.find('/') == rest.rfind('/') ? id : std::string();
+  return IsDatabaseId(id) && rest.find('/') == rest.rfind('/') ? id : std::string();
 }
 
 std::string Refusal(const RetryPlan& plan) {
@@ -143,15 +142,6 @@ std::vector<RetryPlan> MakePlans(const RetryOptions& options, Console& console, 
   return plans;
 }
 
-// Renames without ever replacing a file; 0 or an errno.
-int MoveToFreeName(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  // A file system that cannot do that in one step.
-  if (linkat(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), 0) != 0) return errno;
-  return unlink(from.c_str()) == 0 ? 0 : errno;
-}
-
 bool Confirmed(std::size_t number, const RetryOptions& options, Console& console) {
   if (options.yes) return true;
   if (!console.interactive) {
@@ -201,11 +191,10 @@ Status Retry(const RetryOptions& options, Console& console) {
   for (const RetryPlan& plan : plans) {
     // Looked at once more: the question may have stood for long.
     if (!plan.refusal.empty() || !Refusal(plan).empty()) continue;
-    const int error = MoveToFreeName(plan.path, plan.target);
-    if (error == 0) {
+    if (RenameToFreeName(plan.path, plan.target)) {
       ++moved;
     } else {
-      console.out << "keep  " << OneLine(plan.path) << ": " << std::strerror(error) << '\n';
+      console.out << "keep  " << OneLine(plan.path) << ": " << std::strerror(errno) << '\n';
     }
   }
   console.out << Count(moved, "file") << " moved, " << plans.size() - moved << " kept\n";

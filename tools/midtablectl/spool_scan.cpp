@@ -70,7 +70,7 @@ std::string SpoolPath(const std::string& file) {
   if (stat(path.substr(0, path.size() - name.size()).c_str(), &folder) != 0) return path;
   int error = 0;
   for (const std::string& id : Names(paths::kSpool, error)) {
-    if (id.size() != 8 || !ULIT::isXdigit(id.c_str())) continue;
+    if (!IsDatabaseId(id)) continue;
     if (stat((paths::kSpool + id).c_str(), &candidate) == 0 && candidate.st_dev == folder.st_dev &&
         candidate.st_ino == folder.st_ino) {
       return paths::kSpool + id + "/" + name;
@@ -94,7 +94,7 @@ std::string WaitingName(std::string_view name) {
 Spool ScanSpool() {
   Spool spool;
   for (const std::string& name : Names(paths::kSpool, spool.error)) {
-    if (name.size() == 8 && ULIT::isXdigit(name.c_str())) {
+    if (IsDatabaseId(name)) {
       spool.folders.push_back(ScanFolder(name));
     } else {
       spool.others.push_back(name);

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/database_name.h"
+
 namespace ctl {
 
 enum class FileState {
@@ -32,7 +34,7 @@ struct DatabaseFolder {
   std::vector<SpoolEntry> files;
 
   std::string Path() const;
-  std::string Database() const { return "WLAN_" + id; }
+  std::string Database() const { return DatabaseName(id); }
 };
 
 struct Spool {
