@@ -85,7 +85,8 @@ const char* MemFileNameFault(const std::string& name) {
   }
   const std::size_t dot = name.find('.', after_date + 1);
   const bool ends = dot != std::string::npos && std::string_view(name).substr(dot) == ".dat";
-  return ends ? nullptr : "what follows its time does not end with the only dot and \"dat\"";
+  return ends ? nullptr
+              : "behind its time stands another dot, or an ending other than .dat in small letters";
 }
 
 std::string MemFilePath(const std::string& path) {
