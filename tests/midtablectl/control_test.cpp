@@ -18,15 +18,20 @@ namespace {
 // What a shell prints for the script, which finds its names set; "ctl" is the program.
 std::string Shell(const std::string& script) {
   MariadbServer::Get();
-  const std::string names = R"(exec 2>&1 </dev/null; ctl() { "$CTL" "$@"; echo "status $?"; }
+  const std::string names = R"sh(exec 2>&1 </dev/null; ctl() { "$CTL" "$@"; echo "status $?"; }
     folder=/vqlog/log_data/midtable/1a2b3c4d f=$folder/1a2b3c4d-MEM_20121230_0800F-20121230-080000
     xml=/etc/morvan/vqlog.xml csv=/etc/morvan/localtour.csv ini=/etc/morvan/devstate.ini
     conf=/virus/apache/rnweb/inc/dbinfo.conf port=$(cat /tmp/private-mariadb/port)
     sql="mariadb --no-defaults -h127.0.0.1 -P$port -uroot"; log=/vqlog/log/midtable
+    poor() { sed -i 's/^user=.*/user=poor/; s/secret/x/' $conf; $sql -e "$1"; }
+    oracle() { sed -i "s/^dbtype.*/dbtype=oracle/; s/^set_pass.*/&$1/" $conf; }
+    hidden() { ctl() { unshare -rm bash -c "mount -t tmpfs x /vqlog; mkdir -p $folder $log; $CTL $1"
+      echo "status $?"; }; }
     logged() { mkdir -p $log; echo "[$1:1][$(date +%T)][$2]:$3" >>$log/$(date +%Y%m%d).log; }
-    load() { logged MysqlBase ErrLog "execute load data infile \"$1.dat\" ... failed, error:$2"; }
+    load() { words="execute load data infile \"$1.dat\" ... MEM_20121230_0000F failed, error:$2"
+      logged MysqlBase ErrLog "$words"; logged Midtable ErrLog "ret (0) ($words)"; }
     dropped() { logged tourlocaluser InfoLog "file $f.dat local 1 visitors 0 without user 0 dropped $1"; }
-    other() { logged Midtable ErrLog "table (MEM_20121230_000${1:-0}F) create failed not load"; }; )";
+    other() { logged Midtable ErrLog "table (MEM_20121230_000${1:-0}F) create failed not load"; }; )sh";
   WriteFile("/tmp/script", "CTL=" MIDTABLECTL " DEMO=" MIDTABLE_DEMO "\n" + names + script);
   EXPECT_EQ(system("bash /tmp/script >/tmp/script.out") & 0xff, 0);
   return ReadFile("/tmp/script.out");
@@ -37,8 +42,9 @@ const std::string kSetUp =
     R"(rm -rf $folder; mkdir -p $folder ${conf%/*} /vqlog/log/midtable; umask 77
   cp $DEMO/{vqlog,sqlldr_ctl}.xml /etc/morvan; printf '[1a2b3c4d]\ncity = X\n' >$ini
   sed "s/^port=.*/port=$port/; s/^password=.*/password=secret/" $DEMO/dbinfo.conf >$conf
-  printf 'block\n1380013,x\n' >$csv
+  printf 'block\n1380013,"x\ny"\n' >$csv
   { cat $DEMO/setup.sql; echo "create or replace database WLAN_1a2b3c4d; use WLAN_1a2b3c4d;"
+    echo "set global read_only = 0;"
     for y in 'this year' 'next year'; do sed s/_YYYY/_$(date -d "$y" +%Y)/ $DEMO/year_tables.sql; done
     echo "grant select, insert, update, create, drop on *.* to poor@'%' identified by 'x'"
   } | $sql
@@ -63,7 +69,18 @@ TEST(Control, CheckNamesEachFault) {
             "Nothing found.\nstatus 0\n");
   ForEach(R"(sed -i 's/^user=/\n&/' $conf  => dbinfo.conf:9: error: blank line
     sed -i 's/^user.*/&\n&x/' $conf  => :10: warning: key "user" again; line 9 counts
-    sed -i 's/^user=.*/user=poor/; s/secret/x/' $conf  => lacks the privilege FILE
+    sed -i 's/^password/pasword/' $conf  => :10: warning: key "pasword" is not read
+    sed -i '1,5d; 6s/^/\xef\xbb\xbf/' $conf  => :1: error: a byte order mark stands before "host"
+    sed -i 's/^port.*/port=33o6/' $conf  => digits only, 3306 mostly 1 error, 0 warnings
+    oracle ";'x"  => dbinfo.conf:14: error: set_password is refused
+    oracle  => oracle_vqlog.xml: error: cannot be used: No such file or directory; every mem file
+    oracle; echo '[2]' >$ini  => has no section 1a2b3c4d: its rows get the city value 0
+    poor  => lacks the privilege FILE
+    poor 'revoke drop on *.* from poor'  => "drop database if exists WLAN_midtablectl" fails
+    poor 'revoke update on *.* from poor'  => not tried -> grant select, insert, update, cr
+    poor 'revoke all, grant option from poor'  => 'vqcfg' -> grant select on vqcfg.* to 'poor'@'%'
+    poor 'set global read_only = 1'  => not tried -> the server takes no changes (read_only)
+    hidden  => something hides the folder
     sed -i 's#</Mem>##' $xml  => :250: error: cannot be used: Opening and ending tag mismatch
     sed -i 's/Cnt>3/Cnt>4/' $xml  => :97: error: MidCnt is 4, but there is no MidTab4
     sed -i 's/Name>F/Name> F/' $xml  => never matches a mem table
@@ -71,13 +88,21 @@ TEST(Control, CheckNamesEachFault) {
     sed -i 's/T_FLOW1Y_%.4s/T_FLOW1Y_%s/' $xml  => Convert does not use its table T_FLOW1Y_2000
     sed -i "s/'%%e'/'%e'/" $xml  => "%e", which is not allowed
     sed -i '0,/= InnoDB/s//= Aria/' $xml  => vqlog.xml:38: error: engine aria keeps half
+    sed -i '0,/bigint unsigned  not null primary key/s//int, user_key int/' $xml  => :38: warning: m
+    sed -i 's/primary key (hour, service,/key (hour, service,/' $xml  => T_FLOW1D_ has no key, al
+    $sql -e "alter table WLAN_1a2b3c4d.T_FLOW1Y_$(date +%Y) engine = MyISAM"  => has engine myisam
     sed -i 's/sum(seconds)/sum(second)/' $xml  => Convert of T_FLOW1D_ fails on the server: Unknown
     sed -i '1s/^/\xef\xbb\xbf1390013/' $csv  => localtour.csv:1: warning: a byte order mark
+    printf '1380013,"x\ny","x\n1380014,x\n1380015,"y"\n' >$csv  => csv:2: error: a quote that opens he
     sed -i 's/city/town/' $ini  => devstate.ini:1: warning: section 1a2b3c4d has no city
     touch $folder/1a2b3c4d-A-2012123-080000.dat  => no date of 8 digits
     touch $folder/$'1a2b3c4d-A\eX-20121230-080000.dat'  => 1a2b3c4d-A?X-20121230-080000.dat: error
+    rm -r $log  => /vqlog/log/midtable/: warning: No such file
     touch $f.dat  => T_FLOW1Y_2012 is missing)",
-          "ctl check; mkdir -pm 700 /tmp/shut/in");
+          "ctl check | tr '\\n' ' '; mkdir -pm 700 /tmp/shut/in");
+  EXPECT_EQ(Shell(kSetUp +
+                  "$sql -e \"do get_lock('midtablectl', 0), sleep(2)\" & sleep 1; ctl check; wait"),
+            "another check is at work on this server: run this one when it is done\nstatus 2\n");
   EXPECT_THAT(ctl::Obstacle("/tmp/shut/in/f", ctl::Identity::Nobody()), HasSubstr("mode 0700"));
 }
 
