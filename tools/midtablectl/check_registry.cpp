@@ -72,11 +72,12 @@ void CheckBlock(const std::string& path, long number, const std::string& block,
 void CheckQuote(const std::string& path, long number, const std::string& column,
                 Findings& findings) {
   const std::vector<std::string_view> lines = Lines(column);
-  const auto rows = std::count_if(lines.begin(), lines.end(), [](std::string_view line) {
+  if (lines.size() < 2) return;
+  const auto rows = std::count_if(lines.begin() + 1, lines.end(), [](std::string_view line) {
     const std::string_view row = Trim(line);
     return IsUsable(row.substr(0, kBlockDigits)) && !IsNumber(row.substr(0, kBlockDigits + 1));
   });
-  if (lines.size() < 2 || rows == 0) return;
+  if (rows == 0) return;
   findings.Error(path, number,
                  "a quote that opens here takes in " +
                      Count(static_cast<std::size_t>(rows), "row") + ", whose blocks are lost",
