@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/dbinfo.h"
@@ -32,7 +33,7 @@ std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findin
 // Whether a port is needed and there is none: a local socket has no use for one.
 bool LacksPort(const MYSQLAUTH& auth);
 
-// --- definitions and loader templates (check_definitions.cpp)
+// --- definitions and loader templates (check_definitions.cpp, check_templates.cpp)
 
 struct MemDefinition {
   std::string kind;
@@ -80,6 +81,8 @@ DefinitionSet CheckDefinitions(const std::string& path, bool oracle, bool in_use
                                Findings& findings);
 // Differences between the kinds of the two files.
 void CompareKinds(const DefinitionSet& used, const DefinitionSet& other, Findings& findings);
+// What CXmlStream says of a file, "line 7: text", in two; line 0 when it names none.
+std::pair<long, std::string> SplitLine(const std::string& error);
 // `kinds`: those whose files are loaded through the templates; looked for on an Oracle store only.
 void CheckTemplates(const std::string& path, bool oracle, const std::set<std::string>& kinds,
                     Findings& findings);

@@ -1,5 +1,4 @@
-// Table definitions and loader templates: the tree, and whether each statement takes what the
-// service gives it.
+// Table definitions: the tree, and whether each statement takes what the service gives it.
 
 #include <algorithm>
 #include <cctype>
@@ -38,14 +37,6 @@ bool Names(const std::string& text, const std::string& name) {
     }
   }
   return false;
-}
-
-// The parser's "line 7: text" in two.
-std::pair<long, std::string> SplitLine(const std::string& error) {
-  char* end = nullptr;
-  if (!error.starts_with("line ")) return {0, error};
-  const long line = std::strtol(error.c_str() + 5, &end, 10);
-  return {line, end + (*end == ':' ? 2 : 0)};
 }
 
 class DefinitionChecker {
@@ -308,13 +299,14 @@ class DefinitionChecker {
   std::set<std::string> m_conv_kinds;
 };
 
-// One kind of loader template: the siblings of one name, chosen by their attribute "table".
-struct TemplateKind {
-  const char* path;
-  Values values;
-};
-
 }  // namespace
+
+std::pair<long, std::string> SplitLine(const std::string& error) {
+  char* end = nullptr;
+  if (!error.starts_with("line ")) return {0, error};
+  const long line = std::strtol(error.c_str() + 5, &end, 10);
+  return {line, end + (*end == ':' ? 2 : 0)};
+}
 
 std::string SampleMemTable(const std::string& kind) {
   return std::string("MEM_") + kSampleDate + "_0000" + kind;
@@ -366,46 +358,6 @@ void CompareKinds(const DefinitionSet& used, const DefinitionSet& other, Finding
   };
   missing(used, other);
   missing(other, used);
-}
-
-void CheckTemplates(const std::string& path, bool oracle, const std::set<std::string>& kinds,
-                    Findings& findings) {
-  CXmlStream xml;
-  if (!xml.parseFile(path)) {
-    const auto [line, reason] = SplitLine(xml.getError());
-    findings.Add(oracle, path, line,
-                 "cannot be used: " + reason +
-                     (oracle ? "" : "; an error line in the run log with every mem file"),
-                 oracle ? "mend it; the Oracle sample of sqlldr_ctl.xml shows one that works"
-                        : "copy the sample sqlldr_ctl.xml, which is empty, there");
-    return;
-  }
-  if (!oracle) return;
-  const std::string external = "WLAN_1a2b3c4d.MEM_x_external";
-  const TemplateKind templates[] = {
-      {"/root/external_load/create_memdir", {"WLAN_1a2b3c4d", "1a2b3c4d"}},
-      {"/root/external_load/create_table", {external, "WLAN_1a2b3c4d", "file.dat"}},
-      {"/root/external_merge", {"WLAN_1a2b3c4d.MEM_x", external}}};
-  for (const TemplateKind& wanted : templates) {
-    for (const std::string& kind : kinds) {
-      CXmlNode node = xml.getNode(wanted.path);
-      std::string table;
-      for (; node; node = node.next()) {
-        node.getProp("table", table);
-        if (table == "MEM_" + kind) break;
-      }
-      const FilledTemplate filled = FillTemplate(node.getContent(), wanted.values);
-      if (node && filled && Contains(filled.text, std::get<std::string>(wanted.values[0])))
-        continue;
-      findings.Error(
-          path, node.line(),
-          !node ? std::string("no ") + wanted.path + " with table=\"MEM_" + kind +
-                      "\": no file of that kind is loaded"
-                : std::string(wanted.path) + ": " +
-                      (filled ? "does not use its first value" : filled.error),
-          "see the Oracle sample of sqlldr_ctl.xml for the elements and their placeholders");
-    }
-  }
 }
 
 }  // namespace ctl
