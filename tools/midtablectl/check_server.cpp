@@ -1,8 +1,6 @@
 // The database server: login, privileges, databases, year tables, settings that alter rows.
 
-#include <unistd.h>
-
-#include <cerrno>
+#include <algorithm>
 #include <ctime>
 
 #include "db/SqlFactory.h"
@@ -45,17 +43,15 @@ void CheckConfiguration(Server& server, Findings& findings) {
 }
 
 void CheckMonthDatabase(Server& server, const DefinitionSet& definitions, Findings& findings) {
-  for (const MidDefinition& mid : definitions.mid) {
-    if (mid.period != Period::kMonth) continue;
-    const std::string name = kMonthTableDatabase;
-    const std::string words = server.Run("show tables from " + name + " like 'x'");
-    if (words.empty()) return;
-    findings.Error(kWhere, 0,
-                   name + " cannot be looked at (" + words +
-                       "): an error line with every conversion of a month table",
-                   "create database " + name + "; it stays empty");
-    return;
-  }
+  const auto is_month = [](const MidDefinition& mid) { return mid.period == Period::kMonth; };
+  if (std::none_of(definitions.mid.begin(), definitions.mid.end(), is_month)) return;
+  const std::string name = kMonthTableDatabase;
+  const std::string words = server.Run("show tables from " + name + " like 'x'");
+  if (words.empty()) return;
+  findings.Error(kWhere, 0,
+                 name + " cannot be looked at (" + words +
+                     "): an error line with every conversion of a month table",
+                 "create database " + name + "; it stays empty");
 }
 
 // Years that the conversions of `folder` need: this one, and those of files that wait.
@@ -155,7 +151,7 @@ ScratchDatabase::ScratchDatabase(Server& server) : m_server(server) {
         std::string("truncate table probe")}) {
     const std::string words = m_server.Run(step);
     if (words.empty()) continue;
-    m_error = "\"" + step + "\" fails: " + words;
+    m_error = Format("\"%s\" fails: %s", step.c_str(), words.c_str());
     return;
   }
 }

@@ -9,6 +9,7 @@
 #include <numeric>
 #include <utility>
 
+#include "log/zux_center_log.h"
 #include "midtable/mem_file_name.h"
 #include "midtablectl/check.h"
 #include "support/trim.h"
@@ -103,9 +104,10 @@ class SettingsLines {
       if (kKeys.count(Lower(key)) != 0) continue;
       for (const std::string& known : kKeys) {
         if (Has(known) || Distance(key, known) > 2) continue;
-        m_findings.Warning(m_path, line,
-                           "key \"" + key + "\" is not read, and there is no " + known,
-                           "write " + known + ", if that is meant");
+        m_findings.Warning(
+            m_path, line,
+            Format("key \"%s\" is not read, and there is no %s", key.c_str(), known.c_str()),
+            "write " + known + ", if that is meant");
       }
     }
   }
