@@ -67,7 +67,11 @@ class Rehearsal {
     }
     const std::string words = m_server.Run(statement);
     if (words.empty()) return true;
-    const std::string advice = ServerAdvice(words);
+    std::string advice = ServerAdvice(words);
+    const std::size_t denied = words.find(" command denied");
+    if (denied != std::string::npos) {
+      advice = "grant " + Lower(words.substr(0, denied)) + " on `WLAN\\_%`.* to " + m_server.user();
+    }
     m_findings.Error(m_set.path, line, what + " fails on the server: " + words,
                      advice.empty() ? "mend the statement" : advice);
     return false;
