@@ -93,8 +93,18 @@ int CMysqlBase::failStatement(const char* sql) {
   return -1;
 }
 
+// Rows that were loaded under autocommit=0, by the server's default or its init_connect, would be
+// gone with the connection. The server's last answer tells, so that asking costs nothing.
+bool CMysqlBase::commitsByItself() {
+  return (usable()->server_status & SERVER_STATUS_AUTOCOMMIT) != 0 ||
+         mysql_autocommit(usable(), 1) == 0;
+}
+
 int CMysqlBase::executeSQL(const char* sql, int logOnError) {
-  if (usable() != nullptr && mysql_real_query(usable(), sql, std::strlen(sql)) == 0) return 0;
+  if (usable() != nullptr && commitsByItself() &&
+      mysql_real_query(usable(), sql, std::strlen(sql)) == 0) {
+    return 0;
+  }
   failStatement(sql);
   if (logOnError != 0) g_loger(kUnit, kStatementFailedLine, kError, "%s", m_lastError.c_str());
   return -1;
@@ -117,13 +127,9 @@ bool CMysqlBase::existTable(const char* name) {
 
 int CMysqlBase::changeDB(const char* name) {
   const std::string statement = (std::string("use ") + name).substr(0, kMaxUseStatement);
-  if (executeSQL(statement.c_str(), 1) != 0) return -1;
-  m_auth->dbname = name;
-  // Rows that are loaded under autocommit=0 would be gone with the connection. What the server's
-  // variables and its init_connect made of it stands in the answer to the statement above.
-  const bool commits = (usable()->server_status & SERVER_STATUS_AUTOCOMMIT) != 0 ||
-                       mysql_autocommit(usable(), 1) == 0;
-  return commits ? 0 : failStatement("set autocommit=1");
+  const int result = executeSQL(statement.c_str(), 1);
+  if (result == 0) m_auth->dbname = name;
+  return result;
 }
 
 int CMysqlBase::changeDB(const char* name, const char* /*password*/) { return changeDB(name); }

@@ -27,12 +27,13 @@ class CMysqlBase : public CSqlBase {
   int connectDB() override;
   int closeDB() override;
   std::string getLastError() override { return m_lastError; }
+  // Committed at once outside of a transaction, whatever the server's default; with an init_connect
+  // of autocommit=0, from the second statement of a connection on.
   // Failure: "execute <statement> failed, error:" and the library's text, unchanged.
   int executeSQL(const char* sql, int logOnError) override;
   // False as well when a database that matches the pattern `name` is listed before it.
   bool existDB(const char* name) override;
-  // From here on each statement outside of a transaction is committed, whatever the server's
-  // default. A refused change is logged. `password` is not needed here.
+  // A failure is logged. `password` is not needed here.
   int changeDB(const char* name) override;
   int changeDB(const char* name, const char* password) override;
   // A failure is logged. One after the first row, when the server breaks off, leaves no rows.
@@ -72,6 +73,7 @@ class CMysqlBase : public CSqlBase {
   // refused.
   MYSQL* usable() const { return m_initialised ? m_handle.get() : nullptr; }
   std::string libraryError() const;
+  bool commitsByItself();
   int failStatement(const char* sql);
   bool firstRowIs(Result list, const char* name);
 
