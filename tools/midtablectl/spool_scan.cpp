@@ -63,7 +63,7 @@ DatabaseFolder ScanFolder(const std::string& id) {
 std::string DatabaseFolder::Path() const { return paths::kSpool + id + "/"; }
 
 std::string SpoolPath(const std::string& file) {
-  const std::string path = MemFilePath(file);
+  std::string path = MemFilePath(file);
   const std::string name(FileNameOf(path));
   struct stat folder {};
   struct stat candidate {};
@@ -71,9 +71,10 @@ std::string SpoolPath(const std::string& file) {
   int error = 0;
   for (const std::string& id : Names(paths::kSpool, error)) {
     if (!IsDatabaseId(id)) continue;
-    if (stat((paths::kSpool + id).c_str(), &candidate) == 0 && candidate.st_dev == folder.st_dev &&
+    const std::string known = DatabaseFolder{id, 0, {}}.Path();
+    if (stat(known.c_str(), &candidate) == 0 && candidate.st_dev == folder.st_dev &&
         candidate.st_ino == folder.st_ino) {
-      return paths::kSpool + id + "/" + name;
+      return known + name;
     }
   }
   return path;
