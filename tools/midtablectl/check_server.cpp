@@ -133,9 +133,7 @@ std::string Connect(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings) {
 }  // namespace
 
 std::string Today() {
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
+  const std::tm local = LocalTime(std::time(nullptr));
   return Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
 }
 

@@ -58,12 +58,6 @@ bool LostLines(const LogEntry& entry) {
   return IsRewriting(entry) && !entry.text.ends_with(" dropped 0");
 }
 
-std::tm LocalTime(std::time_t time) {
-  std::tm local{};
-  localtime_r(&time, &local);
-  return local;
-}
-
 // Whether it is a file as it came, kept when the good lines of it were loaded.
 bool IsKept(const std::string& path) {
   struct stat status {};

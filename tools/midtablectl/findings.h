@@ -1,6 +1,7 @@
 // What `check` found: one line each.
 #pragma once
 
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,6 +46,7 @@ class Findings {
 // Small helpers of all commands.
 inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 std::string Lower(std::string_view text);
+std::tm LocalTime(std::time_t time);
 bool IsNumber(std::string_view text);  // digits only, at least one
 // The lines of a text without their ends; a CR before the LF goes too.
 std::vector<std::string_view> Lines(std::string_view text);

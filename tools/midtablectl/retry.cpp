@@ -1,7 +1,6 @@
 // First a plan for every file, then the question, then the moves: each is looked at again before.
 #include "midtablectl/retry.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,9 +31,10 @@ bool Exists(const std::string& path) {
 
 // The fields of a file's first line as the rewriting counts them: empty ones are none.
 int FieldsOfFirstLine(const std::string& path) {
-  const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  const FileDescriptor file = OpenRegular(path, status);
   char text[65536];
-  const ssize_t size = fd ? read(fd.get(), text, sizeof text) : 0;
+  const ssize_t size = file ? read(file.get(), text, sizeof text) : 0;
   std::string_view line(text, size > 0 ? static_cast<std::size_t>(size) : 0);
   line = line.substr(0, line.find('\n'));
   int fields = 0;

@@ -63,8 +63,7 @@ std::vector<LogEntry> ParseLog(std::string_view content) {
 
 RunLog ReadLogOf(std::time_t time) {
   RunLog log;
-  std::tm day{};
-  localtime_r(&time, &day);
+  const std::tm day = LocalTime(time);
   const std::string newest = Format("%s%04d%02d%02d.log", paths::kRunLogDir, day.tm_year + 1900,
                                     day.tm_mon + 1, day.tm_mday);
   for (const std::string& path : {newest + ".bak", newest}) {

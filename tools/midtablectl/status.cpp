@@ -144,7 +144,8 @@ DatabaseStatus Observer::LookAt(const DatabaseFolder& folder, std::time_t now) {
 std::uint64_t Observer::RowsOf(const std::string& path, std::time_t loaded) {
   const auto known = m_rows.find(path);
   if (known != m_rows.end() && known->second.loaded == loaded) return known->second.rows;
-  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  const FileDescriptor file = OpenRegular(path, status);
   std::uint64_t rows = 0;
   std::vector<char> chunk(1 << 18);
   for (ssize_t size = 0; file && (size = read(file.get(), chunk.data(), chunk.size())) > 0;) {

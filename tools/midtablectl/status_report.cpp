@@ -102,8 +102,7 @@ void PrintLine(const DatabaseStatus& one, const std::string& bar, Console& conso
 }  // namespace
 
 void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& console) {
-  std::tm local{};
-  localtime_r(&status.time, &local);
+  const std::tm local = LocalTime(status.time);
   std::string service = "not running";
   if (status.running) {
     service = status.pid > 0 ? "running, process " + std::to_string(status.pid) : "running";

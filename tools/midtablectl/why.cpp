@@ -107,8 +107,7 @@ Status Why(const std::string& file, Console& console) {
     return Status::kCouldNotLook;
   }
   // A rename leaves the time of the content alone; this one is when the file got its name.
-  std::tm when{};
-  localtime_r(&status.st_ctime, &when);
+  const std::tm when = LocalTime(status.st_ctime);
   console.out << OneLine(path) << '\n'
               << Format("%s %04d-%02d-%02d at %02d:%02d:%02d, or was touched then\n\n",
                         path.ends_with(".mid") ? "loaded" : "failed", when.tm_year + 1900,
