@@ -1,6 +1,6 @@
 # Part of play: the time of one appliance's files on each kind of server, in turns.
 # shellcheck shell=bash disable=SC1091,SC2034,SC2154
-source "$demo/../bench/timing.sh"
+source "$demo/../bench/speed/timing.sh"
 source "$here/cluster.sh"
 
 cost() {

@@ -1,8 +1,12 @@
 // Read access to XML files by slash paths, on libxml2.
 //
-// A document that is not well-formed XML 1.0 is refused as a whole, and so is one whose document
-// type declares entities or names an external subset: nothing is ever fetched or expanded. Neither
-// is a file of more than 4 MiB read.
+// A document that is not well-formed XML 1.0 is refused as a whole. Refused are also, so that no
+// file can cost more than the reading of it:
+// - a file of more than 4 MiB
+// - a document type that declares anything. One that names an external file is taken, and the file
+//   is never fetched; a reference to an entity that this file may declare is refused
+// - an element with more than 256 attributes
+// - more than 64 declarations of namespaces
 #pragma once
 
 #include <memory>

@@ -1,12 +1,18 @@
 #include "db/MysqlBase.h"
 
 #include <errmsg.h>
+#include <mysqld_error.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <strings.h>
+#include <sys/socket.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
+#include "db/mysql_failure.h"
+#include "db/server_wait.h"
 #include "log/zux_center_log.h"
 
 namespace {
@@ -14,6 +20,25 @@ namespace {
 constexpr char kUnit[] = "MysqlBase";
 constexpr int kStatementFailedLine = 114;  // fixed: part of the message that operators know
 constexpr std::size_t kMaxUseStatement = 1023;
+constexpr char kInitFailed[] = "mysql_init() error";
+
+// A login takes milliseconds; ten seconds are for a server that has just started or is overloaded.
+constexpr std::chrono::seconds kConnectLimit{10};
+// Questions are answered in milliseconds as well, but for the time that they wait for a lock, which
+// comes on top. A minute is for a server whose disks are busy with something else.
+constexpr std::chrono::seconds kAnswerLimit{60};
+// The library's own time-outs end nothing, since ServerWait does the waiting. They bound for how
+// long an encrypted connection is read without asking it, and how often a host's name that could
+// not be looked up is looked up again.
+constexpr unsigned int kLibraryTimeoutSeconds = 1;
+
+// While a statement runs for hours the connection is silent. The system asks the peer's system
+// every quarter of a minute, from the first minute of silence on, and breaks the connection after
+// three minutes without an answer; so it does when what was sent is not taken for so long.
+constexpr int kSilentSeconds = 60;
+constexpr int kProbeSeconds = 15;
+constexpr int kProbes = 8;
+constexpr int kUnansweredMilliseconds = (kSilentSeconds + kProbes * kProbeSeconds) * 1000;
 
 // Sets the library up once for the process, and tears it down in each thread that used it.
 void UseClientLibrary() {
@@ -24,14 +49,27 @@ void UseClientLibrary() {
   [[maybe_unused]] static thread_local ThreadEnd thread_end;
 }
 
+// Connections over a socket file have no such options, and need none.
+void NoticeDeadPeers(int socket) {
+  const auto set = [socket](int level, int name, int value) {
+    [[maybe_unused]] const int ignored = setsockopt(socket, level, name, &value, sizeof value);
+  };
+  set(SOL_SOCKET, SO_KEEPALIVE, 1);
+  set(IPPROTO_TCP, TCP_KEEPIDLE, kSilentSeconds);
+  set(IPPROTO_TCP, TCP_KEEPINTVL, kProbeSeconds);
+  set(IPPROTO_TCP, TCP_KEEPCNT, kProbes);
+  set(IPPROTO_TCP, TCP_USER_TIMEOUT, kUnansweredMilliseconds);
+}
+
 }  // namespace
 
-CMysqlBase::CMysqlBase(MYSQLAUTH* auth) : m_auth(std::make_unique<MYSQLAUTH>(auth)) {}
+CMysqlBase::CMysqlBase(MYSQLAUTH* auth)
+    : m_auth(std::make_unique<MYSQLAUTH>(auth)), m_ownDatabase(auth->dbname) {}
 
 CMysqlBase::~CMysqlBase() { CMysqlBase::closeDB(); }
 
 int CMysqlBase::setAuth(MYSQLAUTH* auth) {
-  m_auth->dbname = auth->dbname;
+  m_auth->dbname = m_ownDatabase = auth->dbname;
   m_auth->host = auth->host;
   m_auth->extra_flag = auth->extra_flag;
   m_auth->port = auth->port;
@@ -46,26 +84,58 @@ int CMysqlBase::init() {
   UseClientLibrary();
   m_handle = std::make_unique<MYSQL>();
   m_initialised = mysql_init(m_handle.get()) != nullptr;
-  if (m_initialised) return 0;
-  m_lastError = "mysql_init() error";
-  return -1;
+  return m_initialised ? 0 : fail(kInitFailed, SqlFailure::kConnection);
 }
 
 int CMysqlBase::connectDB() {
   if (init() == -1) return -1;
-  if (m_connected) return 0;
-  if (usable() == nullptr) {
-    m_lastError = "mysql_init() error";
-    return -1;
+  if (m_connected) return succeed();
+  if (usable() == nullptr) return fail(kInitFailed, SqlFailure::kConnection);
+  m_connected = logIn();
+  if (!m_connected && lastDatabaseIsClosed()) {
+    m_auth->dbname = m_ownDatabase;
+    m_connected = logIn();
   }
-  if (mysql_real_connect(usable(), m_auth->host.c_str(), m_auth->user.c_str(),
+  if (m_connected) return succeed();
+  return fail("connect failed, error:" + libraryError(), SqlFailure::kConnection);
+}
+
+// The library forgets its options with every attempt that fails.
+bool CMysqlBase::logIn() {
+  const ServerWait wait(m_gaveUp, kConnectLimit);
+  MYSQL* const handle = usable();
+  for (const auto option :
+       {MYSQL_OPT_CONNECT_TIMEOUT, MYSQL_OPT_READ_TIMEOUT, MYSQL_OPT_WRITE_TIMEOUT}) {
+    mysql_optionsv(handle, option, &kLibraryTimeoutSeconds);
+  }
+  mysql_optionsv(handle, MARIADB_OPT_IO_WAIT, &ServerWait::Wait);
+  if (mysql_real_connect(handle, m_auth->host.c_str(), m_auth->user.c_str(),
                          m_auth->password.c_str(), m_auth->dbname.c_str(),
                          static_cast<unsigned int>(m_auth->port), nullptr, 0) == nullptr) {
-    m_lastError = "connect failed, error:" + libraryError();
-    return -1;
+    return false;
   }
-  m_connected = true;
-  return 0;
+  NoticeDeadPeers(mysql_get_socket(handle));
+  return limitLockWaits();
+}
+
+// It was dropped, or the user's rights on it were.
+bool CMysqlBase::lastDatabaseIsClosed() const {
+  const unsigned int error = mysql_errno(usable());
+  return m_auth->dbname != m_ownDatabase &&
+         (error == ER_BAD_DB_ERROR || error == ER_DBACCESS_DENIED_ERROR);
+}
+
+// False only when the connection is gone again. A server that was built without InnoDB, say, knows
+// but the second of the two variables, and sets neither when asked for both.
+bool CMysqlBase::limitLockWaits() {
+  const std::string seconds = " = " + std::to_string(m_lockWaitSeconds);
+  const std::string tables = "lock_wait_timeout" + seconds;
+  for (const std::string& limits : {"innodb_lock_wait_timeout" + seconds + ", " + tables, tables}) {
+    const std::string statement = "set session " + limits;
+    if (mysql_real_query(usable(), statement.c_str(), statement.size()) == 0) return true;
+    if (libraryFailure() == SqlFailure::kConnection) return false;
+  }
+  return true;
 }
 
 int CMysqlBase::closeDB() {
@@ -75,7 +145,7 @@ int CMysqlBase::closeDB() {
   m_handle.reset();
   m_initialised = false;
   m_connected = false;
-  return 0;
+  return succeed();
 }
 
 int CMysqlBase::reconnectDB() {
@@ -83,14 +153,35 @@ int CMysqlBase::reconnectDB() {
   return connectDB();
 }
 
-std::string CMysqlBase::libraryError() const {
-  return usable() == nullptr ? "not connected" : mysql_error(usable());
+std::chrono::seconds CMysqlBase::answerLimit() const {
+  return kAnswerLimit + std::chrono::seconds(m_lockWaitSeconds);
+}
+
+int CMysqlBase::succeed() {
+  m_lastFailure = SqlFailure::kNone;
+  return 0;
+}
+
+int CMysqlBase::fail(const std::string& text, SqlFailure meaning) {
+  m_lastError = text;
+  m_lastFailure = meaning;
+  return -1;
 }
 
 // The whole text, however long the statement: callers look for server messages at its end.
 int CMysqlBase::failStatement(const char* sql) {
-  m_lastError = std::string("execute ") + sql + " failed, error:" + libraryError();
-  return -1;
+  return fail(std::string("execute ") + sql + " failed, error:" + libraryError(), libraryFailure());
+}
+
+std::string CMysqlBase::libraryError() const {
+  if (!m_gaveUp.empty()) return m_gaveUp;
+  return usable() == nullptr ? "not connected" : mysql_error(usable());
+}
+
+SqlFailure CMysqlBase::libraryFailure() const {
+  if (!m_gaveUp.empty() || usable() == nullptr) return SqlFailure::kConnection;
+  return MeaningOfMysqlError(mysql_errno(usable()), mysql_sqlstate(usable()),
+                             mysql_error(usable()));
 }
 
 // Rows that were loaded under autocommit=0, by the server's default or its init_connect, would be
@@ -101,9 +192,14 @@ bool CMysqlBase::commitsByItself() {
 }
 
 int CMysqlBase::executeSQL(const char* sql, int logOnError) {
+  const ServerWait wait(m_gaveUp);
+  return run(sql, logOnError);
+}
+
+int CMysqlBase::run(const char* sql, int logOnError) {
   if (usable() != nullptr && commitsByItself() &&
       mysql_real_query(usable(), sql, std::strlen(sql)) == 0) {
-    return 0;
+    return succeed();
   }
   failStatement(sql);
   if (logOnError != 0) g_loger(kUnit, kStatementFailedLine, kError, "%s", m_lastError.c_str());
@@ -112,22 +208,30 @@ int CMysqlBase::executeSQL(const char* sql, int logOnError) {
 
 // DELIBERATE: looks at one row only, although `name` was taken as a pattern.
 bool CMysqlBase::firstRowIs(Result list, const char* name) {
-  MYSQL_ROW row = nullptr;
-  if (list == nullptr || fetchRow(list.get(), row) != 0 || row == nullptr) return false;
-  return row[0] != nullptr && strcasecmp(row[0], name) == 0;
+  if (list == nullptr) {
+    fail(std::string("look-up of ") + name + " failed, error:" + libraryError(), libraryFailure());
+    return false;
+  }
+  succeed();
+  const MYSQL_ROW row = mysql_fetch_row(list.get());
+  return row != nullptr && row[0] != nullptr && strcasecmp(row[0], name) == 0;
 }
 
 bool CMysqlBase::existDB(const char* name) {
-  return usable() != nullptr && firstRowIs(Result(mysql_list_dbs(usable(), name)), name);
+  const ServerWait wait(m_gaveUp, answerLimit());
+  return firstRowIs(Result(usable() == nullptr ? nullptr : mysql_list_dbs(usable(), name)), name);
 }
 
 bool CMysqlBase::existTable(const char* name) {
-  return usable() != nullptr && firstRowIs(Result(mysql_list_tables(usable(), name)), name);
+  const ServerWait wait(m_gaveUp, answerLimit());
+  return firstRowIs(Result(usable() == nullptr ? nullptr : mysql_list_tables(usable(), name)),
+                    name);
 }
 
 int CMysqlBase::changeDB(const char* name) {
+  const ServerWait wait(m_gaveUp, answerLimit());
   const std::string statement = (std::string("use ") + name).substr(0, kMaxUseStatement);
-  const int result = executeSQL(statement.c_str(), 1);
+  const int result = run(statement.c_str(), 1);
   if (result == 0) m_auth->dbname = name;
   return result;
 }
@@ -135,47 +239,53 @@ int CMysqlBase::changeDB(const char* name) {
 int CMysqlBase::changeDB(const char* name, const char* /*password*/) { return changeDB(name); }
 
 int CMysqlBase::RowsCountBySQL(const char* sql, unsigned int* count) {
-  MYSQL* handle = usable();
-  if (handle == nullptr) return CR_SERVER_GONE_ERROR;
-  if (mysql_real_query(handle, sql, std::strlen(sql)) != 0) {
-    return static_cast<int>(mysql_errno(handle));
+  const ServerWait wait(m_gaveUp, answerLimit());
+  MYSQL* const handle = usable();
+  Result result;
+  if (handle != nullptr && mysql_real_query(handle, sql, std::strlen(sql)) == 0) {
+    result.reset(mysql_store_result(handle));
   }
-  const Result result(mysql_store_result(handle));
   if (result == nullptr) {
-    const auto error = static_cast<int>(mysql_errno(handle));
-    return error != 0 ? error : CR_UNKNOWN_ERROR;
+    const unsigned int error = handle == nullptr ? CR_SERVER_GONE_ERROR : mysql_errno(handle);
+    m_lastFailure = error == 0 ? SqlFailure::kStatement : libraryFailure();
+    return static_cast<int>(error == 0 ? CR_UNKNOWN_ERROR : error);
   }
   *count = static_cast<unsigned int>(mysql_num_rows(result.get()));
-  return 0;
+  return succeed();
 }
 
 bool CMysqlBase::isDBAlive() {
-  if (usable() != nullptr && mysql_ping(usable()) == 0) return true;
-  m_lastError = "ping failed, error:" + libraryError();
+  const ServerWait wait(m_gaveUp, answerLimit());
+  if (usable() != nullptr && mysql_ping(usable()) == 0) return succeed() == 0;
+  fail("ping failed, error:" + libraryError(), SqlFailure::kConnection);
   return false;
 }
 
 int CMysqlBase::GetColums(const char* /*table*/, std::vector<std::string>& /*columns*/) {
+  succeed();
   return 1;
 }
 
 int CMysqlBase::fetchResult(const char* sql, MYSQL_RES*& result) {
-  const int executed = executeSQL(sql, 1);
+  const ServerWait wait(m_gaveUp, answerLimit());
+  const int executed = run(sql, 1);
   if (executed != 0) return executed;
   result = mysql_use_result(usable());
   if (result != nullptr) return 0;
   if (mysql_errno(usable()) != 0) return failStatement(sql);
-  m_lastError = std::string("execute ") + sql + " failed, error:the statement gives no rows";
-  return -1;
+  return fail(std::string("execute ") + sql + " failed, error:the statement gives no rows",
+              SqlFailure::kStatement);
 }
 
 int CMysqlBase::freeResult(MYSQL_RES* result) {
+  const ServerWait wait(m_gaveUp, answerLimit());  // it reads the rows that are left
   mysql_free_result(result);
   return 0;
 }
 
 int CMysqlBase::fetchRow(MYSQL_RES* result, MYSQL_ROW& row) {
   if (!m_connected) return -1;
+  const ServerWait wait(m_gaveUp, answerLimit());
   row = mysql_fetch_row(result);
   return 0;
 }
@@ -213,7 +323,7 @@ int CMysqlBase::fetchRecord(SqlRecord& record) {
 }
 
 void CMysqlBase::clearRecordSet() {
-  m_result.reset();
+  if (m_result != nullptr) freeResult(m_result.release());
   m_row = nullptr;
   m_fields = nullptr;
 }

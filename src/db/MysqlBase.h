@@ -4,10 +4,18 @@
 // streams its rows from the server; it is open until the next read, clearRecordSet or closeDB.
 // Names given to existDB and existTable are patterns of the server, and only the first match
 // counts.
+//
+// Waiting: connecting is given up after 10 seconds. What executeSQL runs is awaited as long as the
+// connection stands; a peer that is gone is noticed within 3 minutes. All other operations are
+// questions: an answer is awaited for 60 seconds and for as long as a lock may keep it. Once the
+// service is to stop (g_nMainRun is 0), connecting and questions are given up within a second. What
+// was given up fails as kConnection, with a text that says so, and the back end is to be
+// reconnected. The look-up of a host's name alone is the system's and obeys none of this.
 #pragma once
 
 #include <mysql.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,21 +25,28 @@
 
 class CMysqlBase : public CSqlBase {
  public:
+  // A lock that is held for longer is not waited for: what met one is tried again later, and until
+  // then other databases get their turn. The servers' own limits are a day for a table's lock and
+  // 50 seconds for a row's.
+  static constexpr int kLockWaitSeconds = 60;
+
   // Copies the record; makes no connection.
   explicit CMysqlBase(MYSQLAUTH* auth);
   ~CMysqlBase() override;
   CMysqlBase(const CMysqlBase&) = delete;
   CMysqlBase& operator=(const CMysqlBase&) = delete;
 
-  // Failure: "mysql_init() error" or "connect failed, error:" and the library's text.
+  // Failure: "mysql_init() error" or "connect failed, error:" and the library's text; the meaning
+  // is always kConnection. Where the database that was used last is gone, or closed to the user, it
+  // connects to the one of the record.
   int connectDB() override;
   int closeDB() override;
   std::string getLastError() override { return m_lastError; }
-  // Committed at once outside of a transaction, whatever the server's default; with an init_connect
-  // of autocommit=0, from the second statement of a connection on.
+  // Committed at once outside of a transaction, whatever the server's default or init_connect.
   // Failure: "execute <statement> failed, error:" and the library's text, unchanged.
   int executeSQL(const char* sql, int logOnError) override;
-  // False as well when a database that matches the pattern `name` is listed before it.
+  // False as well when a database that matches the pattern `name` is listed before it. Failure:
+  // "look-up of <name> failed, error:" and the library's text, here and in existTable.
   bool existDB(const char* name) override;
   // A failure is logged. `password` is not needed here.
   int changeDB(const char* name) override;
@@ -45,12 +60,17 @@ class CMysqlBase : public CSqlBase {
   bool isDBAlive() override;
   // Not offered here: 1, and nothing is appended.
   int GetColums(const char* table, std::vector<std::string>& columns) override;
+  SqlFailure lastFailure() const override { return m_lastFailure; }
+  // kLockWaitSeconds at first. For locks on rows and on whole tables alike, a dump's among them; a
+  // server that knows only one of its two settings gets that one.
+  void setLockWaitSeconds(int seconds) override { m_lockWaitSeconds = seconds; }
 
   // Prepares the handle: 0, or -1. It is tried once: after a failure the next call gives 0, and
   // connecting still fails.
   virtual int init();
 
-  // Takes over all but dbtype and new_user_password, for the next connect. Always 1.
+  // Takes over all but dbtype and new_user_password, for the next connect, whose database is the
+  // record's own again. Always 1.
   int setAuth(MYSQLAUTH* auth);
 
   // Reading row by row. All but fetchRecord give 0, or -1 with the last error set.
@@ -72,13 +92,27 @@ class CMysqlBase : public CSqlBase {
   // The handle, or null where the library must not be called: none yet, or one that mysql_init
   // refused.
   MYSQL* usable() const { return m_initialised ? m_handle.get() : nullptr; }
-  std::string libraryError() const;
-  bool commitsByItself();
+  std::chrono::seconds answerLimit() const;
+
+  // The outcomes of an operation: each sets what lastFailure tells.
+  int succeed();
+  int fail(const std::string& text, SqlFailure meaning);
   int failStatement(const char* sql);
+  // Why the library's last call failed, as text and as meaning.
+  std::string libraryError() const;
+  SqlFailure libraryFailure() const;
+
+  bool logIn();
+  bool lastDatabaseIsClosed() const;
+  bool limitLockWaits();
+  bool commitsByItself();
+  int run(const char* sql, int logOnError);
   bool firstRowIs(Result list, const char* name);
 
   std::unique_ptr<MYSQL> m_handle;
-  std::unique_ptr<MYSQLAUTH> m_auth;
+  std::unique_ptr<MYSQLAUTH> m_auth;  // its dbname is the database that was used last
+  std::string m_ownDatabase;          // the record's
+  int m_lockWaitSeconds = kLockWaitSeconds;
   bool m_initialised = false;
   bool m_connected = false;
   Result m_result;
@@ -86,4 +120,6 @@ class CMysqlBase : public CSqlBase {
   MYSQL_FIELD* m_fields = nullptr;
   std::vector<std::string> m_columnNames;
   std::string m_lastError;
+  SqlFailure m_lastFailure = SqlFailure::kNone;
+  std::string m_gaveUp;  // why the last call was not awaited to its end; empty when it was
 };

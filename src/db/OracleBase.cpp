@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "db/oracle_failure.h"
 #include "support/trim.h"
 
 namespace {
@@ -15,9 +16,13 @@ constexpr char kDataSource[] = "midtable";
 constexpr char kNotConnected[] = "not connected";
 constexpr char kNoRows[] = "the statement gives no rows";
 
+// A login takes milliseconds; ten seconds are for a server that has just started or is overloaded.
+constexpr SQLULEN kLoginSeconds = 10;
+
 struct Failure {
   std::string text;
   SQLINTEGER code = 0;  // the server's number; 0 where there is none
+  SqlFailure meaning = SqlFailure::kConnection;
 };
 
 template <SQLSMALLINT kType>
@@ -37,6 +42,7 @@ class Handle {
   // All that the driver and the server have to say about the call that just failed.
   Failure failure() const {
     Failure all;
+    std::string first_state;
     std::string message(1024, '\0');
     SQLCHAR state[SQL_SQLSTATE_SIZE + 1] = {};
     for (SQLSMALLINT record = 1;; ++record) {
@@ -52,11 +58,17 @@ class Handle {
         message.resize(static_cast<std::size_t>(size) + 1);
         if (!SQL_SUCCEEDED(read())) break;
       }
-      if (record == 1) all.code = code;
-      if (record > 1) all.text += "; ";
-      all.text += std::string(reinterpret_cast<const char*>(state)) + " " + message.c_str();
+      const std::string state_text = reinterpret_cast<const char*>(state);
+      if (record == 1) {
+        all.code = code;
+        first_state = state_text;
+      } else {
+        all.text += "; ";
+      }
+      all.text += state_text + " " + message.c_str();
     }
     if (all.text.empty()) all.text = "ODBC failed without a text";
+    all.meaning = MeaningOfOracleError(first_state, all.text);
     return all;
   }
 
@@ -177,28 +189,29 @@ class COracleBase::Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // Logs in; false with `error` set. Called once.
-  bool open(const std::string& user, const std::string& password, std::string& error) {
+  // Logs in; false with `failure` set. Called once.
+  bool open(const std::string& user, const std::string& password, Failure& failure) {
     SQLHANDLE connection = m_connection.get();
+    SQLSetConnectAttr(connection, SQL_ATTR_LOGIN_TIMEOUT, Number(kLoginSeconds), SQL_IS_UINTEGER);
     m_open = SQL_SUCCEEDED(SQLConnect(connection, Text(kDataSource), SQL_NTS, Text(user.c_str()),
                                       SQL_NTS, Text(password.c_str()), SQL_NTS));
     const bool ready =
         m_open && SQL_SUCCEEDED(SQLSetConnectAttr(connection, SQL_ATTR_AUTOCOMMIT,
                                                   Number(SQL_AUTOCOMMIT_OFF), SQL_IS_UINTEGER));
-    if (!ready) error = m_connection.failure().text;
+    if (!ready) failure = m_connection.failure();
     return ready;
   }
 
   SQLHANDLE connection() const { return m_connection.get(); }
   bool inTransaction() const { return m_in_transaction; }
 
-  bool execute(const char* sql, std::string& error) {
+  bool execute(const char* sql, Failure& failure) {
     const std::string_view words = Trim(sql);
-    if (Is(words, "commit")) return end(SQL_COMMIT, error);
-    if (Is(words, "rollback")) return end(SQL_ROLLBACK, error);
+    if (Is(words, "commit")) return end(SQL_COMMIT, failure);
+    if (Is(words, "rollback")) return end(SQL_ROLLBACK, failure);
     Statement statement(m_connection.get());
     if (!statement.run(sql)) {
-      error = statement.failure().text;
+      failure = statement.failure();
       return false;
     }
     if (BeginsWith(words, "set transaction")) m_in_transaction = true;
@@ -206,9 +219,9 @@ class COracleBase::Session {
   }
 
   // Ends the transaction in the way of `how`.
-  bool end(SQLSMALLINT how, std::string& error) {
+  bool end(SQLSMALLINT how, Failure& failure) {
     if (!SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, m_connection.get(), how))) {
-      error = m_connection.failure().text;
+      failure = m_connection.failure();
       return false;  // still in it: the end of the session rolls it back
     }
     m_in_transaction = false;
@@ -233,74 +246,97 @@ class COracleBase::Session {
 };
 
 COracleBase::COracleBase(const std::string& user, const std::string& password)
-    : m_user(user), m_password(password) {}
+    : m_user(user), m_password(password), m_firstUser(user), m_firstPassword(password) {}
 
 COracleBase::~COracleBase() { COracleBase::closeDB(); }
 
-int COracleBase::connectDB() {
-  if (m_session != nullptr) return 0;
-  auto session = std::make_unique<Session>();
-  if (!session->open(m_user, m_password, m_lastError)) return -1;
-  m_session = std::move(session);
+int COracleBase::succeed() {
+  m_lastFailure = SqlFailure::kNone;
   return 0;
 }
 
+int COracleBase::fail(const std::string& text, SqlFailure meaning) {
+  m_lastError = text;
+  m_lastFailure = meaning;
+  return -1;
+}
+
+int COracleBase::notConnected() { return fail(kNotConnected, SqlFailure::kConnection); }
+
+int COracleBase::connectDB() {
+  if (m_session != nullptr) return succeed();
+  auto session = std::make_unique<Session>();
+  Failure failure;
+  if (!session->open(m_user, m_password, failure)) {
+    return fail(failure.text, SqlFailure::kConnection);
+  }
+  m_session = std::move(session);
+  return succeed();
+}
+
 int COracleBase::closeDB() {
-  if (m_session != nullptr && !m_session->inTransaction()) m_session->end(SQL_COMMIT, m_lastError);
+  succeed();
+  Failure failure;
+  if (m_session != nullptr && !m_session->inTransaction() && !m_session->end(SQL_COMMIT, failure)) {
+    fail(failure.text, failure.meaning);
+  }
   m_session.reset();
   return 0;
 }
 
 int COracleBase::reconnectDB() {
   closeDB();
-  return connectDB();
+  if (connectDB() == 0 || m_user == m_firstUser) return m_session == nullptr ? -1 : 0;
+  std::string last_user = std::exchange(m_user, m_firstUser);
+  std::string last_password = std::exchange(m_password, m_firstPassword);
+  if (connectDB() == 0) return 0;
+  // The server may be away: the user that was logged in last has a chance again later.
+  m_user = std::move(last_user);
+  m_password = std::move(last_password);
+  return -1;
 }
 
 int COracleBase::executeSQL(const char* sql, int /*logOnError*/) {
-  if (m_session == nullptr) {
-    m_lastError = kNotConnected;
-    return -1;
-  }
-  return m_session->execute(sql, m_lastError) ? 0 : -1;
+  if (m_session == nullptr) return notConnected();
+  Failure failure;
+  return m_session->execute(sql, failure) ? succeed() : fail(failure.text, failure.meaning);
 }
 
 int COracleBase::changeDB(const char* name) { return changeDB(name, m_password.c_str()); }
 
 int COracleBase::changeDB(const char* name, const char* password) {
+  Failure failure;
   // First the commit: the user may have been created by this very session.
-  if (m_session != nullptr && !m_session->inTransaction() &&
-      !m_session->end(SQL_COMMIT, m_lastError)) {
-    return -1;
+  if (m_session != nullptr && !m_session->inTransaction() && !m_session->end(SQL_COMMIT, failure)) {
+    return fail(failure.text, failure.meaning);
   }
   std::string user = name;
   std::string new_password = password;
   auto session = std::make_unique<Session>();
-  if (!session->open(user, new_password, m_lastError)) return -1;
+  if (!session->open(user, new_password, failure)) {
+    const bool refused = failure.meaning == SqlFailure::kPrivilege;
+    return fail(failure.text, refused ? SqlFailure::kPrivilege : SqlFailure::kConnection);
+  }
   m_session = std::move(session);
   m_user = std::move(user);
   m_password = std::move(new_password);
-  return 0;
+  return succeed();
 }
 
 int COracleBase::fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) {
-  if (m_session == nullptr) {
-    m_lastError = kNotConnected;
-    return -1;
-  }
+  if (m_session == nullptr) return notConnected();
   Statement statement(m_session->connection());
-  if (!statement.run(sql)) {
-    m_lastError = statement.failure().text;
-    return -1;
-  }
+  const auto failed = [&] {
+    const Failure failure = statement.failure();
+    return fail(failure.text, failure.meaning);
+  };
+  if (!statement.run(sql)) return failed();
   const std::vector<std::string> names = statement.columns();
-  if (names.empty()) {
-    m_lastError = kNoRows;
-    return -1;
-  }
+  if (names.empty()) return fail(kNoRows, SqlFailure::kStatement);
   rows.clear();
   for (;;) {
     auto fetched = statement.fetch();
-    if (fetched == Statement::Fetched::kEnd) return 0;
+    if (fetched == Statement::Fetched::kEnd) return succeed();
     SqlRecord record;
     for (std::size_t i = 0; fetched == Statement::Fetched::kRow && i < names.size(); ++i) {
       std::string value;
@@ -308,9 +344,8 @@ int COracleBase::fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) {
       record.emplace(names[i], std::move(value));
     }
     if (fetched == Statement::Fetched::kFailed) {
-      m_lastError = statement.failure().text;
       rows.clear();
-      return -1;
+      return failed();
     }
     rows.push_back(std::move(record));
   }
@@ -318,19 +353,16 @@ int COracleBase::fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) {
 
 int COracleBase::queryCatalogue(const char* sql, const char* name,
                                 std::vector<std::string>& values) {
-  if (m_session == nullptr) {
-    m_lastError = kNotConnected;
-    return -1;
-  }
+  if (m_session == nullptr) return notConnected();
   Statement statement(m_session->connection());
   bool good = statement.run(sql, OracleToUpper(name));
   while (good) {
     const auto fetched = statement.fetch();
-    if (fetched == Statement::Fetched::kEnd) return 0;
+    if (fetched == Statement::Fetched::kEnd) return succeed();
     good = fetched == Statement::Fetched::kRow && statement.value(0, values.emplace_back());
   }
-  m_lastError = statement.failure().text;
-  return -1;
+  const Failure failure = statement.failure();
+  return fail(failure.text, failure.meaning);
 }
 
 bool COracleBase::existDB(const char* name) {
@@ -356,24 +388,28 @@ int COracleBase::GetColums(const char* table, std::vector<std::string>& columns)
 }
 
 int COracleBase::RowsCountBySQL(const char* sql, unsigned int* count) {
+  m_lastFailure = SqlFailure::kConnection;
   if (m_session == nullptr) return -1;
   Statement statement(m_session->connection());
   unsigned int rows = 0;
   auto fetched = Statement::Fetched::kFailed;
   if (statement.run(sql)) {
+    m_lastFailure = SqlFailure::kStatement;
     if (statement.columns().empty()) return -1;
     while ((fetched = statement.fetch()) == Statement::Fetched::kRow) ++rows;
   }
   if (fetched == Statement::Fetched::kFailed) {
-    const SQLINTEGER code = statement.failure().code;
-    return code != 0 ? code : -1;
+    const Failure failure = statement.failure();
+    m_lastFailure = failure.meaning;
+    return failure.code != 0 ? failure.code : -1;
   }
   *count = rows;
-  return 0;
+  return succeed();
 }
 
 bool COracleBase::isDBAlive() {
-  if (m_session != nullptr) return m_session->isAlive(m_lastError);
-  m_lastError = kNotConnected;
+  std::string why = kNotConnected;
+  if (m_session != nullptr && m_session->isAlive(why)) return succeed() == 0;
+  fail(why, SqlFailure::kConnection);
   return false;
 }

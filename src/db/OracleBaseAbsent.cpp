@@ -1,18 +1,20 @@
-// What stands in for the Oracle back end where that is not installed: every operation fails and
-// says why.
+// The Oracle back end of a program that was built without ODBC: every operation fails, and the
+// error text says why.
 #include "db/OracleBase.h"
 
 namespace {
 
-constexpr char kAbsent[] =
-    "Oracle back end not installed: install package midtable-oracle, or build with unixODBC";
+constexpr char kAbsent[] = "Oracle is not built in: build the program with -DMIDTABLE_ODBC=ON";
 
 }  // namespace
 
 class COracleBase::Session {};
 
 COracleBase::COracleBase(const std::string& user, const std::string& password)
-    : m_user(user), m_password(password), m_lastError(kAbsent) {}
+    : m_user(user),
+      m_password(password),
+      m_lastError(kAbsent),
+      m_lastFailure(SqlFailure::kConnection) {}
 COracleBase::~COracleBase() = default;
 
 int COracleBase::connectDB() { return -1; }

@@ -16,6 +16,8 @@ std::optional<std::uint32_t> BlockOf(std::string_view text) {
 
 }  // namespace
 
+bool BlockSet::IsBlock(std::string_view text) { return BlockOf(text).has_value(); }
+
 void BlockSet::clear() {
   m_blocks = {};
   m_others.clear();

@@ -19,6 +19,9 @@ class BlockSet {
   // One more than the largest number that kDigits digits can write.
   static constexpr std::uint32_t kBlocks = 10'000'000;
 
+  // Whether a text is a number block: exactly kDigits digits.
+  static bool IsBlock(std::string_view text);
+
   // Empties the set and returns its memory.
   void clear();
   // Adds a text of any kind, the empty one included.

@@ -1,4 +1,5 @@
 // Number blocks, user codes, enterprise users and the registry's connection.
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 #include <vector>
@@ -9,6 +10,33 @@
 #include "log/zux_center_log.h"
 #include "support/require.h"
 
+namespace {
+
+// Adds column 0 of the CSV file's rows. False, after a line in the log, when it cannot be opened.
+bool ReadBlocks(const std::string& path, BlockSet& blocks) {
+  CSVParser parser;
+  if (!parser.init(path)) {
+    g_loger(TourLocalUser::kUnit, __LINE__, kError, "CsvParser init failed");
+    return false;
+  }
+  while (parser.has_more_rows() && parser.get_next_row() >= 1) {
+    const int columns = parser.get_column_size();
+    if (columns < 1) {
+      g_loger(TourLocalUser::kUnit, __LINE__, kError, "CSV file invalid colum %u err",
+              static_cast<unsigned int>(columns));
+      continue;
+    }
+    blocks.insert(parser.get_column_by_id(0));
+  }
+  if (parser.is_cut()) {
+    g_loger(TourLocalUser::kUnit, __LINE__, kError, "CSV file %s not read to its end",
+            path.c_str());
+  }
+  return true;
+}
+
+}  // namespace
+
 TourLocalUser::TourLocalUser() : TourLocalUser(CreateSqlBase) {}
 
 TourLocalUser::TourLocalUser(BackEndFactory make_back_end)
@@ -16,30 +44,13 @@ TourLocalUser::TourLocalUser(BackEndFactory make_back_end)
 
 int TourLocalUser::LoadConfig(const std::string& path) {
   g_loger(kUnit, __LINE__, kConsole, "in loadconfig\n");
+  BlockSet blocks;
+  const bool opened = ReadBlocks(path, blocks);
   {
     MutexLock lock(m_localLock);
-    m_setLocalPrefix.clear();
+    std::swap(m_setLocalPrefix, blocks);
   }
-  CSVParser parser;
-  if (!parser.init(path)) {
-    g_loger(kUnit, __LINE__, kError, "CsvParser init failed");
-    return 0;
-  }
-  while (parser.has_more_rows() && parser.get_next_row() >= 1) {
-    const int columns = parser.get_column_size();
-    if (columns < 1) {
-      g_loger(kUnit, __LINE__, kError, "CSV file invalid colum %u err",
-              static_cast<unsigned int>(columns));
-      continue;
-    }
-    const std::string block = parser.get_column_by_id(0);
-    MutexLock lock(m_localLock);
-    m_setLocalPrefix.insert(block);
-  }
-  parser.close();
-  if (parser.is_cut()) {
-    g_loger(kUnit, __LINE__, kError, "CSV file %s not read to its end", path.c_str());
-  }
+  if (!opened) return 0;
   g_loger(kUnit, __LINE__, kInfo, "LoadConfig finished\n");
   return 1;
 }
@@ -56,6 +67,12 @@ int TourLocalUser::isLocalUser(const std::string& user_name) {
   const std::string_view block = std::string_view(user_name).substr(0, BlockSet::kDigits);
   MutexLock lock(m_localLock);
   return m_setLocalPrefix.contains(block) ? 1 : 0;
+}
+
+bool TourLocalUser::CanHoldUsers(std::string_view block) {
+  return BlockSet::IsBlock(block) &&
+         std::any_of(kPrefixes.begin(), kPrefixes.end(),
+                     [block](int prefix) { return block.starts_with(std::to_string(prefix)); });
 }
 
 std::string TourLocalUser::GetUserName(unsigned int user_crc) const {
@@ -75,6 +92,7 @@ bool TourLocalUser::MakeBackEnd() {
   m_auth = ReadCredentials(settings);
   g_loger(kUnit, __LINE__, kInfo, "current db is %s", m_auth.dbtype.c_str());
   m_pDB = m_makeBackEnd(m_auth);
+  if (m_pDB != nullptr) m_pDB->setLockWaitSeconds(5);  // it asks again ten seconds later
   return m_pDB != nullptr;
 }
 
@@ -113,12 +131,16 @@ unsigned int TourLocalUser::GetTableCheckSum(const char* table) {
   // DELIBERATE: asked before OpenDB, so the very first call counts rows, on every server.
   const bool on_mysql = GetDBType() == 0;
   const std::string query = on_mysql ? Format("checksum table %s", table)
-                                     : Format("select count(*) as COUNT from vqcfg.%s", table);
+                                     : Format("select count(*) as COUNT from %s.%s", DBNAME, table);
   if (OpenDB() != 0) return 0;
   std::vector<SqlRecord> rows;
   if (m_pDB->fetchRecordSet(query.c_str(), rows) != 0 || rows.empty()) return 0;
   const std::string& value = rows.front()[on_mysql ? "Checksum" : "COUNT"];
   return static_cast<unsigned int>(std::strtoul(value.c_str(), nullptr, 10));
+}
+
+std::string TourLocalUser::EnterpriseUserQuery(std::string_view prefix) {
+  return std::string("select crc, name from ").append(prefix) + kEnterpriseUserTable;
 }
 
 int TourLocalUser::GetEnterpriseUser() {
@@ -128,7 +150,7 @@ int TourLocalUser::GetEnterpriseUser() {
     return 0;
   }
   std::vector<SqlRecord> rows;
-  if (m_pDB->fetchRecordSet("select crc, name from EnterpriseUser", rows) != 0) {
+  if (m_pDB->fetchRecordSet(EnterpriseUserQuery().c_str(), rows) != 0) {
     g_loger(kUnit, __LINE__, kError, "execute sqlcmd failed");
     return 0;
   }

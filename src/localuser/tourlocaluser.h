@@ -5,21 +5,28 @@
 // 11-digit mobile number (13, 14, 15, 18), the low 30 bits are the other nine; 0 means no user. A
 // user is local when the first seven digits, the number block, stand in LOGFILE.
 //
-// Life: constructed, init() starts the watcher, which loads every source in its first round and
-// again when it has changed; the owner clears g_nMainRun and calls WaitExit() before destruction.
-// An object that is destroyed while its watcher runs ends the process.
+// Life: constructed, init() starts the watcher; the owner clears g_nMainRun and calls WaitExit()
+// before destruction. An object that is destroyed while its watcher runs ends the process.
+//
+// The watcher looks at LOGFILE, then at CITYCRCFILE, then asks the server for the enterprise users,
+// and pauses 10 seconds: so a server that does not answer keeps no file from being read again. Each
+// source is read in the first round and when it has changed: a file by its inode, size or time in
+// nanoseconds, the table by its checksum. A changed file that is still being written to, seen by a
+// second look a second later, waits for the next round.
 //
 // Threads: the owner's thread calls ParseMemfile, isLocalUser, GetUserName and GetCityCRC at any
 // time; everything that uses the database connection belongs to the watcher while it runs. No
 // operation holds two locks. Failures are logged where they happen, under the unit's name.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "config/dbinfo.h"
@@ -32,13 +39,17 @@
 inline const std::string LOGFILE = paths::kLocalNumberBlocks;
 // Device states: an INI file with a section per device, which names the device's city.
 inline const std::string CITYCRCFILE = paths::kDeviceStates;
-// The configuration database.
+// The configuration database, and its table of enterprise users.
 inline constexpr char DBNAME[] = "vqcfg";
+inline constexpr char kEnterpriseUserTable[] = "EnterpriseUser";
 
 class TourLocalUser {
  public:
   // The unit's name in the run log.
   static constexpr char kUnit[] = "tourlocaluser";
+
+  // The first two digits of the mobile numbers that have user codes, by the top two bits of a code.
+  static constexpr std::array<int, 4> kPrefixes = {13, 14, 15, 18};
 
   // Makes a back end for the given credentials; null when there is none.
   using BackEndFactory = std::function<std::unique_ptr<CSqlBase>(const MYSQLAUTH&)>;
@@ -55,19 +66,23 @@ class TourLocalUser {
   // Starts the watcher, unless it runs. Always 1; "creat thread failed" is logged and the object
   // goes on without a watcher when no thread can be had.
   int init();
-  // Waits until the watcher has looked at every source once, for `seconds` at most; returns at once
-  // when none runs or g_nMainRun is 0.
+  // Waits until the watcher has looked at its two files once, which is all that flags and city
+  // values need, for `seconds` at most; returns at once when no watcher runs or g_nMainRun is 0.
   void AwaitFirstRound(int seconds) const;
   // Waits for the watcher's end, which comes about a second after g_nMainRun was cleared (plus the
   // rest of the round it is in). Returns at once when none runs.
   void WaitExit();
 
-  // Replaces the number blocks by column 0 of the CSV file's rows. 1, or 0 when the file cannot be
-  // opened; the set is then empty. It is also empty at first and fills up during the reading, so
-  // that a lookup meanwhile may answer "not local".
+  // Replaces the number blocks by column 0 of the CSV file's rows, all at once: lookups during the
+  // reading are answered from the blocks before. 1, or 0 when the file cannot be opened; there are
+  // no blocks then. Of a file that cannot be read to its end, which is logged, the blocks up to
+  // that place count. There are none before the first call.
   int LoadConfig(const std::string& path) EXCLUDES(m_localLock);
   // LoadConfig(LOGFILE).
   int Update();
+  // Whether a user code can stand for a number of this block: seven digits, of which the first two
+  // are among kPrefixes.
+  static bool CanHoldUsers(std::string_view block);
   // 1 when the block (the first seven characters of the number) is local, else 0. A name of seven
   // characters or fewer is logged and looked up as it is.
   int isLocalUser(const std::string& user_name) EXCLUDES(m_localLock);
@@ -102,6 +117,9 @@ class TourLocalUser {
   // A number that changes with the table's content, 0 on any failure. It is the server's checksum
   // on MySQL, else the count of rows; the very first call does not know the server yet and counts.
   unsigned int GetTableCheckSum(const char* table);
+  // The query that GetEnterpriseUser puts, on the current database. With a prefix, a database's
+  // name and a dot, it can be put from anywhere.
+  static std::string EnterpriseUserQuery(std::string_view prefix = {});
   // Adds to the enterprise users what the table says; known codes keep their text. 1, or 0 when the
   // database cannot be opened or asked.
   int GetEnterpriseUser() EXCLUDES(m_enterpriseLock);
@@ -121,7 +139,8 @@ class TourLocalUser {
   // isLocalUser(GetUserName(code)), without the texts.
   bool IsLocalCode(std::uint32_t code) EXCLUDES(m_localLock);
   bool MakeBackEnd();
-  void CheckSources();
+  void CheckFiles();
+  void CheckEnterpriseUsers();
 
   std::map<std::string, std::string> m_mapCityCrc GUARDED_BY(m_localLock);
   Mutex m_localLock;
@@ -129,11 +148,12 @@ class TourLocalUser {
   [[maybe_unused]] Mutex m_spareLock;
   BlockSet m_setLocalPrefix GUARDED_BY(m_localLock);
   std::map<unsigned int, std::string> m_mapEnterpriseUser GUARDED_BY(m_enterpriseLock);
-  const std::map<unsigned int, int> m_mapPrefixCode{{0, 13}, {1, 14}, {2, 15}, {3, 18}};
+  const std::map<unsigned int, int> m_mapPrefixCode{
+      {0, kPrefixes[0]}, {1, kPrefixes[1]}, {2, kPrefixes[2]}, {3, kPrefixes[3]}};
   unsigned int m_lostLines = 0;
   const BackEndFactory m_makeBackEnd;
   std::unique_ptr<CSqlBase> m_pDB;
   MYSQLAUTH m_auth;
-  std::atomic<bool> m_seenAll{false};
+  std::atomic<bool> m_sawFiles{false};
   std::thread m_thread;  // not joinable when no watcher runs
 };

@@ -4,33 +4,63 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <ctime>
 #include <optional>
+#include <string>
 #include <system_error>
 
 #include "localuser/tourlocaluser.h"
 #include "log/zux_center_log.h"
+#include "support/file_identity.h"
+#include "support/housekeeping.h"
+#include "support/mutex.h"
 #include "support/run_state.h"
 
 namespace {
 
 constexpr int kPauseSeconds = 10;
 
-// Modification time in whole seconds; nothing, and a line in the log, for a file that is not there.
-std::optional<std::time_t> ModificationTime(const std::string& path) {
+// The file that the path leads to, over links too; nothing, and a line in the log, when there is
+// none.
+std::optional<FileIdentity> Look(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
     g_loger(TourLocalUser::kUnit, __LINE__, kError, "%s stat faild:", path.c_str());
     return std::nullopt;
   }
-  return status.st_mtime;
+  return IdentityOf(status);
 }
 
-// Whether `now` differs from what was seen before; remembers it.
-template <typename T>
-bool Changed(std::atomic<T>& seen, T now) {
-  return seen.exchange(now) != now;
-}
+// What was read last of a source that is a file.
+class LastRead {
+ public:
+  // Whether the file is to be read now: for the first time, or since it has changed. It is then
+  // remembered as it is before the reading, so what is written meanwhile shows as a change.
+  //
+  // A changed file must have stood still for a second. Half of one that is still being written
+  // would give wrong answers; it is left to the next round.
+  bool IsOutdated(const std::string& path) EXCLUDES(m_lock) {
+    const auto now = Look(path);
+    if (!now) return false;
+    const auto before = Get();
+    if (before == now) return false;
+    if (before) {
+      sleep_i(1);
+      if (Look(path) != now) return false;
+    }
+    MutexLock lock(m_lock);
+    m_identity = now;
+    return true;
+  }
+
+ private:
+  std::optional<FileIdentity> Get() EXCLUDES(m_lock) {
+    MutexLock lock(m_lock);
+    return m_identity;
+  }
+
+  Mutex m_lock;
+  std::optional<FileIdentity> m_identity GUARDED_BY(m_lock);
+};
 
 }  // namespace
 
@@ -46,7 +76,7 @@ int TourLocalUser::init() {
 
 void TourLocalUser::AwaitFirstRound(int seconds) const {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  while (m_thread.joinable() && !m_seenAll && g_nMainRun != 0 &&
+  while (m_thread.joinable() && !m_sawFiles && g_nMainRun != 0 &&
          std::chrono::steady_clock::now() < end) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
@@ -56,24 +86,23 @@ void TourLocalUser::WaitExit() {
   if (m_thread.joinable()) m_thread.join();
 }
 
-void TourLocalUser::CheckSources() {
-  // Shared by all instances: what one has seen, no other loads again.
-  static std::atomic<unsigned int> checksum{0};
-  static std::atomic<std::time_t> last_mtime{0};
-  static std::atomic<std::time_t> last_mtime_city_crc{0};
-
-  const unsigned int current = GetTableCheckSum("EnterpriseUser");
-  if (current != 0 && Changed(checksum, current)) GetEnterpriseUser();
-
-  const auto blocks = ModificationTime(LOGFILE);
-  if (blocks && Changed(last_mtime, *blocks) && Update() == 0) {
+// What one instance has read, no other reads again: here and below.
+void TourLocalUser::CheckFiles() {
+  static LastRead blocks;
+  static LastRead devices;
+  if (blocks.IsOutdated(LOGFILE) && Update() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
-  const auto devices = ModificationTime(CITYCRCFILE);
   // DELIBERATE: 0 is success here, so this says "not updated" after an update.
-  if (devices && Changed(last_mtime_city_crc, *devices) && updateCityCRC() == 0) {
+  if (devices.IsOutdated(CITYCRCFILE) && updateCityCRC() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
+}
+
+void TourLocalUser::CheckEnterpriseUsers() {
+  static std::atomic<unsigned int> checksum{0};
+  const unsigned int current = GetTableCheckSum("EnterpriseUser");
+  if (current != 0 && checksum.exchange(current) != current) GetEnterpriseUser();
 }
 
 void* TourLocalUser::check_thread(void* self) {
@@ -82,8 +111,10 @@ void* TourLocalUser::check_thread(void* self) {
   auto& registry = *static_cast<TourLocalUser*>(self);
   while (g_nMainRun != 0) {
     g_loger(kUnit, __LINE__, kConsole, "in while\n");
-    registry.CheckSources();
-    registry.m_seenAll = true;
+    registry.CheckFiles();
+    registry.m_sawFiles = true;
+    registry.CheckEnterpriseUsers();
+    KeepHouse();  // the engine's thread may be busy with one load for an hour
     sleep_i(kPauseSeconds);
   }
   return nullptr;

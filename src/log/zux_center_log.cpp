@@ -1,27 +1,32 @@
 #include "log/zux_center_log.h"
 
 #include <dirent.h>
-#include <paths.h>
-#include <stdio_ext.h>
-#include <sys/stat.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
+#include <string_view>
+#include <utility>
+#include <vector>
 
+#include "support/file.h"
 #include "support/paths.h"
 #include "support/run_state.h"
 
 namespace {
 
 constexpr char kUnit[] = "zux_center_log";
-constexpr int kExpiryFailedLine = 79;  // fixed: part of the message that operators know
+constexpr mode_t kFolderMode = 0750;
+// From one look at the open file to the next, where nobody calls Flush.
+constexpr std::time_t kLookSeconds = 5;
+constexpr char kSuffix[] = ".log";
+constexpr char kSetAside[] = ".bak";
 
 const char* LevelName(int level) {
   static constexpr std::array<const char*, 5> kNames = {"InfoLog", "AlarmLog", "ErrLog", "DebugLog",
@@ -51,35 +56,39 @@ __attribute__((format(printf, 1, 0))) std::string Formatted(const char* format, 
   return text;
 }
 
-// After a failed write: what is in the buffer is lost, and the last line of the file may be torn.
-void EndTornLine(std::FILE* out) {
-  __fpurge(out);
-  std::clearerr(out);
-  std::fputc('\n', out);
+std::string FileLine(const char* file, int line, int level, const std::string& message) {
+  const tm now = LocalTime();
+  char time[32];
+  std::strftime(time, sizeof time, "%H:%M:%S", &now);
+  char prefix[256];
+  std::snprintf(prefix, sizeof prefix, "[%s:%d][%s][%s]:", file, line, time, LevelName(level));
+  return prefix + message + '\n';
 }
 
-// The buffer is written out between two lines only, so that a full disk costs whole lines.
-void WriteLine(std::FILE* out, const std::string& line) {
-  if (__fpending(out) + line.size() > __fbufsize(out) && std::fflush(out) != 0) EndTornLine(out);
-  if (std::fwrite(line.data(), 1, line.size(), out) != line.size()) EndTornLine(out);
+// A message of the log itself, as a line for its file.
+__attribute__((format(printf, 4, 5))) std::string OwnLine(const char* file, int line, int level,
+                                                          const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  std::string text = FileLine(file, line, level, Formatted(format, args));
+  va_end(args);
+  return text;
 }
 
-bool IsNullDevice(int fd) {
-  struct stat file {};
-  struct stat null {};
-  return fstat(fd, &file) == 0 && stat(_PATH_DEVNULL, &null) == 0 && S_ISCHR(file.st_mode) &&
-         file.st_rdev == null.st_rdev;
+void ToConsole(const char* file, int line, int level, const std::string& message) {
+  char prefix[256];
+  std::snprintf(prefix, sizeof prefix, "[%s:%d]<%d>:", file, line, level);
+  const std::string text = prefix + message + '\n';
+  std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
-// The names that `ls` would list: the pipeline below counts the same ones.
-int CountVisible(const char* folder) {
-  const Directory directory(opendir(folder));
-  if (directory == nullptr) return 0;
-  int count = 0;
-  while (const dirent* entry = readdir(directory.get())) {
-    if (entry->d_name[0] != '.') ++count;
-  }
-  return count;
+// "20121231.log", and the same with ".bak": nothing else in the folder is the log's to delete.
+bool IsLogName(std::string_view name) {
+  constexpr std::size_t kDigits = 8;
+  if (name.ends_with(kSetAside)) name.remove_suffix(std::strlen(kSetAside));
+  return name.size() == kDigits + std::strlen(kSuffix) && name.ends_with(kSuffix) &&
+         std::all_of(name.begin(), name.begin() + kDigits,
+                     [](char c) { return c >= '0' && c <= '9'; });
 }
 
 }  // namespace
@@ -88,10 +97,7 @@ constinit CLOGER g_loger;
 
 void CLOGER::Init() {
   m_console = !IsNullDevice(STDOUT_FILENO);
-  // Not by a shell, which would have a stop signal ignored in the meantime. A folder that cannot be
-  // made shows in the open below.
-  std::error_code ignored;
-  std::filesystem::create_directories(paths::kRunLogDir, ignored);
+  MakeFolders(paths::kRunLogDir, kFolderMode);
   {
     MutexLock lock(m_lock);
     if (access(paths::kRunLogFlag, R_OK) == 0) m_flag = true;
@@ -111,32 +117,60 @@ void CLOGER::reopenfile() {
   OpenFile();
 }
 
-std::string CLOGER::FilePath() const { return Format("%s%s.log", paths::kRunLogDir, m_date); }
-
-void CLOGER::OpenFile() {
-  m_stream.reset();
-  m_stream.reset(std::fopen(FilePath().c_str(), "a+"));
-  if (m_stream == nullptr) {
-    std::printf("error open file errno %d", errno);
-    return;
-  }
-  // The size check asks for the position, which "a+" leaves at 0 until the first write.
-  [[maybe_unused]] const int ignored = std::fseek(m_stream.get(), 0, SEEK_END);
+void CLOGER::Flush() {
+  MutexLock lock(m_lock);
+  if (m_file != nullptr && g_debug == 0) KeepFile();
 }
 
 void CLOGER::rmexpirelog() {
-  // With fewer files the count below turns negative, which `head` reads as "all but the last".
-  if (CountVisible(paths::kRunLogDir) <= kKeptFiles) return;
-  const char* dir = paths::kRunLogDir;
-  const std::string command = Format(
-      "ls %s | head -n `expr \\`ls %s | wc -l\\` - 60` | awk '{print \"%s\"$0}' | xargs rm  > "
-      "/dev/null 2>&1",
-      dir, dir, dir);
-  if (std::FILE* pipe = popen(command.c_str(), "r")) {
-    pclose(pipe);
-  } else {
-    (*this)(kUnit, kExpiryFailedLine, kConsole, "%s", command.c_str());
+  const Directory folder(opendir(paths::kRunLogDir));
+  if (folder == nullptr) return;
+  std::vector<std::string> names;
+  while (const dirent* entry = readdir(folder.get())) {
+    if (IsLogName(entry->d_name)) names.emplace_back(entry->d_name);
   }
+  std::sort(names.begin(), names.end());
+  const std::size_t expired = names.size() - std::min(names.size(), kKeptFiles);
+  // What cannot be deleted is tried again at the next start.
+  for (std::size_t i = 0; i < expired; ++i) unlinkat(dirfd(folder.get()), names[i].c_str(), 0);
+}
+
+std::string CLOGER::FilePath() const { return paths::kRunLogDir + std::string(m_date) + kSuffix; }
+
+void CLOGER::OpenFile() {
+  if (m_file == nullptr) m_file = std::make_unique<LogFile>();
+  m_looked = std::time(nullptr);
+  const std::string path = FilePath();
+  if (m_file->Open(path)) {
+    m_toldError = 0;
+    TellTrouble();
+    return;
+  }
+  const int error = errno;
+  if (std::exchange(m_toldError, error) == error) return;
+  std::printf("error open file errno %d", error);
+  const std::string obstacle = ObstacleAt(path);
+  if (!obstacle.empty()) std::printf("\nrun log %s %s\n", path.c_str(), obstacle.c_str());
+}
+
+void CLOGER::KeepFile() {
+  if (m_file->IsInPlace()) {
+    m_looked = std::time(nullptr);
+    if (m_file->WriteOut()) TellTrouble();
+    return;
+  }
+  MakeFolders(paths::kRunLogDir, kFolderMode);
+  updatedate(m_date);
+  OpenFile();
+}
+
+void CLOGER::TellTrouble() {
+  const LogFile::Trouble trouble = m_file->TakeTrouble();
+  if (trouble.error == 0) return;
+  m_file->PutFirst(OwnLine(kUnit, __LINE__, kAlarm,
+                           "run log was out of reach (%s), %zu lines are missing",
+                           std::strerror(trouble.error), trouble.lines));
+  m_file->WriteOut();
 }
 
 void CLOGER::CheckRollOver() {
@@ -146,12 +180,19 @@ void CLOGER::CheckRollOver() {
     std::memcpy(m_date, today, sizeof today);
     OpenFile();
   }
-  if (m_stream == nullptr || std::ftell(m_stream.get()) <= kMaxFileSize) return;
-  m_stream.reset();
+  if (m_file->Size() <= kMaxFileSize) return;
+  m_file->Close();
   const std::string path = FilePath();
   // If the rename fails, the file goes on growing and the next check tries again.
-  [[maybe_unused]] const int ignored = std::rename(path.c_str(), (path + ".bak").c_str());
+  [[maybe_unused]] const int ignored = std::rename(path.c_str(), (path + kSetAside).c_str());
   OpenFile();
+}
+
+void CLOGER::WriteLine(const char* file, int line, int level, const std::string& message) {
+  if (std::time(nullptr) - m_looked >= kLookSeconds) KeepFile();
+  const bool at_once = level == kAlarm || level == kError;
+  if (m_file->Append(FileLine(file, line, level, message), at_once)) return;
+  if (m_console) ToConsole(file, line, level, message);
 }
 
 int CLOGER::operator()(const char* file, int line, int level, const char* format, ...) {
@@ -162,20 +203,12 @@ int CLOGER::operator()(const char* file, int line, int level, const char* format
     // DELIBERATE, coarse: day and size are looked at once every 1000 calls.
     if (++m_counter == kCheckInterval) {
       m_counter = 0;
-      CheckRollOver();
+      if (m_file != nullptr) CheckRollOver();
     }
-    char prefix[256];
-    if (m_stream == nullptr || g_debug != 0 || level < 0) {
-      if (m_console) {
-        std::snprintf(prefix, sizeof prefix, "[%s:%d]<%d>:", file, line, level);
-        WriteLine(stdout, prefix + Formatted(format, args) + '\n');
-      }
-    } else {
-      const tm now = LocalTime();
-      char time[32];
-      std::strftime(time, sizeof time, "%H:%M:%S", &now);
-      std::snprintf(prefix, sizeof prefix, "[%s:%d][%s][%s]:", file, line, time, LevelName(level));
-      WriteLine(m_stream.get(), prefix + Formatted(format, args) + '\n');
+    if (m_file != nullptr && g_debug == 0 && level >= 0) {
+      WriteLine(file, line, level, Formatted(format, args));
+    } else if (m_console) {
+      ToConsole(file, line, level, Formatted(format, args));
     }
   }
   va_end(args);

@@ -3,16 +3,29 @@
 //
 // A file line reads "[Midtable:120][14:03:59][ErrLog]:" and the message; the date is in the file's
 // name only. Until Init, with g_debug set, and for negative levels, a line goes to standard output
-// in the short form "[Midtable:120]<2>:" instead. Lines are buffered and reach the disk when the
-// buffer fills, at a roll-over and at exit.
+// in the short form "[Midtable:120]<2>:" instead.
+//
+// Alarms and errors are in the file when the call returns. The lines of other levels are buffered
+// and follow with the next of those, when the buffer fills, at a roll-over, with Flush and at exit.
+//
+// A log that was lost comes back by itself: Flush, and a line that comes 5 seconds after the last
+// look, put back a file or folder that somebody removed, and write again where the disk was full.
+// A line of the log's own then says how many lines are missing. Lines that find no file go to
+// standard output meanwhile.
+//
+// The folders that the log makes have mode 0750 and its files 0640. Whatever is no regular file is
+// not opened in the place of a file, a link neither.
 //
 // Threads: every operation may be called from any thread once Init has returned.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <ctime>
+#include <memory>
 #include <string>
 
-#include "support/file.h"
+#include "log/log_file.h"
 #include "support/mutex.h"
 
 // Levels. Files carry "InfoLog", "AlarmLog", "ErrLog", "DebugLog", "RealtimeLog", and "UnKnown"
@@ -28,11 +41,11 @@ inline constexpr int kConsoleRow = -2;
 class CLOGER {
  public:
   // Size above which the day's file is set aside as ".bak" at the next check.
-  static constexpr long kMaxFileSize = 26'214'400;
+  static constexpr off_t kMaxFileSize = 26'214'400;
   // Calls from one check of day and size to the next.
   static constexpr std::uint32_t kCheckInterval = 1000;
   // Log files kept at start.
-  static constexpr int kKeptFiles = 60;
+  static constexpr std::size_t kKeptFiles = 60;
 
   constexpr CLOGER() = default;
   CLOGER(const CLOGER&) = delete;
@@ -43,8 +56,7 @@ class CLOGER {
   void Init() EXCLUDES(m_lock);
 
   // Writes one line; `file` is the calling unit's name, `line` its line, `format` as printf takes
-  // it, without a newline. Always 0; write errors are not reported. Where a full disk has cost
-  // lines, the file has an empty one, as it has behind a message that brings a newline along.
+  // it, without a newline. Always 0.
   int operator()(const char* file, int line, int level, const char* format, ...)
       __attribute__((format(printf, 5, 6))) EXCLUDES(m_lock);
 
@@ -56,23 +68,35 @@ class CLOGER {
   static void updatedate(char* out);
 
   // Closes the open file and opens that of the current date; on failure "error open file errno %d"
-  // on standard output, and no file is open.
+  // on standard output, and no file is open. The same failure is not printed twice in a row.
   void reopenfile() EXCLUDES(m_lock);
 
-  // Deletes all but the 60 last names (by byte order) of the log folder; nothing when there are 60
-  // or fewer.
+  // Writes out what is buffered, after a look whether the file is still in its place. Nothing
+  // before Init and with g_debug set. To be called when the service has nothing else to do.
+  void Flush() EXCLUDES(m_lock);
+
+  // Deletes all but the 60 last (by byte order) of the log folder's names that are the log's own,
+  // "YYYYMMDD.log" and "YYYYMMDD.log.bak". Others are neither counted nor deleted.
   void rmexpirelog() EXCLUDES(m_lock);
 
  private:
   static constexpr int kDateSize = 32;
 
-  void OpenFile() REQUIRES(m_lock);
-  void CheckRollOver() REQUIRES(m_lock);
   std::string FilePath() const REQUIRES(m_lock);
+  void OpenFile() REQUIRES(m_lock);
+  // Opens the file again if it is lost, else writes the buffer out.
+  void KeepFile() REQUIRES(m_lock);
+  // Logs that lines are missing, where that is so.
+  void TellTrouble() REQUIRES(m_lock);
+  void CheckRollOver() REQUIRES(m_lock);
+  void WriteLine(const char* file, int line, int level, const std::string& message)
+      REQUIRES(m_lock);
 
   bool m_console = true;  // written by Init only
   Mutex m_lock;
-  File m_stream GUARDED_BY(m_lock);
+  std::unique_ptr<LogFile> m_file GUARDED_BY(m_lock);  // null until one is wanted
+  std::time_t m_looked GUARDED_BY(m_lock) = 0;         // when it was last looked at
+  int m_toldError GUARDED_BY(m_lock) = 0;              // errno that standard output was told
   char m_date[kDateSize] GUARDED_BY(m_lock) = {};
   std::uint32_t m_counter GUARDED_BY(m_lock) = 0;
   bool m_flag GUARDED_BY(m_lock) = false;

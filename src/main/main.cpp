@@ -1,8 +1,10 @@
 #include <cstdio>
 
 #include "config/dbinfo.h"
+#include "log/zux_center_log.h"
 #include "main/service.h"
 #include "midtable/Midtable.h"
+#include "support/housekeeping.h"
 #include "support/run_state.h"
 
 int main(int argc, char* argv[]) {
@@ -24,6 +26,10 @@ int main(int argc, char* argv[]) {
   g_debug = morvan_check_debug(argc, argv);
   InstallSignalHandler();
   StartRunLog();
+  const Housekeeping house([&unique] {
+    unique.Renew();
+    g_loger.Flush();
+  });
   // The engine is gone before the lock is.
   CMidTable().Run();
   return 0;

@@ -13,7 +13,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "log/zux_center_log.h"
 #include "support/paths.h"
@@ -33,12 +35,29 @@ constexpr char kForegroundOption[] = "-app";
 constexpr char kDebugOption[] = "debug=";
 
 constexpr int kClosedDescriptors = 256;
+constexpr mode_t kLockMode = 0644;
 
 // Goes on in the child. What is buffered is written first, or both processes would write it.
 void ForkAndLeaveParent() {
   std::fflush(stdout);
   const pid_t child = fork();
   if (child != 0) std::exit(child > 0 ? 0 : 1);
+}
+
+std::string WhyRefused(int error) {
+  const std::string obstacle = ObstacleAt(paths::kLockFile);
+  return obstacle.empty() ? Format("cannot be opened: %s", std::strerror(error)) : obstacle;
+}
+
+// Standard output has the message that operators know, standard error the reason, and in a daemon,
+// where nobody sees either, the run log.
+void PrintRefusal(int error) {
+  std::printf("open file %s failed errno %d", paths::kLockFile, error);
+  const std::string reason = WhyRefused(error);
+  std::fprintf(stderr, "midtable: lock file %s %s\n", paths::kLockFile, reason.c_str());
+  if (!IsNullDevice(STDOUT_FILENO)) return;
+  g_loger.Init();
+  g_loger(kUnit, __LINE__, kError, "lock file %s %s", paths::kLockFile, reason.c_str());
 }
 
 }  // namespace
@@ -133,32 +152,55 @@ void StartRunLog() {
 
 bool IsNoMidTable() { return access(paths::kIndexMarker, F_OK) != -1; }
 
-bool CCheckUnique::check_unique() {
-  struct stat status {};
+CCheckUnique::Taken CCheckUnique::Take(FileDescriptor& lock) {
   do {
-    Release();
-    m_fd = open(paths::kLockFile, O_WRONLY | O_CREAT | O_CLOEXEC, 0755);
-    if (m_fd == -1) {
-      std::printf("open file %s failed errno %d", paths::kLockFile, errno);
-      return false;
+    struct stat status {};
+    lock = CreateRegular(paths::kLockFile, O_WRONLY, kLockMode);
+    if (!lock || fstat(lock.get(), &status) != 0) return Taken::kRefused;
+    // Its owner could put another file in its place at any time, which would be nobody's lock.
+    if (status.st_uid != geteuid()) {
+      errno = EACCES;
+      return Taken::kRefused;
     }
-    if (lockf(m_fd, F_TLOCK, 0) != 0) {
-      Release();
-      return false;
-    }
+    if (lockf(lock.get(), F_TLOCK, 0) != 0) return Taken::kHeldByAnother;
     // In between its last holder may have removed the file; a lock on it then means nothing.
-  } while (fstat(m_fd, &status) == 0 && status.st_nlink == 0);
-  return true;
+  } while (!StillNames(paths::kLockFile, lock.get()));
+  return Taken::kYes;
+}
+
+bool CCheckUnique::check_unique() {
+  FileDescriptor lock;
+  const Taken taken = Take(lock);
+  if (taken == Taken::kYes) m_lock = std::move(lock);
+  if (taken == Taken::kRefused) PrintRefusal(errno);
+  return taken == Taken::kYes;
+}
+
+void CCheckUnique::Renew() {
+  if (!m_lock) return;
+  if (StillNames(paths::kLockFile, m_lock.get())) {
+    m_told = false;
+    return;
+  }
+  FileDescriptor lock;
+  const Taken taken = Take(lock);
+  if (taken != Taken::kYes) {
+    const std::string reason =
+        taken == Taken::kRefused ? WhyRefused(errno) : "is held by another instance";
+    if (std::exchange(m_told, true)) return;
+    g_loger(kUnit, __LINE__, kError, "lock file %s was removed and cannot be put back, it %s",
+            paths::kLockFile, reason.c_str());
+    return;
+  }
+  // The old lock goes once the new one is there. Who opened the old file before and locks it now
+  // sees that its name leads elsewhere.
+  m_lock = std::move(lock);
+  // Had the file been away for a moment only, both would be one, and closing the old unlocked it.
+  [[maybe_unused]] const int ignored = lockf(m_lock.get(), F_TLOCK, 0);
+  g_loger(kUnit, __LINE__, kAlarm, "lock file %s was removed and is put back", paths::kLockFile);
 }
 
 CCheckUnique::~CCheckUnique() {
-  if (m_fd == -1) return;
   // First: the file that is there once the lock is free would be another instance's.
-  unlink(paths::kLockFile);
-  Release();
-}
-
-void CCheckUnique::Release() {
-  if (m_fd != -1) close(m_fd);
-  m_fd = -1;
+  if (m_lock && StillNames(paths::kLockFile, m_lock.get())) unlink(paths::kLockFile);
 }

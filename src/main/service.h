@@ -7,6 +7,8 @@
 // handler.
 #pragma once
 
+#include "support/file.h"
+
 // Puts the null device where standard input, output or error is closed. Otherwise the next file
 // opened, the lock or the run log, would be standard output and take console lines, the password
 // among them.
@@ -52,20 +54,32 @@ void StartRunLog();
 bool IsNoMidTable();
 
 // Holds paths::kLockFile, locked, while this process is the only instance.
+//
+// The file has mode 0644. It is opened only if it is a regular file of this user: a link, a pipe or
+// another user's file in its place is refused. For one thread at a time.
 class CCheckUnique {
  public:
   CCheckUnique() = default;
-  // Removes the lock file and unlocks it; leaves it alone when the lock was never taken.
+  // Removes the lock file, unless it is not this instance's any more, and unlocks it.
   ~CCheckUnique();
   CCheckUnique(const CCheckUnique&) = delete;
   CCheckUnique& operator=(const CCheckUnique&) = delete;
 
   // Takes the lock without waiting. False when another process holds it, or when the file cannot be
-  // opened, which is printed. To be called once.
+  // opened; the latter is printed, and in a daemon, whose prints nobody sees, logged. To be called
+  // once.
   bool check_unique();
 
- private:
-  void Release();  // close() unlocks as well
+  // Puts the file back where somebody removed it, locked, which is logged. Where another instance
+  // was faster, or something else stands in the way, that is logged once, and the lock on the old
+  // file is kept: the file is put back by a later call, when the way is free. To be called every
+  // now and then.
+  void Renew();
 
-  int m_fd = -1;  // -1: not held
+ private:
+  enum class Taken { kYes, kHeldByAnother, kRefused };
+  static Taken Take(FileDescriptor& lock);
+
+  FileDescriptor m_lock;  // closing it unlocks as well
+  bool m_told = false;    // that the file cannot be put back
 };

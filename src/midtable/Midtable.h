@@ -1,44 +1,37 @@
 // The engine: turns mem files into rows of mem tables, and those into rows of mid tables.
 //
 // One pass (MakeMidTable) goes over the database folders of the spool; for each it queues mem files
-// (discovery.cpp), loads them (mem_table.cpp, rewriting.cpp, loading.cpp, oracle_loading.cpp) and
-// converts the mem tables that they filled (conversion.cpp). Run repeats passes (cycle.cpp).
+// (discovery), loads them (loading, rewriting, mem_table_creation, oracle_loading) and converts the
+// mem tables that they filled (conversion). Run repeats passes. The engine holds the queues and
+// what outlives a pass; each step is a function or an object of its own, on MemFile and Store, and
+// each operation here is a call of a step.
 //
 // Threads: everything runs on the thread that calls Run; the registry member has a watcher thread
 // of its own. Failures are logged where they happen and reported as false or 0.
 #pragma once
 
 #include <array>
-#include <functional>
 #include <list>
-#include <map>
 #include <memory>
 #include <optional>
-#include <set>
-#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "config/dbinfo.h"
-#include "db/SqlBase.h"
 #include "db/SqlFactory.h"
 #include "localuser/tourlocaluser.h"
-#include "midtable/mid_table.h"
-#include "midtable/settled_files.h"
-#include "midtable/spool_file.h"
-#include "midtable/spool_folder.h"
-#include "midtable/sql_template.h"
-
-class TableDefinitions;
-class Transaction;
-
-// Not 0: mid tables whose definition says Always 0 are skipped. Nothing sets it.
-extern int g_NoMidTable;
+#include "midtable/city_values.h"
+#include "midtable/conversion.h"
+#include "midtable/conversion_queue.h"
+#include "midtable/discovery.h"
+#include "midtable/mid_table_failures.h"
+#include "midtable/not_emptied.h"
+#include "tables/store.h"
 
 class CMidTable {
  public:
-  using BackEndFactory = std::function<std::unique_ptr<CSqlBase>(const MYSQLAUTH&)>;
+  using BackEndFactory = Store::BackEndFactory;
 
   // Starts the registry's watcher. The factory is asked for the engine's and the registry's back
   // end when they first need one. `system` must outlive the engine.
@@ -52,23 +45,26 @@ class CMidTable {
   // --- the service cycle (cycle.cpp)
 
   // Passes until g_nMainRun is 0: 1 when it was cleared from outside, 0 after a start-up failure or
-  // when the server stayed away for 11 attempts a second apart (both clear it).
+  // when the server stayed away for 11 attempts a second apart (both clear it). In the end a line
+  // for each mem table that is left with rows.
   int Run();
+  // Everything below needs the store that this call makes.
   bool Initialize();
-  // One pass. False when nothing was loaded, or something failed and ended the pass.
+  // One pass: first the conversions that are left or due again, then the databases. False when
+  // nothing was loaded, or something failed and ended the pass.
   bool MakeMidTable();
-  bool GetDblist();
+  bool GetDblist() { return m_discovery.ListDatabases(m_lstDbName); }
   bool GetAuth();
-  bool UpdateAuth();
+  bool UpdateAuth() { return GetAuth(); }
   std::string GetLogFilePath() const;
   // True for an Oracle store.
   bool GetDBType() const { return IsOracle(m_auth); }
   bool isFConvert() const { return m_bFConvert; }
   bool ConvertExistMemTables() { return true; }
 
-  // --- discovery and naming (discovery.cpp)
+  // --- discovery and naming
 
-  static bool IsLoadFile(const std::string& name);
+  static bool IsLoadFile(const std::string& name) { return IsMemFileName(name); }
   // Item "filepath", "dbname" or "tablename" of a mem file; empty when there is none.
   static std::string GetItemFromName(const std::string& path, const char* key);
   static bool IsTableNameConflict(const std::list<std::string>& list, const std::string& path);
@@ -76,8 +72,9 @@ class CMidTable {
   // empty afterwards.
   bool GetMemFiles(const std::string& dbname);
 
-  // --- mem tables (mem_table.cpp)
+  // --- mem tables
 
+  // False also when the server could not be asked, which is logged.
   bool TableExist(const std::string& tablename, const std::string& dbname);
   bool CreateOneMemTable(const std::string& tablename, const std::string& dbname);
   bool CreateMemTable();
@@ -86,123 +83,82 @@ class CMidTable {
   static std::string GetXMLFields(const std::string& file, const std::string& path,
                                   const std::pair<std::string, std::string>& prop);
 
-  // --- loading (loading.cpp)
+  // --- loading
 
   bool LoadMemFiles();
   bool LoadOneMemFile(const std::string& path);
-  bool AddToConvert(const std::string& path);
+  bool AddToConvert(const std::string& path) { return AddToConvert(MemFile::Parse(path)); }
   void RemoveOneMemFile(const std::string& path, const std::string& suffix);
   bool MysqlLoadOneTable(const std::string& tablename, const std::string& dbname,
                          const std::string& path);
-
-  // Puts a copy with local flags in the place of a mem file (rewriting.cpp); false: the file is as
-  // it was.
+  // Puts a copy with local flags in the place of a mem file; false: the file is as it was.
   bool ConvertMemF(const std::string& path);
 
-  // --- the Oracle roads (oracle_loading.cpp); 1 done, 0 failed
+  // --- the Oracle roads; 1 done, 0 failed
 
   int CreateOneExternalMemTable(const std::string& table, const std::string& database,
                                 const std::string& path);
   int ExternalLoadOneMemFile(const std::string& table, const std::string& database,
                              const std::string& path);
-  // Starts the loader tool on a data file without waiting for it.
+  // Starts the loader tool on a data file without waiting for its end.
   int OracleLoadOneTable(const std::string& table, const std::string& user,
                          const std::string& dataFile);
 
-  // --- conversion (conversion.cpp)
+  // --- conversion
 
-  // Converts every mem table waiting: 1, or 0 when g_nMainRun was cleared between two of them.
+  // Converts every mem table waiting: 1, or 0 when g_nMainRun was cleared between two of them, or
+  // the connection was lost in one. That one and those behind it still wait then.
   int Convert();
   int ConvertOneMemTable(const std::string& name);
-  // Counts one failure of a mid table of the current database; after 100 it is skipped for good.
-  void CheckMidTable(const std::string& midTable);
-  bool IsBadMidTable(const std::string& midTable);
+  // Counts one failure of a mid table of the database that was converted last; after 100 it is
+  // skipped for good.
+  void CheckMidTable(const std::string& midTable) { m_mapMidTable.Count(m_strDatabase + midTable); }
+  bool IsBadMidTable(const std::string& midTable) {
+    return m_mapMidTable.IsBad(m_strDatabase + midTable);
+  }
   void LoadCityCrc() {}
 
   // The queues, for tests and for a look from outside.
-  const std::list<std::string>& filesToLoad() const { return m_lstMemFile; }
-  const std::list<std::string>& filesToConvert() const { return m_lstConvert; }
+  const MemFileQueue& filesToLoad() const { return m_lstMemFile; }
+  MemFileQueue filesToConvert() const { return m_lstConvert.files(); }
 
  private:
-  // A mem file and what its name says.
-  struct MemFile {
-    std::string path;
-    std::string database;
-    std::string table;
-  };
-  // A mid table fed from the mem table being converted.
-  struct MidTable {
-    std::string node;  // path of its definition
-    std::string name;  // full name
-    Period period;
-  };
-  // What became of a statement made from a template.
-  struct Outcome {
-    bool ok;
-    std::string statement;  // as sent; the template when it could not be filled
-    std::string error;
-  };
-  // What to do with one mid table of a definition.
-  enum class Step { kConvert, kSkip, kAbort };
-
   bool Reconnect();
   bool ReserveBuffers();
-  const char* NewUserPassword() const;
-  // Fills and runs the template that stands at `node` of the table definitions.
-  Outcome RunTemplate(const std::string& node, const std::string& text,
-                      std::span<const TemplateValue> values);
-  Outcome RunFilled(const std::string& node, const std::string& text, const FilledTemplate& filled,
-                    int log_on_error);
-  bool Execute(const std::string& statement);
-
-  bool IdentifyMemFile(const std::string& path, MemFile& file) const;
-  bool PrepareDatabase(const std::string& database);
-  bool CreateOracleUser(const std::string& user);
-  bool PrepareExternalTable(const MemFile& file);
-  void RewriteOnce(const MemFile& file);
-  bool LoadRows(const MemFile& file);
-  // Whether another file has the name of the one loaded last; logged, as is a change of that one.
-  bool WasReplaced(const std::string& path) const;
-
-  bool WriteControlFile(const std::string& table, const std::string& dataFile);
-
-  bool FillMidTables(const TableDefinitions& definitions, int count, Transaction& transaction);
-  Step PrepareMidTable(const TableDefinitions& definitions, MidTable& table, bool& created);
-  bool CreateMidTable(const TableDefinitions& definitions, const MidTable& table);
-  bool CreateSequence(const TableDefinitions& definitions, const MidTable& table);
-  bool ConvertMidTable(const TableDefinitions& definitions, const MidTable& table);
-  bool TransactionIsGone();
-  bool RunFallback(const TableDefinitions& definitions, const MidTable& table);
-  std::string CityValue();
-  bool EmptyMemTable();
-  bool RemoveConvertedRows(const std::string& table);
+  void LogLeftRows() const;
+  // Whether the server answers; logged when not.
+  bool PingServer();
+  // The rows that wait already: left by an earlier pass, or due again. False ends the pass.
+  bool ConvertWhatWaits();
+  // One database of a pass. False ends the pass.
+  bool MakeDatabase(const std::string& name);
+  bool LoadQueuedFile(const MemFile& file);
+  bool AddToConvert(const MemFile& file);
+  ConversionResult Convert(const MemFile& file, bool counts);
+  // Takes the conversion in front out of the queue by what became of it; false when it stays.
+  bool Settle(ConversionResult result);
+  // Renames a file that is done with; one that cannot be renamed is settled, as `handed_over` where
+  // nobody can look at it.
+  void Rename(const MemFile& file, const std::string& suffix,
+              const std::optional<FileIdentity>& handed_over);
 
   static constexpr std::size_t kBufferCount = 8096;
   using Buffer = std::array<char, 256>;
 
   BackEndFactory m_factory;
-  std::string m_strDbInfoPath;
-  std::string m_strLogDataPath;
-  std::list<std::string> m_lstDbName;
-  std::list<std::string> m_lstConvert;  // loaded, under their ".dat" names
-  std::unique_ptr<CSqlBase> m_pSqlBase;
   MYSQLAUTH m_auth;
-  std::map<std::string, std::string> m_mapCityCrc;
-  // The mem table being converted.
-  std::string m_strMemTable;
-  std::string m_strKind;
-  std::string m_strDate;  // YYYYMMDD, empty for a name that is too short
-  std::string m_strDatabase;
+  std::unique_ptr<Store> m_store;  // none before Initialize
+  std::list<std::string> m_lstDbName;
+  Discovery m_discovery;
+  MemFileQueue m_lstMemFile;
+  ConversionQueue m_lstConvert;
+  NotEmptied m_notEmptied;
+  MidTableFailures m_mapMidTable;
+  std::string m_strDatabase;  // of the mem table that was converted last
   // Held for the life of the engine; nothing reads or writes it.
   std::vector<std::unique_ptr<Buffer>> m_ppBuffer;
   bool m_bNoFileLoaded = false;
-  const SpoolSystem& m_system;
-  std::map<std::string, SpoolFolder> m_folders;  // by database folder
-  std::map<std::string, int> m_mapMidTable;      // failures by database and full mid table name
-  std::set<std::string> m_setConverted;          // mem tables, with database, not emptied since
-  std::list<std::string> m_lstMemFile;           // queued full paths
-  std::optional<FileIdentity> m_loaded;          // the last file given to the server
-  SettledFiles m_settled;                        // done with, but still named ".dat"
   TourLocalUser m_localUser;
+  CityValues m_mapCityCrc{m_localUser};
   bool m_bFConvert = false;
 };

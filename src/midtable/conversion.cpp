@@ -1,250 +1,292 @@
-// From mem tables to mid tables: all mid tables of one mem table in one transaction.
-//
-// Creating a table ends the transaction on every kind of server, which would leave part of a mem
-// table's rows converted when a later statement fails, and convert them again the next time. So all
-// missing mid tables are created first, and the transaction is begun anew before the first row.
+#include "midtable/conversion.h"
 
 #include <cstring>
 
+#include "log/engine_unit.h"
 #include "log/zux_center_log.h"
-#include "midtable/Midtable.h"
-#include "midtable/definitions.h"
-#include "midtable/mem_file_name.h"
-#include "midtable/transaction.h"
-#include "midtable/unit.h"
+#include "support/names.h"
 #include "support/paths.h"
-#include "support/run_state.h"
+#include "tables/template_values.h"
 
 int g_NoMidTable = 0;
 
 namespace {
 
-constexpr int kMostFailures = 100;
-constexpr std::size_t kDatePosition = 4;  // behind "MEM_"
-
 void LogFailed(const char* statement, const std::string& error) {
   g_loger(kUnit, __LINE__, kError, "sql %s error %s", statement, error.c_str());
 }
 
-}  // namespace
-
-int CMidTable::Convert() {
-  while (!m_lstConvert.empty()) {
-    if (g_nMainRun == 0) return 0;
-    const std::string entry = m_lstConvert.front();
-    if (ConvertOneMemTable(entry) < 1) {
-      g_loger(kUnit, __LINE__, kError, "convert %s error, ignore it", entry.c_str());
-    }
-    m_lstConvert.pop_front();
-  }
-  return 1;
+void LogFailed(const Outcome& outcome) {
+  g_loger(kUnit, __LINE__, kError, "exe <%s> error %s", outcome.statement.c_str(),
+          outcome.error.c_str());
 }
 
-int CMidTable::ConvertOneMemTable(const std::string& name) {
-  m_strMemTable = GetItemFromName(name, "tablename");
-  m_strDatabase = GetItemFromName(name, "dbname");
-  m_strKind = m_strMemTable.empty() ? std::string() : std::string(1, m_strMemTable.back());
-  m_strDate = TextAt(m_strMemTable, kDatePosition, 8);
+}  // namespace
 
-  const bool switched = m_pSqlBase->changeDB(m_strDatabase.c_str(), NewUserPassword()) == 0;
-  if (!TableExist(m_strMemTable, m_strDatabase)) {
-    g_loger(kUnit, __LINE__, kDebug, "table %s.%s not exist, ignore", m_strDatabase.c_str(),
-            m_strMemTable.c_str());
-    return 1;
+MemTableConversion::MemTableConversion(Store& store, CityValues& cities, MidTableFailures& failures,
+                                       NotEmptied& not_emptied, const MemFile& file, bool counts)
+    : m_store(store),
+      m_cities(cities),
+      m_failures(failures),
+      m_not_emptied(not_emptied),
+      m_database(file.database),
+      m_mem_table(file.table),
+      m_kind(file.Kind()),
+      m_date(file.Date()),
+      m_counts(counts) {}
+
+// A mem table that is gone counts as converted: whoever dropped it wanted its rows away. A question
+// that got no answer is another matter, since the rows may still be there.
+ConversionResult MemTableConversion::Run() {
+  const bool switched = SwitchToDatabase();
+  switch (m_store.FindTable(m_mem_table, m_database)) {
+    case Presence::kUnknown:
+      Failed(m_store.LastFailure());
+      return Result();
+    case Presence::kAbsent:
+      g_loger(kUnit, __LINE__, kDebug, "table %s.%s not exist, ignore", m_database.c_str(),
+              m_mem_table.c_str());
+      return ConversionResult::kDone;
+    case Presence::kPresent:
+      break;
   }
   // The statements below name tables without their database: in another one they would empty a mem
   // table that nobody converted.
-  if (!switched) {
-    g_loger(kUnit, __LINE__, kError, "table %s.%s not converted, change db error %s",
-            m_strDatabase.c_str(), m_strMemTable.c_str(), m_pSqlBase->getLastError().c_str());
-    return 0;
-  }
-
-  TableDefinitions definitions;
-  if (!definitions.Parse(GetDBType())) {
-    // DELIBERATE: this line names the same file for every kind of store.
-    g_loger(kUnit, __LINE__, kError, "parse xml file %s faild", paths::kMysqlDefinitions);
-    return 0;
-  }
   int count = 0;
-  if (!definitions.Read(Format("/root/Conv/%s/MidCnt", m_strKind.c_str()), count)) return 0;
+  if (!switched || !ReadCount(count)) return Result();
 
-  Transaction transaction(*m_pSqlBase,
-                          GetDBType() ? "set transaction read write" : "start transaction");
+  Transaction transaction(m_store);
   if (!transaction.Begin()) {
-    LogFailed(transaction.begin(), m_pSqlBase->getLastError());
-    return 0;
+    LogFailed(transaction.begin(), m_store.LastError());
+    Failed(m_store.LastFailure());
+    return Result();
   }
-  if (!FillMidTables(definitions, count, transaction)) {
+  if (!FillMidTables(count, transaction)) {
     transaction.Rollback();
-    g_loger(kUnit, __LINE__, kError, "convert memtable %s.%s failed!", m_strDatabase.c_str(),
-            m_strMemTable.c_str());
-    return 0;
+    g_loger(kUnit, __LINE__, kError, "convert memtable %s.%s failed!", m_database.c_str(),
+            m_mem_table.c_str());
+    return Result();
   }
   g_loger(kUnit, __LINE__, kInfo, "commit ok!");
-  return EmptyMemTable() ? 1 : 0;
+  return EmptyMemTable();
 }
 
-bool CMidTable::FillMidTables(const TableDefinitions& definitions, int count,
-                              Transaction& transaction) {
-  std::vector<MidTable> tables;
-  bool created = false;
-  for (int i = 1; i <= count; ++i) {
-    MidTable table{Format("/root/Conv/%s/MidTab%d", m_strKind.c_str(), i), {}, Period::kDay};
-    const Step step = PrepareMidTable(definitions, table, created);
-    if (step == Step::kAbort) return false;
-    if (step == Step::kConvert) tables.push_back(std::move(table));
-  }
-  if (created && !transaction.Begin()) {
-    LogFailed(transaction.begin(), m_pSqlBase->getLastError());
-    return false;
-  }
-  for (const MidTable& table : tables) {
-    if (!ConvertMidTable(definitions, table)) return false;
-  }
-  if (transaction.Commit()) return true;
-  LogFailed("commit", m_pSqlBase->getLastError());
+bool MemTableConversion::Failed(SqlFailure failure) {
+  m_failure = failure;
   return false;
 }
 
-CMidTable::Step CMidTable::PrepareMidTable(const TableDefinitions& definitions, MidTable& table,
-                                           bool& created) {
+// A mid table is given up after its hundredth failure, for good. So a failure counts only where the
+// mid table's own statement or rows are at fault, and not when an old failure is merely tried
+// again.
+bool MemTableConversion::Failed(SqlFailure failure, const Target& target) {
+  const bool own_fault = failure == SqlFailure::kStatement || failure == SqlFailure::kData;
+  if (m_counts && own_fault) m_failures.Count(KeyOf(target));
+  return Failed(failure);
+}
+
+ConversionResult MemTableConversion::Result() const {
+  switch (m_failure) {
+    case SqlFailure::kConnection:
+      return ConversionResult::kConnectionLost;
+    case SqlFailure::kServer:
+    case SqlFailure::kPrivilege:
+      return ConversionResult::kByServer;
+    case SqlFailure::kNone:
+    case SqlFailure::kStatement:
+    case SqlFailure::kData:
+      break;
+  }
+  return ConversionResult::kByDefinition;
+}
+
+bool MemTableConversion::SwitchToDatabase() {
+  if (m_store.Use(m_database)) return true;
+  g_loger(kUnit, __LINE__, kError, "table %s.%s not converted, change db error %s",
+          m_database.c_str(), m_mem_table.c_str(), m_store.LastError().c_str());
+  return Failed(m_store.LastFailure());
+}
+
+// How many mid tables the mem table feeds. A count that cannot be read would look like none, and
+// the rows would be removed without having been converted.
+bool MemTableConversion::ReadCount(int& count) {
+  if (!m_definitions.Parse(m_store.dialect().DefinitionsFile())) {
+    // DELIBERATE: this line names the same file for every kind of store.
+    g_loger(kUnit, __LINE__, kError, "parse xml file %s faild", paths::kMysqlDefinitions);
+    return Failed(SqlFailure::kStatement);
+  }
+  const std::string path = CountPath(ConversionsOf(m_kind));
+  std::string text;
+  if (!m_definitions.Read(path, text)) return Failed(SqlFailure::kStatement);
+  count = NumberOf(text);
+  if (IsPlainNumber(text)) return true;
+  g_loger(kUnit, __LINE__, kError, "xml file %s: %s is no number, table %s.%s not converted",
+          m_definitions.file(), path.c_str(), m_database.c_str(), m_mem_table.c_str());
+  return Failed(SqlFailure::kStatement);
+}
+
+// In two rounds: first every mid table is looked up, and created where it is missing, then rows
+// move. A creation ends the transaction, so that mixing the two would commit half a conversion.
+bool MemTableConversion::FillMidTables(int count, Transaction& transaction) {
+  std::vector<Target> targets;
+  bool created = false;
+  const bool prepared = ForEachEntry(ConversionsOf(m_kind), count, [&](const std::string& node) {
+    Target target{node, {}, Period::kDay};
+    const Step step = Prepare(target, created);
+    if (step == Step::kConvert) targets.push_back(std::move(target));
+    return step != Step::kAbort;
+  });
+  if (!prepared) return false;
+  if (created && !transaction.Begin()) {
+    LogFailed(transaction.begin(), m_store.LastError());
+    return Failed(m_store.LastFailure());
+  }
+  for (const Target& target : targets) {
+    if (!Convert(target)) return false;
+  }
+  if (transaction.Commit()) return true;
+  LogFailed("commit", m_store.LastError());
+  return Failed(m_store.LastFailure());
+}
+
+// The order of the questions is that of the run log's lines, which operators know: Always, Name,
+// the failures so far, the table itself.
+MemTableConversion::Step MemTableConversion::Prepare(Target& target, bool& created) {
   int always = 0;
-  if (!definitions.Read(table.node + "/Always", always)) return Step::kAbort;
+  if (!m_definitions.Read(target.node + "/Always", always)) return Step::kAbort;
   if (g_NoMidTable != 0 && always == 0) return Step::kSkip;
 
   std::string base;
-  if (!definitions.Read(table.node + "/Name", base)) return Step::kAbort;
-  table.name = MidTableName(base, m_strDate);
-  table.period = PeriodOf(base);
+  if (!m_definitions.Read(target.node + "/Name", base)) return Step::kAbort;
+  target.name = MidTableName(base, m_date);
+  target.period = PeriodOf(base);
   // Year tables are the operator's: neither tested nor created nor given up here.
-  if (table.period == Period::kYear) return Step::kConvert;
-  if (!IsSafePath(table.name)) {  // it stands between quotes, too
+  if (target.period == Period::kYear) return Step::kConvert;
+  if (!IsSafePath(target.name)) {  // the name stands between quotes, too
     g_loger(kUnit, __LINE__, kError, "xml file %s: %s/Name is not safe in a statement",
-            TableDefinitions::File(GetDBType()), table.node.c_str());
+            m_definitions.file(), target.node.c_str());
     return Step::kAbort;
   }
-  if (IsBadMidTable(table.name)) return Step::kSkip;
+  if (m_failures.IsBad(KeyOf(target))) return Step::kSkip;
 
-  const std::string database = table.period == Period::kMonth ? kMonthTableDatabase : m_strDatabase;
-  if (TableExist(table.name, database)) return Step::kConvert;
-  created = true;  // also when it fails: the server may have ended the transaction
-  return CreateMidTable(definitions, table) ? Step::kConvert : Step::kAbort;
+  const std::string database = target.period == Period::kMonth ? kMonthTableDatabase : m_database;
+  switch (m_store.FindTable(target.name, database)) {
+    case Presence::kPresent:
+      return Step::kConvert;
+    case Presence::kUnknown:
+      Failed(m_store.LastFailure());
+      return Step::kAbort;
+    case Presence::kAbsent:
+      break;
+  }
+  created = true;  // also when the creation fails: the server may have ended the transaction
+  return Create(target) ? Step::kConvert : Step::kAbort;
 }
 
-bool CMidTable::CreateMidTable(const TableDefinitions& definitions, const MidTable& table) {
-  const std::string node = table.node + "/Create";
-  const TemplateValue values[] = {table.name};
+bool MemTableConversion::Create(const Target& target) {
+  const std::string node = target.node + "/Create";
   std::string create;
-  if (!definitions.Read(node, create)) return false;
-  const Outcome outcome = RunTemplate(node, create, values);
+  if (!m_definitions.Read(node, create)) return false;
+  const Outcome outcome = m_store.RunTemplate(node, create, MidCreateValues(target.name));
   if (!outcome.ok) {
     g_loger(kUnit, __LINE__, kError, "key<%s>Create table <%s> error %s", node.c_str(),
             outcome.statement.c_str(), outcome.error.c_str());
-    g_loger(kUnit, __LINE__, kError, "table name is %s is year table %d", table.name.c_str(),
-            table.period == Period::kYear ? 1 : 0);
-    CheckMidTable(table.name);
-    return false;
+    g_loger(kUnit, __LINE__, kError, "table name is %s is year table %d", target.name.c_str(),
+            target.period == Period::kYear ? 1 : 0);
+    return Failed(outcome.failure, target);
   }
-  return !GetDBType() || CreateSequence(definitions, table);
+  return !m_store.dialect().HasSequences() || CreateSequence(target);
 }
 
-bool CMidTable::CreateSequence(const TableDefinitions& definitions, const MidTable& table) {
-  const TemplateValue values[] = {table.name};
+// One template for all mid tables: on servers that count with sequences a new table needs its own.
+bool MemTableConversion::CreateSequence(const Target& target) {
   std::string sequence;
-  if (!definitions.Read("/root/Sequence", sequence)) return false;
-  const Outcome outcome = RunTemplate("/root/Sequence", sequence, values);
+  if (!m_definitions.Read(kSequenceNode, sequence)) return false;
+  const Outcome outcome =
+      m_store.RunTemplate(kSequenceNode, sequence, MidCreateValues(target.name));
   if (!outcome.ok) {
     g_loger(kUnit, __LINE__, kError, "Create Sequence <%s> error %s", outcome.statement.c_str(),
             outcome.error.c_str());
-    return false;
+    return Failed(outcome.failure);
   }
   g_loger(kUnit, __LINE__, kConsole, "sql <%s> success", outcome.statement.c_str());
   return true;
 }
 
-bool CMidTable::ConvertMidTable(const TableDefinitions& definitions, const MidTable& table) {
-  const std::string node = table.node + (GetDBType() ? "/ConvertOracle" : "/Convert");
+// Kinds F and A have a second statement for rows that the first one cannot place, for instance
+// since a row of their key is there already. Year tables have none.
+bool MemTableConversion::Convert(const Target& target) {
+  const std::string node = target.node + "/" + m_store.dialect().ConvertElement();
   std::string convert;
-  if (!definitions.Read(node, convert)) return false;
-  const char* const kind = m_strKind.c_str();
+  if (!m_definitions.Read(node, convert)) return false;
+  const char* const kind = m_kind.c_str();
   // DELIBERATE: never 0, since no kind is both.
   // NOLINTNEXTLINE(bugprone-suspicious-string-compare)
   const int log_on_error = std::strcmp(kind, "F") | std::strcmp(kind, "A");
-  const bool takes_city = GetDBType() && table.period == Period::kYear;
-  const FilledTemplate filled =
-      FillTemplate(convert, ConversionValues(GetDBType(), table.period, m_strDate, m_strMemTable,
-                                             takes_city ? CityValue() : std::string()));
-  if (filled && GetDBType() && table.period != Period::kDay) {
-    g_loger(kUnit, __LINE__, kInfo, "convert sql is <%s>", filled.text.c_str());
-  }
-  const Outcome outcome = RunFilled(node, convert, filled, log_on_error);
+  const Outcome outcome =
+      m_store.RunFilled(node, convert, FillConvert(target, convert), log_on_error);
   if (outcome.ok) return true;
-  g_loger(kUnit, __LINE__, kError, "exe <%s> error %s", outcome.statement.c_str(),
-          outcome.error.c_str());
-  const bool has_fallback = table.period != Period::kYear && (m_strKind == "F" || m_strKind == "A");
-  if (has_fallback) return !TransactionIsGone() && RunFallback(definitions, table);
-  CheckMidTable(table.name);
-  return false;
+  LogFailed(outcome);
+  const bool has_fallback = target.period != Period::kYear && HasFallback(m_kind);
+  if (!has_fallback || outcome.failure == SqlFailure::kConnection) {
+    return Failed(outcome.failure, target);
+  }
+  return !TransactionIsGone() && RunFallback(target);
 }
 
-// After a deadlock, and after a lock wait where it is set so, the server has rolled back all mid
-// tables before this one; what it took now would stand alone, and the mem table be emptied for it.
-// Within a transaction it refuses the statement below, elsewhere that changes nothing of weight.
-bool CMidTable::TransactionIsGone() {
-  if (GetDBType()) return false;  // there, a failed statement takes back itself alone
-  if (m_pSqlBase->executeSQL("set transaction isolation level repeatable read", 0) != 0)
-    return false;
+FilledTemplate MemTableConversion::FillConvert(const Target& target, const std::string& text) {
+  const Dialect& dialect = m_store.dialect();
+  FilledTemplate filled = FillTemplate(text, dialect.ConvertValues(InputOf(target)));
+  if (filled && dialect.ShowsConversion(target.period)) {
+    g_loger(kUnit, __LINE__, kInfo, "convert sql is <%s>", filled.text.c_str());
+  }
+  return filled;
+}
+
+ConversionInput MemTableConversion::InputOf(const Target& target) {
+  const bool takes_city = m_store.dialect().TakesCity(target.period);
+  return {target.period, m_date, m_mem_table, takes_city ? m_cities.Of(m_database) : std::string()};
+}
+
+// A deadlock ends the whole transaction on some servers, and so does a lock wait where it is set
+// so: the mid tables before this one are rolled back then. A second statement that succeeded after
+// that would be the only one to count, and the mem table would be emptied for it. So the server is
+// asked before. It refuses the statement below within a transaction; outside of a transaction the
+// statement changes nothing of weight.
+bool MemTableConversion::TransactionIsGone() {
+  if (!m_store.dialect().FailureMayEndTransaction()) return false;
+  if (!m_store.ExecuteQuietly("set transaction isolation level repeatable read")) return false;
   g_loger(kUnit, __LINE__, kError, "memtable %s.%s transaction ended by the server",
-          m_strDatabase.c_str(), m_strMemTable.c_str());
+          m_database.c_str(), m_mem_table.c_str());
+  Failed(SqlFailure::kServer);
   return true;
 }
 
-bool CMidTable::RunFallback(const TableDefinitions& definitions, const MidTable& table) {
-  const std::string node = table.node + (GetDBType() ? "/ConvertOracle" : "/Convert1");
+// The second statement of kinds F and A.
+bool MemTableConversion::RunFallback(const Target& target) {
+  const std::string node = target.node + "/" + m_store.dialect().FallbackElement();
   std::string fallback;
-  if (!definitions.Read(node, fallback)) return false;
-  const TemplateValue values[] = {m_strDate, m_strMemTable, m_strDate};
-  // The third value is for Oracle alone.
-  const Outcome outcome = RunTemplate(node, fallback, std::span(values, GetDBType() ? 3 : 2));
+  if (!m_definitions.Read(node, fallback)) return false;
+  const Outcome outcome =
+      m_store.RunTemplate(node, fallback, m_store.dialect().FallbackValues(InputOf(target)));
   if (outcome.ok) return true;
-  g_loger(kUnit, __LINE__, kError, "exe <%s> error %s", outcome.statement.c_str(),
-          outcome.error.c_str());
-  CheckMidTable(table.name);
-  return false;
+  LogFailed(outcome);
+  return Failed(outcome.failure, target);
 }
 
-std::string CMidTable::CityValue() {
-  if (m_mapCityCrc[m_strDatabase].empty()) m_localUser.GetCityCRC(m_mapCityCrc, 1);
-  std::string& city = m_mapCityCrc[m_strDatabase];
-  if (city.empty()) city = '0';
-  return city;
-}
-
-bool CMidTable::EmptyMemTable() {
-  const std::string truncate = Format("truncate table %s", m_strMemTable.c_str());
-  if (Execute(truncate)) {
-    g_loger(kUnit, __LINE__, kInfo, "convert memtable %s.%s ok!", m_strDatabase.c_str(),
-            m_strMemTable.c_str());
-    return true;
+// The rows are committed: what fails here must not have them counted again, so a mem table that
+// keeps them is remembered and emptied before anything else happens to it.
+ConversionResult MemTableConversion::EmptyMemTable() {
+  const std::string truncate = "truncate table " + m_mem_table;
+  if (m_store.Execute(truncate)) {
+    g_loger(kUnit, __LINE__, kInfo, "convert memtable %s.%s ok!", m_database.c_str(),
+            m_mem_table.c_str());
+    return ConversionResult::kDone;
   }
-  const std::string error = m_pSqlBase->getLastError();
+  const std::string error = m_store.LastError();
   LogFailed(truncate.c_str(), error);
-  if (error.find("ORA-00942") != std::string::npos) return true;  // the table is gone already
-  m_setConverted.insert(m_strDatabase + "." + m_strMemTable);
-  return false;
-}
-
-void CMidTable::CheckMidTable(const std::string& midTable) {
-  ++m_mapMidTable[m_strDatabase + midTable];
-}
-
-bool CMidTable::IsBadMidTable(const std::string& midTable) {
-  const auto entry = m_mapMidTable.find(m_strDatabase + midTable);
-  if (entry == m_mapMidTable.end()) return false;
-  if (entry->second == kMostFailures) {
-    ++entry->second;
-    g_loger(kUnit, __LINE__, kError, "midtable %s is bad, skipped!", entry->first.c_str());
-  }
-  return entry->second > kMostFailures;
+  const bool is_gone = error.find("ORA-00942") != std::string::npos;
+  if (is_gone) return ConversionResult::kDone;
+  m_not_emptied.Add(m_database + "." + m_mem_table);
+  return ConversionResult::kNotEmptied;
 }

@@ -1,19 +1,12 @@
 // The service cycle: start-up, passes, reconnection.
 
-#include <dirent.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <new>
 
+#include "log/engine_unit.h"
 #include "log/zux_center_log.h"
 #include "midtable/Midtable.h"
-#include "midtable/mem_file_name.h"
-#include "midtable/unit.h"
-#include "support/file.h"
-#include "support/paths.h"
+#include "support/database_name.h"
+#include "support/housekeeping.h"
 #include "support/run_state.h"
 
 namespace {
@@ -23,51 +16,26 @@ constexpr int kMostSecondsForRegistry = 10;
 
 }  // namespace
 
-CMidTable::CMidTable(const BackEndFactory& factory, const SpoolSystem& system)
-    : m_factory(factory), m_system(system), m_localUser(factory) {
-  m_localUser.init();
-  m_bFConvert = access(paths::kNoRewriteFlag, F_OK) == 0;
-}
-
-CMidTable::~CMidTable() {
-  m_pSqlBase.reset();
-  m_ppBuffer.clear();
-  m_localUser.WaitExit();
-}
-
-bool CMidTable::GetAuth() {
-  m_auth = *ProcessPolicy().getDBPolicy();
-  return true;
-}
-
-bool CMidTable::UpdateAuth() { return GetAuth(); }
-
-std::string CMidTable::GetLogFilePath() const { return paths::kLogData; }
-
-const char* CMidTable::NewUserPassword() const {
-  return ProcessPolicy().getDBPolicy()->new_user_password.c_str();
-}
-
 bool CMidTable::Initialize() {
-  m_strDbInfoPath = paths::kSettingsFile;
-  m_strLogDataPath = GetLogFilePath();
   if (!GetAuth()) return false;
   g_loger(kUnit, __LINE__, kInfo, "current db is %s", m_auth.dbtype.c_str());
-  m_pSqlBase = m_factory(m_auth);
-  if (m_pSqlBase == nullptr) return false;
+  std::unique_ptr<CSqlBase> back_end = m_factory(m_auth);
+  if (back_end == nullptr) return false;
+  m_store = std::make_unique<Store>(std::move(back_end), m_auth);
 
   g_loger(kUnit, __LINE__, kConsole, "befor connect db u(%s) p(%s)\n", m_auth.user.c_str(),
           m_auth.password.c_str());
-  if (m_pSqlBase->connectDB() != 0) {
-    g_loger(kUnit, __LINE__, kError, "connect db err reason %s",
-            m_pSqlBase->getLastError().c_str());
+  if (!m_store->Connect()) {
+    g_loger(kUnit, __LINE__, kError, "connect db err reason %s", m_store->LastError().c_str());
     return false;
   }
   if (!ReserveBuffers()) return false;
-  m_localUser.GetCityCRC(m_mapCityCrc, 0);
+  m_mapCityCrc.Fill();
   return true;
 }
 
+// Memory that the engine is known to hold: an appliance that is short of it shall say so at the
+// start and not after days.
 bool CMidTable::ReserveBuffers() {
   try {
     m_ppBuffer.resize(kBufferCount);
@@ -95,70 +63,86 @@ int CMidTable::Run() {
   // read its sources is no reason to wait any longer.
   m_localUser.AwaitFirstRound(kMostSecondsForRegistry);
   while (g_nMainRun != 0) {
-    if (!MakeMidTable() && !Reconnect()) {
+    if (!MakeMidTable() && !Reconnect() && g_nMainRun != 0) {
       g_nMainRun = 0;
       g_loger(kUnit, __LINE__, kConsole, "database not avaliable thread exit");
+      LogLeftRows();
       return 0;
     }
+    KeepHouse();
     if (m_bNoFileLoaded) sleep_i(1);
   }
+  LogLeftRows();
   return 1;
 }
 
+void CMidTable::LogLeftRows() const {
+  m_lstConvert.LogLeft();
+  m_notEmptied.LogLeft();
+}
+
+// False also once the service is to stop, which is no failure and is not logged.
 bool CMidTable::Reconnect() {
-  for (int tried = 0; m_pSqlBase->reconnectDB() != 0;) {
-    const bool last = tried == kPausedReconnects;
-    if (tried == 0 || last) {  // one line a second would say no more
-      g_loger(kUnit, __LINE__, kError, "reconnect db attempt %d failed reason %s", tried + 1,
-              m_pSqlBase->getLastError().c_str());
+  for (int tried = 1; g_nMainRun != 0; ++tried) {
+    if (m_store->Reconnect()) return true;
+    if (g_nMainRun == 0) break;
+    const bool last = tried > kPausedReconnects;
+    if (tried == 1 || last) {  // one line a second would say no more
+      g_loger(kUnit, __LINE__, kError, "reconnect db attempt %d failed reason %s", tried,
+              m_store->LastError().c_str());
     }
-    if (last || !UpdateAuth()) return false;
-    ++tried;
+    if (last || !UpdateAuth()) break;
     sleep_i(1);
+    if (g_nMainRun == 0) break;
     g_loger(kUnit, __LINE__, kConsole, "database not avaliable thread tried %d",
             kPausedReconnects - tried);
   }
-  return true;
+  return false;
 }
 
+// What waits already comes before anything is loaded: a file of the same mem table would otherwise
+// bring its rows to a conversion that nobody waits for.
 bool CMidTable::MakeMidTable() {
-  m_settled.RetryRenames();
+  m_discovery.settled().RetryRenames();
+  if (!ConvertWhatWaits()) return false;
+  m_bNoFileLoaded = true;  // also where the spool cannot be listed: there is nothing to do but wait
   if (!GetDblist()) return false;
-  m_bNoFileLoaded = true;
   for (const std::string& name : m_lstDbName) {
-    if (!m_pSqlBase->isDBAlive()) {
-      g_loger(kUnit, __LINE__, kConsole, "mysql ping err last err %s",
-              m_pSqlBase->getLastError().c_str());
-      g_loger(kUnit, __LINE__, kAlarm, "connection to db lost reason %s",
-              m_pSqlBase->getLastError().c_str());
-      return false;
-    }
-    if (!GetMemFiles(name)) {
-      g_loger(kUnit, __LINE__, kConsole, "db %s has no mem table to load ", name.c_str());
-      continue;
-    }
-    if (!LoadMemFiles() || Convert() == 0) return false;
-    m_bNoFileLoaded = false;
+    if (!MakeDatabase(name)) return false;
   }
   if (m_bNoFileLoaded) g_loger(kUnit, __LINE__, kDebug, "no file to load reconnect db");
   return !m_bNoFileLoaded;
 }
 
-bool CMidTable::GetDblist() {
-  const Directory dir(opendir(paths::kSpool));
-  if (dir == nullptr) {
-    g_loger(kUnit, __LINE__, kError, "open dir (%s) failed errno (%d)", paths::kSpool, errno);
-    return false;
+bool CMidTable::ConvertWhatWaits() {
+  const auto now = m_discovery.SteadyClock();
+  m_lstConvert.AddDue(m_store->dialect().DefinitionsFile(), now);
+  const bool has_tables_to_empty = m_notEmptied.IsDue(now);
+  if (m_lstConvert.empty() && !has_tables_to_empty) return true;
+  if (!PingServer()) return false;
+  if (has_tables_to_empty) m_notEmptied.EmptyAll(*m_store, now);
+  return Convert() == 1;
+}
+
+bool CMidTable::PingServer() {
+  if (m_store->IsAlive()) return true;
+  const std::string error = m_store->LastError();
+  g_loger(kUnit, __LINE__, kConsole, "mysql ping err last err %s", error.c_str());
+  g_loger(kUnit, __LINE__, kAlarm, "connection to db lost reason %s", error.c_str());
+  return false;
+}
+
+// A failed load ends the pass, since the server may be at fault. The rows that were loaded before
+// it stay in line for the next pass.
+bool CMidTable::MakeDatabase(const std::string& name) {
+  if (!PingServer()) return false;
+  if (!m_lstConvert.AddLeftRows(*m_store, DatabaseName(name)) || Convert() == 0) return false;
+  if (!GetMemFiles(name)) {
+    g_loger(kUnit, __LINE__, kConsole, "db %s has no mem table to load ", name.c_str());
+    return true;
   }
-  m_lstDbName.clear();
-  while (const dirent* entry = readdir(dir.get())) {
-    const std::string name = entry->d_name;
-    if (IsDatabaseId(name)) m_lstDbName.push_back(name);
-  }
-  if (m_folders.size() > m_lstDbName.size()) {
-    std::erase_if(m_folders, [this](const auto& folder) {
-      return std::find(m_lstDbName.begin(), m_lstDbName.end(), folder.first) == m_lstDbName.end();
-    });
-  }
+  if (!LoadMemFiles() || Convert() == 0) return false;
+  m_discovery.Served(name);
+  m_bNoFileLoaded = false;
   return true;
 }

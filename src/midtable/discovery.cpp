@@ -1,11 +1,14 @@
-// Which mem files a pass loads.
+#include "midtable/discovery.h"
 
-#include <string_view>
+#include <dirent.h>
 
+#include <algorithm>
+#include <cerrno>
+
+#include "log/engine_unit.h"
 #include "log/zux_center_log.h"
-#include "midtable/Midtable.h"
-#include "midtable/mem_file_name.h"
-#include "midtable/unit.h"
+#include "support/file.h"
+#include "support/names.h"
 #include "support/paths.h"
 
 namespace {
@@ -15,49 +18,59 @@ constexpr std::size_t kQueuedPerPass = 2;
 
 }  // namespace
 
-bool CMidTable::IsLoadFile(const std::string& name) { return IsMemFileName(name); }
-
-std::string CMidTable::GetItemFromName(const std::string& path, const char* key) {
-  if (path.empty() || key == nullptr) {
-    g_loger(kUnit, __LINE__, kError, "file path is null");
-    return {};
-  }
-  const std::string_view item = key;
-  if (item == "filepath") return MemFilePath(path);
-  if (item == "dbname") return MemFileDatabase(path);
-  if (item == "tablename") return MemFileTable(path);
-  g_loger(kUnit, __LINE__, kDebug, "key (%s) not valide on file (%s)", key, path.c_str());
-  return {};
+bool HoldsTable(const MemFileQueue& queue, const MemFile& file) {
+  return std::any_of(queue.begin(), queue.end(),
+                     [&file](const MemFile& entry) { return entry.SharesTableWith(file); });
 }
 
-bool CMidTable::IsTableNameConflict(const std::list<std::string>& list, const std::string& path) {
-  if (list.empty()) return false;
-  const std::string table = GetItemFromName(path, "tablename");
-  const std::string database = GetItemFromName(path, "dbname");
-  for (const std::string& entry : list) {
-    if (GetItemFromName(entry, "tablename") == table &&
-        GetItemFromName(entry, "dbname") == database) {
-      return true;
-    }
+// A folder that is gone takes what was read of it along, so that years of devices cost no memory.
+bool Discovery::ListDatabases(std::list<std::string>& names) {
+  const Directory dir(opendir(paths::kSpool));
+  if (dir == nullptr) {
+    g_loger(kUnit, __LINE__, kError, "open dir (%s) failed errno (%d)", paths::kSpool, errno);
+    return false;
   }
-  return false;
+  names.clear();
+  while (const dirent* entry = readdir(dir.get())) {
+    if (IsDatabaseId(entry->d_name)) names.emplace_back(entry->d_name);
+  }
+  m_last.remove_if([&names](const std::string& name) {
+    return std::find(names.begin(), names.end(), name) == names.end();
+  });
+  for (const std::string& name : m_last) {
+    names.remove(name);
+    names.push_back(name);
+  }
+  if (m_folders.size() > names.size()) {
+    std::erase_if(m_folders, [&names](const auto& folder) {
+      return std::find(names.begin(), names.end(), folder.first) == names.end();
+    });
+  }
+  return true;
 }
 
-bool CMidTable::GetMemFiles(const std::string& dbname) {
-  const std::string path = paths::kSpool + dbname;
-  SpoolFolder& folder = m_folders.try_emplace(dbname, path, m_system).first->second;
-  // From the newest name down; queued at the front, so that the queue is in ascending order.
-  const int error = folder.OfferFiles([this](const std::string& file) {
-    using Answer = SpoolFolder::Answer;
-    if (m_lstMemFile.size() >= kQueuedPerPass) return Answer::kEnough;
-    if (IsTableNameConflict(m_lstMemFile, file)) return Answer::kPassTable;
-    if (m_settled.Contains(file)) return Answer::kPass;
-    m_lstMemFile.push_front(file);
-    g_loger(kUnit, __LINE__, kConsole, "file %s is push to list", file.c_str());
+// Told by its path: the file may carry the name of another database than its folder's.
+void Discovery::PutLast(const MemFile& file) {
+  const std::string_view folder = std::string_view(file.path).substr(0, file.path.rfind('/'));
+  const std::string name(FileNameOf(folder));
+  m_last.remove(name);
+  m_last.push_back(name);
+}
+
+void Discovery::QueueFiles(const std::string& database, MemFileQueue& queue) {
+  const std::string path = paths::kSpool + database;
+  SpoolFolder& folder = m_folders.try_emplace(database, path, m_system).first->second;
+  // The greatest name comes first and goes to the front, so that the queue is in ascending order.
+  const int error = folder.OfferFiles([&](const MemFile& file) {
+    using Answer = WaitingFiles::Answer;
+    if (queue.size() >= kQueuedPerPass) return Answer::kEnough;
+    if (HoldsTable(queue, file)) return Answer::kTableServed;
+    if (m_settled.Contains(file.path)) return Answer::kPass;
+    queue.push_front(file);
+    g_loger(kUnit, __LINE__, kConsole, "file %s is push to list", file.path.c_str());
     return Answer::kTaken;
   });
   if (error != 0) {
     g_loger(kUnit, __LINE__, kError, "scan dir %s errno %d", path.c_str(), error);
   }
-  return !m_lstMemFile.empty();
 }

@@ -1,38 +1,35 @@
-// The two roads of a mem file into an Oracle mem table: over an external table, which the service
-// takes, and through the loader tool.
+#include "midtable/oracle_loading.h"
 
 #include <fcntl.h>
 #include <paths.h>
 #include <spawn.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <iterator>
 
 #include "config/XmlStream.h"
+#include "log/engine_unit.h"
 #include "log/zux_center_log.h"
-#include "midtable/Midtable.h"
-#include "midtable/mem_file_name.h"
-#include "midtable/unit.h"
-#include "support/database_name.h"
 #include "support/file.h"
+#include "support/names.h"
 #include "support/paths.h"
+#include "tables/loader_templates.h"
+#include "tables/template_values.h"
 
 namespace {
 
-constexpr std::size_t kKindPosition = 17;
-
-// The attribute that picks a mem table's loader templates; its value is empty for a name that is
-// too short to have a kind there.
-std::pair<std::string, std::string> TemplateSelector(const std::string& table) {
-  const std::string kind = TextAt(table, kKindPosition, 1);
-  if (kind.empty()) {
-    g_loger(kUnit, __LINE__, kError, "table name is error %s", table.c_str());
-    return {};
-  }
-  return {"table", "MEM_" + kind};
+// The attribute's value that picks the templates of a mem table; logged where there is none.
+std::string SelectorOf(const std::string& table) {
+  std::string selector = LoaderSelector(table);
+  if (selector.empty()) g_loger(kUnit, __LINE__, kError, "table name is error %s", table.c_str());
+  return selector;
 }
 
-// The statement as printf would show it: doubled percent signs read as one. It has no values to
+std::string ReadLoaderTemplate(const char* node, const std::string& selector) {
+  return ReadTemplate(paths::kLoaderTemplates, node, kTableAttribute, selector);
+}
+
+// The statement as printf would show it: doubled percent signs read as one. There are no values to
 // give, so a statement that asks for some is shown as it stands.
 void LogAsFormat(const std::string& statement) {
   const FilledTemplate shown = FillTemplate(statement, {});
@@ -44,6 +41,23 @@ std::string Located(const std::string& error, const char* node) {
   return error + ", see " + node + " of " + paths::kLoaderTemplates;
 }
 
+bool RunLoaderTemplate(Store& store, const char* node, const std::string& text,
+                       const TemplateValues& values) {
+  const FilledTemplate filled = FillTemplate(text, values);
+  if (filled) LogAsFormat(filled.text);
+  if (filled && store.Execute(filled.text)) return true;
+  g_loger(kUnit, __LINE__, kError, "sql error %s",
+          (filled ? store.LastError() : Located(filled.error, node)).c_str());
+  return false;
+}
+
+bool RunShown(Store& store, const std::string& statement) {
+  g_loger(kUnit, __LINE__, kConsole, "sql is %s", statement.c_str());
+  if (store.Execute(statement)) return true;
+  g_loger(kUnit, __LINE__, kError, "sql error %s", store.LastError().c_str());
+  return false;
+}
+
 std::string JoinColumns(const std::vector<std::string>& columns) {
   std::string list = "(";
   for (const std::string& column : columns) {
@@ -53,18 +67,8 @@ std::string JoinColumns(const std::vector<std::string>& columns) {
   return list + ")";
 }
 
-// The text of the first loader control template for all tables; empty when there is none.
-std::string ControlTemplate(CXmlNode node) {
-  for (; node; node = node.next()) {
-    std::string table;
-    node.getProp("table", table);
-    if (table == "all") return node.getContent();
-  }
-  return {};
-}
-
-// Starts a shell command without waiting for it. Its output goes nowhere: a closed pipe would be an
-// error in the middle of its work.
+// Starts a shell command without waiting for it. The output of the command goes nowhere: a closed
+// pipe would be an error in the middle of its work.
 bool StartCommand(const std::string& command) {
   posix_spawn_file_actions_t actions;
   if (posix_spawn_file_actions_init(&actions) != 0) return false;
@@ -79,91 +83,8 @@ bool StartCommand(const std::string& command) {
   return error == 0;
 }
 
-}  // namespace
-
-int CMidTable::CreateOneExternalMemTable(const std::string& table, const std::string& database,
-                                         const std::string& path) {
-  const auto selector = TemplateSelector(table);
-  if (selector.second.empty()) return 0;
-  const auto run = [this](const char* node, const std::string& text,
-                          std::span<const TemplateValue> values) {
-    const FilledTemplate filled = FillTemplate(text, values);
-    if (filled) LogAsFormat(filled.text);
-    if (filled && Execute(filled.text)) return true;
-    g_loger(kUnit, __LINE__, kError, "sql error %s",
-            (filled ? m_pSqlBase->getLastError() : Located(filled.error, node)).c_str());
-    return false;
-  };
-
-  constexpr char kDirectory[] = "/root/external_load/create_memdir";
-  const std::string directory = GetXMLFields(paths::kLoaderTemplates, kDirectory, selector);
-  if (directory.empty() || database.size() <= kDatabasePrefix.size()) return 0;
-  const TemplateValue directory_values[] = {database, database.substr(kDatabasePrefix.size())};
-  if (!run(kDirectory, directory, directory_values)) return 0;
-
-  constexpr char kTable[] = "/root/external_load/create_table";
-  const std::string create = GetXMLFields(paths::kLoaderTemplates, kTable, selector);
-  if (create.empty()) return 0;
-  if (path.find('/') == std::string::npos) {
-    g_loger(kUnit, __LINE__, kError, "path error %s", path.c_str());
-    return 0;
-  }
-  const TemplateValue table_values[] = {database + "." + table + "_external", database,
-                                        std::string(FileNameOf(path))};
-  return run(kTable, create, table_values) ? 1 : 0;
-}
-
-int CMidTable::ExternalLoadOneMemFile(const std::string& table, const std::string& database,
-                                      const std::string& path) {
-  if (!TableExist(table, database)) {
-    g_loger(kUnit, __LINE__, kError, "table %s not exist", table.c_str());
-    return 0;
-  }
-  const auto selector = TemplateSelector(table);
-  if (selector.second.empty()) return 0;
-  constexpr char kMerge[] = "/root/external_merge";
-  const std::string merge = GetXMLFields(paths::kLoaderTemplates, kMerge, selector);
-  if (merge.empty()) {
-    g_loger(kUnit, __LINE__, kError, "get xml error");
-    return 0;
-  }
-  const auto run = [this](const std::string& statement) {
-    g_loger(kUnit, __LINE__, kConsole, "sql is %s", statement.c_str());
-    if (Execute(statement)) return true;
-    g_loger(kUnit, __LINE__, kError, "sql error %s", m_pSqlBase->getLastError().c_str());
-    return false;
-  };
-  const std::string mem_table = database + "." + table;
-  const std::string external = mem_table + "_external";
-  const TemplateValue values[] = {mem_table, external};
-  const FilledTemplate filled = FillTemplate(merge, values);
-  if (!filled) {
-    g_loger(kUnit, __LINE__, kError, "sql error %s", Located(filled.error, kMerge).c_str());
-    return 0;
-  }
-  if (!run(filled.text)) return 0;
-  if (run("drop table " + external)) return 1;
-  g_loger(kUnit, __LINE__, kError, "table %s not dropped, the rows of file (%s) are loaded",
-          external.c_str(), path.c_str());
-  return 0;
-}
-
-int CMidTable::OracleLoadOneTable(const std::string& table, const std::string& user,
-                                  const std::string& dataFile) {
-  if (!WriteControlFile(table, dataFile)) return 0;
-  const std::string command =
-      Format("$ORACLE_HOME/bin/sqlldr %s/%s control=%s errors=-1 bad=/dev/null", user.c_str(),
-             ProcessPolicy().getDBPolicy()->password.c_str(), paths::kLoaderControlFile);
-  if (StartCommand(command)) return 1;
-  g_loger(kUnit, __LINE__, kError, "load error %s", command.c_str());
-  return 0;
-}
-
-bool CMidTable::WriteControlFile(const std::string& table, const std::string& dataFile) {
-  File control(std::fopen(paths::kLoaderControlFile, "w+"));
-  if (control == nullptr) {
-    g_loger(kUnit, __LINE__, kError, "%s file open failed", paths::kLoaderControlFile);
-  }
+// Reads the control file's template; false when the file of templates cannot be used.
+bool ReadControlTemplate(std::string& text) {
   CXmlStream xml;
   if (!xml.parseFile(paths::kLoaderTemplates)) {
     g_loger(kUnit, __LINE__, kError, "xml file %s: %s", paths::kLoaderTemplates,
@@ -171,31 +92,124 @@ bool CMidTable::WriteControlFile(const std::string& table, const std::string& da
     g_loger(kUnit, __LINE__, kError, "parse xml file %s failed", paths::kLoaderTemplates);
     return false;
   }
-  constexpr char kNode[] = "/root/sqlldr_ctl";
-  const CXmlNode node = xml.getNode(kNode);
+  const CXmlNode node = xml.getNode(kControlFileNode);
   if (!node) {
-    g_loger(kUnit, __LINE__, kConsole, "getNode:%s failed", kNode);
+    g_loger(kUnit, __LINE__, kConsole, "getNode:%s failed", kControlFileNode);
     return false;
   }
-  const std::string text = ControlTemplate(node);
+  text = FindByAttribute(node, kTableAttribute, kAllTables).getContent();
+  return true;
+}
+
+bool WriteControlFile(Store& store, const std::string& table, const std::string& data_file) {
+  FileDescriptor control = CreateRegular(paths::kLoaderControlFile, O_WRONLY | O_TRUNC, 0640);
+  if (!control) {
+    g_loger(kUnit, __LINE__, kError, "%s file open failed", paths::kLoaderControlFile);
+  }
+  std::string text;
+  if (!ReadControlTemplate(text)) return false;
   std::vector<std::string> columns;
-  if (m_pSqlBase->GetColums(table.c_str(), columns) != 1) {
-    g_loger(kUnit, __LINE__, kError, "getlast error %s", m_pSqlBase->getLastError().c_str());
+  if (!store.ColumnsOf(table, columns)) {
+    g_loger(kUnit, __LINE__, kError, "getlast error %s", store.LastError().c_str());
     return false;
   }
   const std::string list = JoinColumns(columns);
   g_loger(kUnit, __LINE__, kConsole, "load ctl  %s", text.c_str());
   g_loger(kUnit, __LINE__, kConsole, "colums ctl  %s", list.c_str());
-  if (control == nullptr) return true;
+  if (!control) return true;
 
-  const TemplateValue values[] = {dataFile, table, list};
-  const FilledTemplate filled = FillTemplate(text, values);
+  const FilledTemplate filled = FillTemplate(text, ControlFileValues(data_file, table, list));
   if (!filled) {
-    g_loger(kUnit, __LINE__, kError, "load ctl error %s", Located(filled.error, kNode).c_str());
+    g_loger(kUnit, __LINE__, kError, "load ctl error %s",
+            Located(filled.error, kControlFileNode).c_str());
     return false;
   }
-  const bool written = std::fputs(filled.text.c_str(), control.get()) >= 0;
-  if (std::fclose(control.release()) == 0 && written) return true;
+  const ssize_t written = write(control.get(), filled.text.data(), filled.text.size());
+  if (written == std::ssize(filled.text) && close(control.release()) == 0) return true;
   g_loger(kUnit, __LINE__, kError, "%s file write failed", paths::kLoaderControlFile);
   return false;
+}
+
+}  // namespace
+
+// The folder is declared for every file, also where it is known: a template may do more than that.
+bool CreateExternalTable(Store& store, const MemFile& file) {
+  const std::string selector = SelectorOf(file.table);
+  if (selector.empty()) return false;
+  const std::string directory = ReadLoaderTemplate(kDirectoryNode, selector);
+  const TemplateValues directory_values = DirectoryValues(file.database);
+  if (directory.empty() || directory_values.empty()) return false;
+  if (!RunLoaderTemplate(store, kDirectoryNode, directory, directory_values)) return false;
+
+  const std::string create = ReadLoaderTemplate(kExternalTableNode, selector);
+  if (create.empty()) return false;
+  if (file.path.find('/') == std::string::npos) {
+    g_loger(kUnit, __LINE__, kError, "path error %s", file.path.c_str());
+    return false;
+  }
+  return RunLoaderTemplate(
+      store, kExternalTableNode, create,
+      ExternalTableValues(file.database, file.table, std::string(FileNameOf(file.path))));
+}
+
+// The external table goes only after its rows were copied. One that could not be dropped counts as
+// a failed load, although the rows are in: loading its file again would find it pointing at the
+// file.
+bool LoadOverExternalTable(Store& store, const MemFile& file) {
+  const Presence there = store.FindTable(file.table, file.database);
+  if (there == Presence::kUnknown) return false;
+  if (there == Presence::kAbsent) {
+    g_loger(kUnit, __LINE__, kError, "table %s not exist", file.table.c_str());
+    return false;
+  }
+  const std::string selector = SelectorOf(file.table);
+  if (selector.empty()) return false;
+  const std::string merge = ReadLoaderTemplate(kMergeNode, selector);
+  if (merge.empty()) {
+    g_loger(kUnit, __LINE__, kError, "get xml error");
+    return false;
+  }
+  const FilledTemplate filled = FillTemplate(merge, MergeValues(file.database, file.table));
+  if (!filled) {
+    g_loger(kUnit, __LINE__, kError, "sql error %s", Located(filled.error, kMergeNode).c_str());
+    return false;
+  }
+  if (!RunShown(store, filled.text)) return false;
+  const std::string external = file.database + "." + ExternalTable(file.table);
+  if (RunShown(store, "drop table " + external)) return true;
+  g_loger(kUnit, __LINE__, kError, "table %s not dropped, the rows of file (%s) are loaded",
+          external.c_str(), file.path.c_str());
+  return false;
+}
+
+bool StartLoaderTool(Store& store, const std::string& table, const std::string& user,
+                     const std::string& password, const std::string& data_file) {
+  if (!WriteControlFile(store, table, data_file)) return false;
+  const std::string command =
+      Format("$ORACLE_HOME/bin/sqlldr %s/%s control=%s errors=-1 bad=/dev/null", user.c_str(),
+             password.c_str(), paths::kLoaderControlFile);
+  if (StartCommand(command)) return true;
+  g_loger(kUnit, __LINE__, kError, "load error %s", command.c_str());
+  return false;
+}
+
+std::string ReadTemplate(const std::string& file, const std::string& path,
+                         const std::string& attribute, const std::string& value) {
+  CXmlStream xml;
+  if (!xml.parseFile(file)) {
+    g_loger(kUnit, __LINE__, kError, "xml file %s: %s", file.c_str(), xml.getError().c_str());
+    g_loger(kUnit, __LINE__, kError, "parse xml file %s failed", file.c_str());
+    return {};
+  }
+  const CXmlNode node = xml.getNode(path);
+  if (!node) {
+    g_loger(kUnit, __LINE__, kConsole, "getNode:%s failed", path.c_str());
+    return {};
+  }
+  if (attribute.empty() || value.empty()) return node.getContent();
+  const auto log = [&value](const std::string& found) {
+    g_loger(kUnit, __LINE__, kConsole, "curprop is <%s> wanted prop is <%s>", found.c_str(),
+            value.c_str());
+  };
+  return FindByAttribute(node, attribute, value, log).getContent();
 }

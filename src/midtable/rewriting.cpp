@@ -1,4 +1,4 @@
-// The file handling around the rewriting of a mem file of kind F.
+#include "midtable/rewriting.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -6,10 +6,12 @@
 #include <cerrno>
 #include <optional>
 
+#include "log/engine_unit.h"
 #include "log/zux_center_log.h"
-#include "midtable/Midtable.h"
-#include "midtable/unit.h"
+#include "spool/renames.h"
+#include "spool/rewritten_mark.h"
 #include "support/file.h"
+#include "support/file_identity.h"
 
 namespace {
 
@@ -29,7 +31,8 @@ std::optional<FileIdentity> LoggedIdentity(const char* when, const std::string& 
 bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 // Makes a whole copy fit to replace the only file that has the rows: on the disk, and marked. Where
-// the mark cannot be set, a crash before the load costs an inspection; that is no reason to stop.
+// the mark cannot be set, the work goes on: a crash before the load would then drop the rows, and
+// the original, kept beside the copy, would have to be brought back by hand.
 bool FinishCopy(const std::string& copy) {
   struct stat status {};
   const FileDescriptor file = OpenRegular(copy, status);
@@ -60,7 +63,9 @@ bool PutInPlace(const std::string& copy, const std::string& path, const std::str
 
 }  // namespace
 
-bool CMidTable::ConvertMemF(const std::string& path) {
+// The copy is named like a loaded file while it is made, so that no pass takes it for one that
+// waits. Whatever fails on the way removes it.
+bool RewriteMemFile(const std::string& path, TourLocalUser& registry) {
   if (path.empty()) {
     g_loger(kUnit, __LINE__, kConsole, "file name is null convert failed");
     return false;
@@ -77,7 +82,7 @@ bool CMidTable::ConvertMemF(const std::string& path) {
   }
   const std::string stem = path.substr(0, dot);
   const std::string copy = stem + ".mid";
-  m_localUser.ParseMemfile(path, copy);
+  registry.ParseMemfile(path, copy);
   if (!Exists(copy)) {
     g_loger(kUnit, __LINE__, kConsole, "new file %s not exist convert failed", path.c_str());
     return false;
@@ -87,12 +92,12 @@ bool CMidTable::ConvertMemF(const std::string& path) {
   if (!unchanged) {
     g_loger(kUnit, __LINE__, kError, "file (%s) changed while it was rewritten", path.c_str());
   }
-  // A smaller copy has lost lines: the unrewritten file is kept for inspection. One whose flags
-  // outweigh the lines that it lacks has as well.
+  // A smaller copy has lost lines, and so may a larger one, whose flags outweigh the lost lines: in
+  // both cases the unrewritten file is kept for inspection.
   std::string kept;
   if (before && after && after->size < before->size) {
     kept = stem + ".err";
-  } else if (m_localUser.lostLines() > 0) {
+  } else if (registry.lostLines() > 0) {
     kept = stem + ".orig";
   }
   if (!unchanged || !FinishCopy(copy) || !PutInPlace(copy, path, kept)) {

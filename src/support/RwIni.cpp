@@ -4,31 +4,28 @@
 #include <fstream>
 #include <string_view>
 
+#include "support/byte_order_mark.h"
 #include "support/trim.h"
-
-namespace {
-
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-}  // namespace
 
 CRwIni::CRwIni(const char* path) {
   if (path != nullptr) Load(path);
 }
 
-int CRwIni::Load(const char* path) {
+int CRwIni::Load(const char* path, const IniLineHandler& handler) {
   m_sections.clear();
   m_values.clear();
   m_loaded = false;
   std::error_code error;
   if (path == nullptr || !std::filesystem::is_regular_file(path, error)) return 0;
   std::ifstream file(path, std::ios::binary);
-  Values* section = nullptr;
-  bool first = true;
-  for (std::string text; std::getline(file, text); first = false) {
+  Sections::value_type* section = nullptr;
+  long number = 0;
+  for (std::string text; std::getline(file, text);) {
+    ++number;
     std::string_view line = text;
-    if (first && line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
-    ReadLine(Trim(line), section);
+    if (number == 1 && line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
+    const IniLine kind = ReadLine(Trim(line), section);
+    if (handler) handler(number, kind, section != nullptr ? section->first : std::string());
   }
   m_loaded = file.eof();
   if (!m_loaded) {
@@ -39,20 +36,21 @@ int CRwIni::Load(const char* path) {
 }
 
 // `section` is where keys go, null before the first section.
-void CRwIni::ReadLine(std::string_view line, Values*& section) {
-  if (line.empty() || line[0] == ';' || line[0] == '#') return;
+IniLine CRwIni::ReadLine(std::string_view line, Sections::value_type*& section) {
+  if (line.empty() || line[0] == ';' || line[0] == '#') return IniLine::kNothing;
   if (line[0] == '[') {
     const std::size_t end = line.find(']');
-    if (end == std::string_view::npos) return;
+    if (end == std::string_view::npos) return IniLine::kPassedOver;
     const auto [entry, is_new] = m_values.try_emplace(std::string(Trim(line.substr(1, end - 1))));
     if (is_new) m_sections.push_back(entry->first);
-    section = &entry->second;
-    return;
+    section = &*entry;
+    return is_new ? IniLine::kSection : IniLine::kKnownSection;
   }
   const std::size_t equals = line.find('=');
-  if (equals == std::string_view::npos || section == nullptr) return;
-  section->insert_or_assign(std::string(Trim(line.substr(0, equals))),
-                            Trim(line.substr(equals + 1)));
+  if (equals == std::string_view::npos || section == nullptr) return IniLine::kPassedOver;
+  section->second.insert_or_assign(std::string(Trim(line.substr(0, equals))),
+                                   Trim(line.substr(equals + 1)));
+  return IniLine::kValue;
 }
 
 const std::string* CRwIni::Find(std::string_view section, std::string_view key) const {

@@ -19,14 +19,28 @@
 #include <string_view>
 #include <vector>
 
+// What a line is by these rules.
+enum class IniLine {
+  kNothing,  // blank, or a comment
+  kSection,
+  kKnownSection,  // the name of a section that came before
+  kValue,
+  kPassedOver
+};
+
+// Is told of every line while a file is loaded: its number, from 1, what it is, and the section
+// that it opens or stands in, whose name is empty before the first one.
+using IniLineHandler = std::function<void(long number, IniLine kind, const std::string& section)>;
+
 class CRwIni {
  public:
   // Loads the file at `path`; with a null path nothing, IsLoadOk() is 0 then.
   explicit CRwIni(const char* path);
 
   // Reads a regular file, replacing what was loaded before. 1 on success; 0, with no sections, for
-  // a null path and for whatever is not a regular file or cannot be read.
-  int Load(const char* path);
+  // a null path and for whatever is not a regular file or cannot be read. The handler is called for
+  // the lines in their order, also for those before a place that cannot be read.
+  int Load(const char* path, const IniLineHandler& handler = {});
   // What the last Load returned.
   int IsLoadOk() const { return m_loaded ? 1 : 0; }
 
@@ -41,11 +55,12 @@ class CRwIni {
 
  private:
   using Values = std::map<std::string, std::string, std::less<>>;
+  using Sections = std::map<std::string, Values, std::less<>>;
 
-  void ReadLine(std::string_view line, Values*& section);
+  IniLine ReadLine(std::string_view line, Sections::value_type*& section);
   const std::string* Find(std::string_view section, std::string_view key) const;
 
   bool m_loaded = false;
   std::vector<std::string> m_sections;
-  std::map<std::string, Values, std::less<>> m_values;  // by section
+  Sections m_values;
 };

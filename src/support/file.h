@@ -1,12 +1,12 @@
-// Owning handles for what the C library and the kernel hand out.
+// Owning handles for what the C library and the kernel hand out, and files opened so that no link
+// or pipe in their place does harm.
 #pragma once
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -55,12 +55,24 @@ class FileDescriptor {
 // Opens a regular file for reading and looks at it. Null with errno set when that fails: a link is
 // not followed (ELOOP), and a pipe, which could hold the caller, is EINVAL like whatever is no
 // file.
-inline FileDescriptor OpenRegular(const std::string& path, struct stat& status) {
-  FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (file && fstat(file.get(), &status) != 0) file.reset(-1);
-  if (file && !S_ISREG(status.st_mode)) {
-    file.reset(-1);
-    errno = EINVAL;
-  }
-  return file;
-}
+FileDescriptor OpenRegular(const std::string& path, struct stat& status);
+
+// The same for writing, in a folder where others may have put something under the name. `flags` is
+// O_WRONLY with O_APPEND or O_TRUNC. A file that is not there is made and has exactly `mode`,
+// whatever the umask; one that is there keeps its mode. A pipe that nobody reads is ENXIO.
+FileDescriptor CreateRegular(const std::string& path, int flags, mode_t mode);
+
+// Makes the folders of an absolute path that are missing, each with exactly `mode`. A folder that
+// cannot be made shows when it is used.
+void MakeFolders(const std::string& path, mode_t mode);
+
+// Whether `path` still leads to the open file: nobody removed, moved or replaced the file. True as
+// well where the path cannot be looked at, which says nothing about the file.
+bool StillNames(const std::string& path, int fd);
+
+// What stands under `path` that keeps this process from using the path as its file, as the end of
+// a sentence: "is not a regular file", "belongs to user 1000". Empty where neither is so.
+std::string ObstacleAt(const std::string& path);
+
+// Whether the descriptor is the null device, so that nobody reads what is written there.
+bool IsNullDevice(int fd);

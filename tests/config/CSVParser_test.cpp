@@ -27,43 +27,114 @@ std::string Read(const std::string& content) {
   return Rows(kFile);
 }
 
-TEST(CSVParser, SplitsRows) {
-  EXPECT_EQ(Read(" \t\r\n\na, b ,c\n,a\t b,,\tc\na\r\nb,\r\n"), "a|b|c|/|a\t b||c|/a|/b|/");
-  EXPECT_EQ(Read("\"x\"\"y\",z\n\"a\"\n \" a \" , b\nx\"y\"z,"), "x\"y|z|/a|/ a |b|/x\"y\"z|/");
-  EXPECT_EQ(Read("\"a,\"\"\",\"\",b\n\"ab\"cd,e\n\"ab\"c\"d,e"), "a,\"||b|/abcd|e|/abc\"d|e|/");
-  EXPECT_EQ(Read("\"a\nb\",c\nd\n\"a\r\n\r\nb\",c\n\"e\nf"), "a\nb|c|/d|/a\n\nb|c|/e\nf|/");
-  EXPECT_EQ(Read("1,\xB9\xE3\xB6\xAB\n2,广东\n\"\xB9\xE3\n\xB6\xAB\""), "1|广东|/2|广东|/广\n东|/");
-  EXPECT_EQ(Read("\xFF\xB9\xE3,\1\n中\0,5\n1,a\xB9"s), "广|\1|/中\0|5|/1|a|/"s);
-  EXPECT_EQ(Read("1,a\0b\n1,a\0b678\n"s), "1|a|/1|a|/") << "less than a word, and just one";
+struct Dialect {
+  const char* what;
+  std::string content;
+  std::string rows;
+};
+
+void ExpectRows(const std::vector<Dialect>& cases) {
+  for (const auto& [what, content, rows] : cases) EXPECT_EQ(Read(content), rows) << what;
+}
+
+TEST(CSVParser, SplitsRowsAtCommas) {
+  ExpectRows({{"blanks around a field go", "a, b ,c\n", "a|b|c|/"},
+              {"those inside stay", "a\t b\n", "a\t b|/"},
+              {"a field may be empty", ",a,,\tc\n", "|a||c|/"},
+              {"no column after a comma that ends the row", "b,\r\nc", "b|/c|/"},
+              {"rows without text are passed over", " \t\r\n\na\n", "a|/"}});
+}
+
+TEST(CSVParser, TakesQuotedFieldsAsTheyAre) {
+  ExpectRows({{"a doubled quote is one quote", "\"x\"\"y\",z\n", "x\"y|z|/"},
+              {"blanks inside stay", "\"a\"\n \" a \" , b\n", "a|/ a |b|/"},
+              {"a comma inside is text", "\"a,\"\"\",\"\",b\n", "a,\"||b|/"},
+              {"text behind the closing quote belongs to it", "\"ab\"cd,e\n", "abcd|e|/"},
+              {"with further quotes", "\"ab\"c\"d,e\n", "abc\"d|e|/"},
+              {"inside an unquoted field a quote is text", "x\"y\"z,", "x\"y\"z|/"}});
+}
+
+TEST(CSVParser, AnOpenFieldGoesOnInTheNextLine) {
+  ExpectRows({{"with the line feed as text", "\"a\nb\",c\nd\n", "a\nb|c|/d|/"},
+              {"CRLF reads as LF", "\"a\r\n\r\nb\",c\n", "a\n\nb|c|/"},
+              {"until the file's end", "\"e\nf", "e\nf|/"}});
+}
+
+TEST(CSVParser, DeliversTextInUtf8) {
+  ExpectRows({{"local text is converted", "1,\xB9\xE3\xB6\xAB\n", "1|广东|/"},
+              {"UTF-8 stays", "2,广东\n", "2|广东|/"},
+              {"an open field in each of its lines", "\"\xB9\xE3\n\xB6\xAB\"", "广\n东|/"},
+              {"what is no character goes", "\xFF\xB9\xE3,\1\n1,a\xB9", "广|\1|/1|a|/"},
+              {"a zero byte ends a local line", "\xB9\xE3,1\0,2\n"s, "广|1|/"},
+              {"and one of ASCII, of less than eight bytes", "1,a\0b\n"s, "1|a|/"},
+              {"or of just eight", "1,a\0b678\n"s, "1|a|/"},
+              {"but not one of UTF-8", "中\0,5\n"s, "中\0|5|/"s}});
+}
+
+TEST(CSVParser, ReadingEndsBeforeALineThatIsTooLong) {
   const std::string longest(CSVParser::kMaxLine, 'x');
   EXPECT_EQ(Read(longest + "\n" + longest + "x\nb"), longest + "|/");
-  ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
-  EXPECT_FALSE(CSVParser().init("/tmp/fifo")) << "nobody is at its other end";
-  EXPECT_EQ(Rows("/tmp") + Rows("/dev/zero"), "");
-  const std::string open = longest.substr(1) + "\ny";
+}
+
+TEST(CSVParser, ARowEndsWithTheLineThatMadeItTooLong) {
+  const std::string open = std::string(CSVParser::kMaxLine - 1, 'x') + "\ny";
   EXPECT_EQ(Read('"' + open + "\nz\nz"), open + "|/z|/z|/");
 }
 
+TEST(CSVParser, RefusesAMissingFileAndAPipe) {
+  EXPECT_FALSE(CSVParser().init(""));
+  EXPECT_FALSE(CSVParser().init("/tmp/missing.csv"));
+  ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+  EXPECT_FALSE(CSVParser().init("/tmp/fifo")) << "nobody is at its other end";
+}
+
+TEST(CSVParser, AFolderAndAFileWithoutEndHaveNoRows) {
+  EXPECT_EQ(Rows("/tmp"), "");
+  EXPECT_EQ(Rows("/dev/zero"), "");
+}
+
 TEST(CSVParser, DeliberateOddities) {
-  EXPECT_EQ(Read("\"a\"  \n\"a\" \t\r\nb"), "a||/a||/b|/") << "blanks after a closing quote";
-  EXPECT_EQ(Read("a, \nb,\nc"), "a||/b|/c|/") << "blanks after a last comma, and none";
-  EXPECT_EQ(Read("\"a\"\"\nb\",c\n\"d\"\""), "a\"\nb|c|/d\"|/") << "doubled quote at the end";
-  EXPECT_EQ(Read("é,1"), "茅|1|/") << "two-byte sequences of UTF-8 read as local";
-  EXPECT_EQ(Read("\xFF\xFF\n\0b"s), "\xFF\xFF|/\0b|/"s) << "the conversion leaves nothing";
+  ExpectRows({{"blanks after a closing quote", "\"a\"  \n\"a\" \t\r\nb", "a||/a||/b|/"},
+              {"blanks after a last comma", "a, \nb,\nc", "a||/b|/c|/"},
+              {"doubled quote at the row's end", "\"a\"\"\nb\",c\n", "a\"\nb|c|/"},
+              {"doubled quote at the file's end", "\"d\"\"", "d\"|/"},
+              {"two-byte sequences of UTF-8 read as local", "é,1", "茅|1|/"},
+              {"the conversion leaves nothing", "\xFF\xFF\n\0b"s, "\xFF\xFF|/\0b|/"s}});
   EXPECT_THROW(CSVParser().get_column_by_id(4294967295), std::out_of_range);
 }
 
-TEST(CSVParser, KeepsItsFileOpenForRowsAndOpenFields) {
-  WriteFile(kFile, "a\nb");
-  CSVParser parser;
-  EXPECT_FALSE(parser.init("") || parser.init("/tmp/missing.csv"));
-  for (const std::string row : {"a", "b", "", "a"}) {
-    EXPECT_TRUE(parser.init(row == "b" ? "/tmp/missing.csv" : kFile));
-    EXPECT_EQ(parser.get_next_row(), row.empty() ? 0 : 1);
-    EXPECT_EQ(parser.get_column_by_id(0), row);
-    if (row.empty()) parser.close();
+class OpenCsv : public testing::Test {
+ protected:
+  OpenCsv() {
+    WriteFile(kFile, "a\nb");
+    EXPECT_TRUE(m_parser.init(kFile));
+    ExpectNextRow("a");
   }
-  std::string first, open, none = "old";
-  parser << " a ,\"b" >> first >> open >> none;
-  EXPECT_EQ(first + "|" + open + "|" + none, "a|b\nb|");
+  void ExpectNextRow(const std::string& row) {
+    EXPECT_EQ(m_parser.get_next_row(), row.empty() ? 0 : 1);
+    EXPECT_EQ(m_parser.get_column_by_id(0), row);
+  }
+  CSVParser m_parser;
+};
+
+TEST_F(OpenCsv, StaysOpenWhateverIsOpenedNext) {
+  EXPECT_TRUE(m_parser.init("/tmp/missing.csv"));
+  ExpectNextRow("b");
+  ExpectNextRow("");
+}
+
+TEST_F(OpenCsv, BeginsAnewAfterAClose) {
+  m_parser.close();
+  EXPECT_TRUE(m_parser.init(kFile));
+  ExpectNextRow("a");
+}
+
+TEST_F(OpenCsv, GoesOnWithTheOpenFieldOfAGivenText) {
+  std::string first;
+  std::string open;
+  std::string none = "old";
+  m_parser << " a ,\"b" >> first >> open >> none;
+  EXPECT_EQ(first, "a");
+  EXPECT_EQ(open, "b\nb");
+  EXPECT_EQ(none, "");
 }

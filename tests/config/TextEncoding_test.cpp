@@ -1,5 +1,6 @@
 #include "config/TextEncoding.h"
 
+#include <string>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -8,57 +9,110 @@
 
 using std::string_literals::operator""s;
 
-using Converted = std::tuple<int, std::string, unsigned int>;  // result, text, room left
+unsigned int Size(const std::string& text) { return static_cast<unsigned int>(text.size()); }
 
-Converted Convert(const std::string& text, unsigned int room, const char* to) {
-  std::vector<char> dst(room + 1, '#');
-  const auto length = static_cast<unsigned int>(text.size());
-  const int result = EncodeConvert(text.c_str(), length, dst.data(), &room, "GBK", to);
-  return {result, dst.data(), room};
+TEST(TextEncoding, Utf8IsCutAtWhatIsNoCharacter) {
+  const struct {
+    const char* what;
+    std::string kept;
+    std::string cut;
+  } cases[] = {
+      {"sequences of two and three bytes", "aé中", ""},
+      {"control characters of texts", "\a\f\x1B中", ""},
+      {"a sequence of six bytes", "\xFC\x84\x80\x80\x80\x80", ""},
+      {"another control character", "中", "\1"},
+      {"delete", "中", "\x7F"},
+      {"a sequence without its lead byte", "中", "\x80"},
+      {"a byte that leads no sequence", "中", "\xFE\x80\x80\x80\x80\x80"},
+      {"a zero byte", "中", "\0x"s},
+      {"local text", "", "\xB9\xE3"},
+      {"two bytes of three", "中", "\xE4\xB8"},
+      {"two bytes of six", "中", "\xFC\x84"},
+  };
+  for (const auto& [what, kept, cut] : cases) {
+    const std::string text = kept + cut;
+    // A heap block of just the text and its zero byte: the address sanitizer sees a step beyond.
+    std::vector<char> block(text.c_str(), text.c_str() + text.size() + 1);
+    EXPECT_EQ(IsUTF8(block.data(), Size(text)), cut.empty()) << what;
+    EXPECT_EQ(SplitUTF8(block.data(), Size(text)), cut.empty()) << what;
+    EXPECT_EQ(block.data(), kept) << what;
+  }
 }
 
 TEST(TextEncoding, IsDeliberatelyUtf8OnlyWithOneSequenceOfThreeBytesOrMore) {
-  for (std::string text :
-       {"aé中|"s, "\a\f\x1B中|"s, "\xFC\x84\x80\x80\x80\x80|"s, "中|\1"s, "中|\x7F"s, "中|\x80"s,
-        "中|\xFE\x80\x80\x80\x80\x80"s, "中|\0x"s, "|\xB9\xE3"s, "中|\xE4\xB8"s, "中|\xFC\x84"s}) {
-    const std::size_t kept = text.find('|');
-    const auto length = static_cast<unsigned int>(text.erase(kept, 1).size());
-    // A heap block of just the text and its zero byte: the address sanitizer sees a step beyond.
-    std::vector<char> block(text.c_str(), text.c_str() + length + 1);
-    EXPECT_EQ(IsUTF8(block.data(), length), kept == length) << text;
-    EXPECT_EQ(SplitUTF8(block.data(), length), kept == length) << text;
-    EXPECT_EQ(block.data(), text.substr(0, kept));
-  }
-  EXPECT_EQ(IsUTF8("", 0) + IsUTF8("aéß", 5) + IsUTF8("中", 2) + IsUTF8("中\xE4\xB8x", 6), 0);
+  EXPECT_EQ(IsUTF8("", 0), 0);
+  EXPECT_EQ(IsUTF8("aéß", 5), 0);
+  EXPECT_EQ(IsUTF8("中", 2), 0) << "the sequence ends beyond the length";
+  EXPECT_EQ(IsUTF8("中\xE4\xB8x", 6), 0) << "a later one ends too early";
 }
 
-TEST(TextEncoding, ConvertsEachTextOnItsOwn) {
-  EXPECT_EQ(Convert("0123456789", 5, "gbk"), (Converted{0, "01234", 0}));
-  EXPECT_EQ(Convert("a中\0b"s, 3, ""), (Converted{0, "a", 2}));
-  EXPECT_EQ(Convert("a\xB9", 9, "utf-8"), (Converted{-3, "a", 8})) << "incomplete";
-  EXPECT_EQ(Convert("\xB9\xE3\xB6\xAB", 5, "utf-8"), (Converted{-3, "", 2})) << "no room";
-  EXPECT_EQ(Convert("a\xFF\xFF\xB9\xE3\xB6\xABx", 9, "utf-8"), (Converted{0, "a广东x", 1}));
-  EXPECT_EQ(Convert("a\xB9\xE3\xB6\xAB", 9, "no such"), (Converted{-1, "a", 8}));
-  EXPECT_EQ(Convert("a\xB9\xE3\xB6\xABx", 9, "ISO-8859-1"), (Converted{2, "ax", 7})) << "none";
-  std::vector<char> small(6);
-  LocalToUtf8_1("\xB9\xE3\xB6\xAB", small.data(), 5);
-  EXPECT_STREQ(small.data(), "") << "no room";
-  for (int pair = 0x0101; pair <= 0xFFFF; ++pair) {
-    const char text[] = {static_cast<char>(pair >> 8), static_cast<char>(pair), 'x', '\0'};
-    char dst[16];
-    LocalToUtf8_1(text, dst, sizeof dst - 1);
-    ASSERT_EQ(dst, std::get<std::string>(Convert(text, sizeof dst - 1, "utf-8"))) << pair;
+using Converted = std::tuple<int, std::string, unsigned int>;  // result, text, room left
+
+// What the local text becomes in the encoding `to`.
+Converted Convert(const std::string& text, unsigned int room, const char* to) {
+  std::vector<char> dst(room + 1, '#');
+  const int result = EncodeConvert(text.c_str(), Size(text), dst.data(), &room, "GBK", to);
+  return {result, dst.data(), room};
+}
+
+TEST(EncodeConvert, TellsResultTextAndTheRoomThatIsLeft) {
+  const struct {
+    const char* what;
+    std::string text;
+    unsigned int room;
+    const char* to;
+    Converted expected;
+  } cases[] = {
+      {"the same encoding is a copy", "0123456789", 5, "gbk", {0, "01234", 0}},
+      {"so is none, up to a cut character", "a中\0b"s, 3, "", {0, "a", 2}},
+      {"invalid input is skipped", "a\xFF\xFF\xB9\xE3\xB6\xABx", 9, "utf-8", {0, "a广东x", 1}},
+      {"the last character is incomplete", "a\xB9", 9, "utf-8", {-3, "a", 8}},
+      {"there is no room", "\xB9\xE3\xB6\xAB", 5, "utf-8", {-3, "", 2}},
+      {"the encoding is not known", "a\xB9\xE3\xB6\xAB", 9, "no such", {-1, "a", 8}},
+      {"the encoding lacks two", "a\xB9\xE3\xB6\xABx", 9, "ISO-8859-1", {2, "ax", 7}},
+  };
+  for (const auto& [what, text, room, to, expected] : cases) {
+    EXPECT_EQ(Convert(text, room, to), expected) << what;
   }
-  std::string in_place(60'001, '\0');
-  for (unsigned int i = 0; i < 40'000; i += 4) in_place.replace(i, 4, "\xB9\xE3\xB6\xAB");
+}
+
+TEST(EncodeConvert, WorksInPlace) {
+  std::string text(60'001, '\0');
+  for (std::size_t i = 0; i < 40'000; i += 4) text.replace(i, 4, "\xB9\xE3\xB6\xAB");
   unsigned int left = 60'000;
-  EncodeConvert(in_place.data(), 40'000, in_place.data(), &left, "GBK", "utf-8");
-  EXPECT_EQ(in_place.substr(59'994), "广东\0"s);
-  const auto convert = [] {  // into more encodings, as they are named, than a thread keeps
+  EncodeConvert(text.data(), 40'000, text.data(), &left, "GBK", "utf-8");
+  std::string expected;
+  for (int i = 0; i < 10'000; ++i) expected += "广东";
+  EXPECT_TRUE(text.c_str() == expected);
+}
+
+// A thread keeps eight conversions open, by the names that were asked for. Each text begins with a
+// byte-order mark, so no conversion may go on where an earlier text ended.
+TEST(EncodeConvert, TakesEachTextOnItsOwnInMoreEncodingsThanAThreadKeeps) {
+  const auto convert = [] {
     for (const char* to :
          {"UTF16", "UTF16", "UTf16", "UtF16", "Utf16", "uTF16", "uTf16", "utF16", "utf16"}) {
-      EXPECT_EQ(Convert("a", 9, to), (Converted{0, "\xFF\xFE\x61", 5})) << "a mark each time";
+      EXPECT_EQ(Convert("a", 9, to), (Converted{0, "\xFF\xFE\x61", 5})) << to;
     }
   };
-  const std::jthread one(convert), other(convert);
+  const std::jthread one(convert);
+  const std::jthread other(convert);
+}
+
+// What LocalToUtf8_1 makes of the text.
+std::string Utf8Of(const char* local, unsigned int room) {
+  std::vector<char> dst(room + 1);
+  LocalToUtf8_1(local, dst.data(), room);
+  return dst.data();
+}
+
+TEST(LocalToUtf8, GivesNothingOfATextThatFindsNoRoom) {
+  EXPECT_EQ(Utf8Of("\xB9\xE3\xB6\xAB", 5), "");
+}
+
+TEST(LocalToUtf8, GivesWhatEncodeConvertGivesForEveryPairOfBytes) {
+  for (int pair = 0x0101; pair <= 0xFFFF; ++pair) {
+    const char text[] = {static_cast<char>(pair >> 8), static_cast<char>(pair), 'x', '\0'};
+    ASSERT_EQ(Utf8Of(text, 15), std::get<std::string>(Convert(text, 15, "utf-8"))) << pair;
+  }
 }

@@ -5,54 +5,107 @@
 #include "gtest/gtest.h"
 #include "testing/files.h"
 
+using std::string_literals::operator""s;
+
 const std::string kGood =
-    "<?xml version=\"1.0\"?><!-- c --><root><Mem> a &lt; b <x/>&#99;<![CDATA[<%s>]]>\n</Mem> "
-    "<Mem>2<!--3--></Mem><Conv><F><Name>f</Name></F> <t table=\"all\" n='1'>T</t></Conv></root>";
+    R"(<?xml version="1.0"?><!-- c --><root><Mem> a &lt; b <x/>&#99;<![CDATA[<%s>]]>
+</Mem> <Mem>2<!--3--></Mem><Conv><F><Name>f</Name></F> <t table="all" n='1'>T</t></Conv></root>)";
 
-void Parse(CXmlStream& xml, const std::string& content, bool accepted) {
-  WriteFile("/tmp/test.xml", content);
-  EXPECT_EQ(xml.parseFile("/tmp/test.xml"), accepted) << content;
-  EXPECT_EQ(xml.getError().empty(), accepted) << content;
-  EXPECT_EQ(static_cast<bool>(xml.getNode("/root")), accepted) << content;
+class Xml : public testing::Test {
+ protected:
+  // Parses a document. One that is refused must leave a reason and no nodes.
+  bool Accepts(const std::string& content) {
+    WriteFile("/tmp/test.xml", content);
+    const bool accepted = m_xml.parseFile("/tmp/test.xml");
+    EXPECT_EQ(m_xml.getError().empty(), accepted) << content;
+    EXPECT_EQ(static_cast<bool>(m_xml.getNode("/root")), accepted) << content;
+    return accepted;
+  }
+  CXmlStream m_xml;
+};
+
+class GoodXml : public Xml {
+ protected:
+  GoodXml() { EXPECT_TRUE(Accepts(kGood)); }
+};
+
+TEST_F(GoodXml, ATextIsTheElementsOwnAsStored) {
+  EXPECT_EQ(m_xml.getNode("/root/Mem").getContent(), " a < b c<%s>\n");
 }
 
-TEST(Xml, FindsNodesTextsAndAttributes) {
-  CXmlStream xml;
-  Parse(xml, kGood, true);
+TEST_F(GoodXml, ASiblingIsTheNextElementOfAnyName) {
+  EXPECT_EQ(m_xml.getNode("/root/Mem").next().getContent(), "2");
+  EXPECT_EQ(m_xml.getNode("/root/Conv/F").next().getContent(), "T");
+}
+
+TEST_F(GoodXml, AnAttributeThatIsMissingIsEmpty) {
+  const CXmlNode node = m_xml.getNode("/root/Conv/t");
+  std::string value;
+  node.getProp("table", value);
+  EXPECT_EQ(value, "all");
+  node.getProp("missing", value);
+  EXPECT_EQ(value, "");
+}
+
+TEST_F(GoodXml, APathThatIsNotThereGivesANullHandle) {
   for (const char* path : {"", "root", "//root", "/root/", "/Mem", "/root/mem", "/root/Mem/F"}) {
-    EXPECT_FALSE(xml.getNode(path)) << path;
+    EXPECT_FALSE(m_xml.getNode(path)) << path;
   }
-  const CXmlNode first = xml.getNode("/root/Mem"), last = xml.getNode("/root/Conv/F").next();
-  EXPECT_EQ(first.getContent() + first.next().getContent(), " a < b c<%s>\n2");
-  EXPECT_EQ(last.getContent() + last.next().getContent() + last.next().next().getContent(), "T");
-  std::string value, none = "old";
-  last.getProp("table", value);
-  last.next().getProp("table", none);
-  EXPECT_EQ(value + none, "all");
 }
 
-TEST(Xml, NothingButWholeDocumentsIsAccepted) {
-  CXmlStream xml;
-  for (std::size_t size = 0; size < kGood.size(); ++size) Parse(xml, kGood.substr(0, size), false);
-  for (const char* content :
-       {"<root/><b/>", "<root x='1' x='2'/>", "<root>&nbsp;</root>", "<root>\xd6\xd0</root>",
-        "<!DOCTYPE root SYSTEM 'x'><root/>", "<!DOCTYPE root [<!ENTITY e 'x'>]><root>&e;</root>",
-        "<!DOCTYPE root [<!ENTITY % e SYSTEM 'x'> %e;]><root/>",
-        "<!DOCTYPE root [<!ATTLIST root a CDATA '1'>]><root/>", "<?xml encoding='none'?><root/>",
-        "<!DOCTYPE root [<!ENTITY a 'a'><!ENTITY b '&a;&a;'>]><root x='&b;'/>"}) {
-    Parse(xml, content, false);
+TEST_F(GoodXml, ANullHandleAnswersWithNothing) {
+  const CXmlNode behind_the_last = m_xml.getNode("/root/Conv/t").next();
+  std::string value = "old";
+  behind_the_last.getProp("table", value);
+  EXPECT_EQ(value, "");
+  EXPECT_EQ(behind_the_last.next().getContent(), "");
+}
+
+TEST_F(GoodXml, IsRefusedWhereverItIsCut) {
+  for (std::size_t size = 0; size < kGood.size(); ++size) {
+    EXPECT_FALSE(Accepts(kGood.substr(0, size)));
   }
-  const std::string tail(4 << 20,
-                         ' ');  // read up to 4 MiB, which is some thirty times that as a tree
-  Parse(xml, "<root/>" + tail, false);
-  Parse(xml, "<root/>" + tail.substr(7), true);
-  Parse(xml, "\xef\xbb\xbf<root/>", true);
-  Parse(xml, {"\xff\xfe<\0r\0o\0o\0t\0/\0>\0", 16}, true);
-  Parse(xml, std::string("<root>") + '\0' + "</root>", false);
-  ASSERT_EQ(mkfifo("/tmp/pipe.xml", 0600), 0);  // nobody is at its other end
-  EXPECT_FALSE(xml.parseFile("/tmp/missing.xml") || xml.parseFile("/tmp/pipe.xml"));
-  EXPECT_EQ(xml.getError(), "not a regular file");
-  Parse(xml, "<root>\n<a>\n</b>\n<c>", false);
-  EXPECT_EQ(xml.getError().find("line 3: "), 0U) << "the first complaint: " << xml.getError();
-  Parse(xml, "<!DOCTYPE root><root/>\n", true);
+}
+
+TEST_F(Xml, RefusesWhatIsNotWellFormed) {
+  for (const std::string& content :
+       {"<root/><b/>"s, "<root x='1' x='2'/>"s, "<root>&nbsp;</root>"s, "<root>\xd6\xd0</root>"s,
+        "<root>\0</root>"s, "<?xml encoding='none'?><root/>"s}) {
+    EXPECT_FALSE(Accepts(content)) << content;
+  }
+}
+
+TEST_F(Xml, RefusesADocumentTypeThatBringsAnythingAlong) {
+  EXPECT_TRUE(Accepts("<!DOCTYPE root><root/>\n")) << "a name is nothing";
+  for (const char* content :
+       {"<!DOCTYPE root [<!ENTITY e 'x'>]><root>&e;</root>",
+        "<!DOCTYPE root [<!ENTITY % e SYSTEM 'x'> %e;]><root/>",
+        "<!DOCTYPE root [<!ATTLIST root a CDATA '1'>]><root/>",
+        "<!DOCTYPE root [<!ENTITY a 'a'><!ENTITY b '&a;&a;'>]><root x='&b;'/>"}) {
+    EXPECT_FALSE(Accepts(content)) << content;
+  }
+}
+
+TEST_F(Xml, AcceptsAByteOrderMark) {
+  EXPECT_TRUE(Accepts("\xef\xbb\xbf<root/>"));
+  EXPECT_TRUE(Accepts("\xff\xfe<\0r\0o\0o\0t\0/\0>\0"s));
+}
+
+// The tree of a document takes some thirty times its size.
+TEST_F(Xml, ReadsNoMoreThan4MiB) {
+  const std::string longest = "<root/>" + std::string((4 << 20) - 7, ' ');
+  EXPECT_TRUE(Accepts(longest));
+  EXPECT_FALSE(Accepts(longest + ' '));
+}
+
+TEST_F(Xml, RefusesWhatIsNoRegularFile) {
+  EXPECT_FALSE(m_xml.parseFile("/tmp/missing.xml"));
+  ASSERT_EQ(mkfifo("/tmp/pipe.xml", 0600), 0);
+  EXPECT_FALSE(m_xml.parseFile("/tmp/pipe.xml")) << "nobody is at its other end";
+  EXPECT_EQ(m_xml.getError(), "not a regular file");
+}
+
+TEST_F(Xml, TellsTheParsersFirstComplaint) {
+  EXPECT_FALSE(Accepts("<root>\n<a>\n</b>\n<c>"));
+  EXPECT_TRUE(m_xml.getError().starts_with("line 3: ")) << m_xml.getError();
 }

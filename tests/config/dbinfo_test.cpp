@@ -4,49 +4,97 @@
 #include "support/paths.h"
 #include "testing/files.h"
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 
-CDBInfo Settings(const std::string& content, const std::string& error = "") {
-  WriteFile("/tmp/dbinfo.conf", content);
-  CDBInfo settings("/tmp/dbinfo.conf");
-  EXPECT_EQ(settings.readConfig(), error.empty()) << content;
-  EXPECT_EQ(settings.getError(), error);
+constexpr char kFile[] = "/tmp/dbinfo.conf";
+
+CDBInfo Settings(const std::string& content) {
+  WriteFile(kFile, content);
+  CDBInfo settings(kFile);
+  EXPECT_TRUE(settings.readConfig()) << content;
+  EXPECT_EQ(settings.getError(), "");
   return settings;
 }
 
-TEST(Settings, AcceptedAndRejectedFiles) {
-  const CDBInfo settings = Settings(
-      "\n\v\f\r\n  host = 10.0.0.1 \r\nuser=a\nuser=b\npassword=\"a=b\"\n# x=y\n=no key\na=\n \t");
-  std::string values;
-  for (const char* key : {"host", "user", "password", "# x", "", "a", "A"}) {
-    values += settings.getValue(key) + "|";
+TEST(Settings, GiveTheValueOfAKey) {
+  const struct {
+    const char* what;
+    std::string content;
+    std::string key;
+    std::string value;
+  } cases[] = {
+      {"blanks around line, key and value do not count", "  a = 10.0.0.1 \r\n", "a", "10.0.0.1"},
+      {"so does white space around it all", "\n\v\f\r\na=1\n \t", "a", "1"},
+      {"the first occurrence counts", "a=1\na=2", "a", "1"},
+      {"quotes and further equals signs belong to the value", "a=\"b=c\"", "a", "\"b=c\""},
+      {"a value may be empty", "a=\nb=1", "a", ""},
+      {"a key may be empty", "a=1\n=no key", "", "no key"},
+      {"there are no comments", "# x=y", "# x", "y"},
+      {"keys differ by case", "a=1", "A", ""},
+      // The file is read in pieces of 4096 bytes.
+      {"a zero byte hides the rest of its piece", "a=1\0\nb=2\n"s, "b", ""},
+      {"and no other piece", "b=2\0"s + std::string(4092, ' ') + "d=4", "b", "2d=4"},
+  };
+  for (const auto& [what, content, key, value] : cases) {
+    EXPECT_EQ(Settings(content).getValue(key), value) << what;
   }
-  EXPECT_EQ(values, "10.0.0.1|a|\"a=b\"|y|no key|||");
-  // A NUL byte hides the rest of its 4096 bytes, and only that.
-  EXPECT_EQ(Settings("a=1\nb=2\0\n"s + std::string(4096 - 9, ' ') + "d=4").getValue("b"), "2d=4");
-  for (const char* content : {"", " \n\n", "host", "a=1\n\nb=2", "# note\na=1", "a=1\nnote"}) {
-    Settings(content, "set config information error!");
-  }
-  CDBInfo folder("/tmp");
-  EXPECT_EQ(folder.readConfig() ? "" : folder.getError(), "read config file error!");
 }
 
-TEST(Settings, NumbersAreDigitsOnly) {
+TEST(Settings, EveryLineNeedsAnEqualsSign) {
+  for (const char* content : {"", " \n\n", "host", "a=1\n\nb=2", "# note\na=1", "a=1\nnote"}) {
+    WriteFile(kFile, content);
+    CDBInfo settings(kFile);
+    EXPECT_FALSE(settings.readConfig()) << content;
+    EXPECT_EQ(settings.getError(), "set config information error!") << content;
+  }
+}
+
+TEST(Settings, AFolderIsNotReadable) {
+  CDBInfo settings("/tmp");
+  EXPECT_FALSE(settings.readConfig());
+  EXPECT_EQ(settings.getError(), "read config file error!");
+}
+
+TEST(Settings, APortIsOfDigitsOnly) {
+  EXPECT_EQ(Settings("port=03306").getPort(), 3306);
   for (const std::string text : {"+3306", "-1", "33 06", "0x10", "", "abc"}) {
     EXPECT_EQ(Settings("port=" + text).getPort(), -1) << text;
   }
+}
+
+TEST(Settings, ListFurtherDatabases) {
   const auto list = Settings("dbcount=02\ndbname0=a\ndbdepict0=first").getDBInfoList();
-  EXPECT_EQ(list.at(0).dbname + list[0].dbdepict + list.at(1).dbname, "afirst");
+  EXPECT_EQ(list.at(0).dbname, "a");
+  EXPECT_EQ(list.at(0).dbdepict, "first");
+  EXPECT_EQ(list.at(1).dbname, "") << "its key is missing";
+}
+
+TEST(Settings, AListWithoutACountEndsTheProcess) {
   EXPECT_EXIT(Settings("dbcount=x").getDBInfoList(), testing::ExitedWithCode(0), "");
-  EXPECT_DEATH(CDBInfo(nullptr), "dbinfo:60: requirement path failed");  // in a release, too
+}
+
+TEST(Settings, ANullPathEndsTheProcessOfAReleaseToo) {
+  EXPECT_DEATH(CDBInfo(nullptr), "dbinfo:60: requirement path failed");
+}
+
+// What is read from a settings file with this type.
+MYSQLAUTH Policy(const std::string& dbtype) {
+  WriteFile(paths::kSettingsFile,
+            "host=h\nuser=u\npassword=p\ndbname0=d\nset_password=n\ndbtype=" + dbtype);
+  return MYSQLAUTH(CDBPolicy().getDBPolicy());
+}
+
+TEST(Policy, HoldsTheSettings) {
+  const MYSQLAUTH auth = Policy("mysql");
+  EXPECT_EQ((std::vector{auth.host, auth.user, auth.password, auth.dbname, auth.new_user_password}),
+            (std::vector<std::string>{"h", "u", "p", "d", "n"}));
 }
 
 TEST(Policy, OnlyTheExactNamesSelectOracle) {
-  for (const std::string type : {"oci8", "ORACLE"}) {
-    WriteFile(paths::kSettingsFile, "host=h\nuser=u\npassword=p\nset_password=n\ndbtype=" + type);
-    const MYSQLAUTH auth(CDBPolicy().getDBPolicy());
-    EXPECT_EQ(auth.host + auth.user + auth.password + auth.new_user_password, "hupn");
-    EXPECT_EQ(auth.dbtype, type == "oci8" ? "oracle" : type);
-    EXPECT_EQ(IsOracle(auth), type == "oci8");
+  EXPECT_TRUE(IsOracle(Policy("oracle")));
+  EXPECT_EQ(Policy("oci8").dbtype, "oracle");
+  for (const char* type : {"ORACLE", "Oci8", "oracle8", "mysql", ""}) {
+    EXPECT_FALSE(IsOracle(Policy(type))) << type;
+    EXPECT_EQ(Policy(type).dbtype, type);
   }
 }

@@ -1,7 +1,7 @@
 // A template of a definition file that is taken gives what printf would, however hostile the file.
 #include "config/XmlStream.h"
 #include "fuzz/fuzz.h"
-#include "midtable/sql_template.h"
+#include "tables/sql_template.h"
 
 void Fill(const std::string& text, auto... values) {
   const TemplateValue given[] = {values...};

@@ -1,5 +1,6 @@
-// The frame of a fuzz target, whose one source defines Canonical: what the code under test makes of
-// an input, in a form that it takes and gives back unchanged. A failed assertion is a finding.
+// The frame of a fuzz target. The target's source defines Canonical, which runs the code under test
+// on an input and returns the result in a form of which the code must make the same result again.
+// A failed assertion is a finding.
 #pragma once
 
 #undef NDEBUG

@@ -1,5 +1,6 @@
 #include "log/zux_center_log.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
@@ -11,55 +12,105 @@
 
 namespace fs = std::filesystem;
 
-// Makes calls, whose lines are in the file afterwards.
-void Repeat(CLOGER& log, int calls) {
-  for (int i = 0; i < calls; ++i) log("t", 1, kInfo, "x");
-  log.reopenfile();
+void SetTimeZone(const char* zone) {
+  setenv("TZ", zone, 1);
+  tzset();
 }
 
-TEST(RunLog, DayAndSizeOfTheFileAreSeenAtEvery1000thCall) {
-  fs::remove_all("/vqlog/log");
-  CapturedStdout console;
-  CLOGER log;
-  log("dbinfo", 158, kError, "early %d", 1);
-  setenv("TZ", "EAST-14", 1);
-  tzset();
-  log.Init();
-  for (const int level : {0, 1, 2, 3, 4, 7, -1, -2}) log("u", 12, level, "level %d", level);
-  std::thread other(Repeat, std::ref(log), 49'400);
-  Repeat(log, 49'400);
-  other.join();
-  setenv("TZ", "WEST12", 1);  // 26 hours behind: another date at any time
-  tzset();
-  Repeat(log, 191);
-  std::string expected =
-      "[u:12 InfoLog]:level 0\n[u:12 AlarmLog]:level 1\n[u:12 ErrLog]:level 2\n"
-      "[u:12 DebugLog]:level 3\n[u:12 RealtimeLog]:level 4\n[u:12 UnKnown]:level 7\n";
-  for (int i = 0; i < 98'990; ++i) expected += "[t:1 InfoLog]:x\n";
-  const std::regex time("\\]\\[[0-2]\\d:[0-5]\\d:[0-6]\\d\\]\\[");
-  const auto names = ListFolder(paths::kRunLogDir);  // the new date is the smaller one
-  EXPECT_EQ(std::regex_replace(ReadFile(paths::kRunLogDir + names.at(1)), time, " "), expected);
-
-  const std::string path = paths::kRunLogDir + names[0];
-  const std::size_t line = fs::file_size(path);
-  for (const unsigned excess : {0U, 1U, 1U}) {
-    fs::resize_file(path, CLOGER::kMaxFileSize - 999 * line + excess);
-    log.reopenfile();
-    Repeat(log, 1000);
-    EXPECT_EQ(fs::file_size(path), line + (excess == 0 ? CLOGER::kMaxFileSize : 0));
+class RunLog : public testing::Test {
+ protected:
+  RunLog() {
+    fs::remove_all(paths::kRunLogDir);
+    SetTimeZone("EAST-14");
+    m_log.Init();
+    m_path = Files().at(0);
   }
-  EXPECT_EQ(fs::file_size(path + ".bak"), CLOGER::kMaxFileSize + 1U);
-  EXPECT_EQ(Format("%10239d", 7), std::string(10238, ' '));
-  EXPECT_EQ(console.text(), "[dbinfo:158]<2>:early 1\n[u:12]<-1>:level -1\n[u:12]<-2>:level -2\n");
+  void Write(int lines) {
+    for (int i = 0; i < lines; ++i) m_log("t", 1, kInfo, "x");
+  }
+  // The log's files in the order of their dates, with all that was written.
+  std::vector<std::string> Files() {
+    m_log.reopenfile();
+    std::vector<std::string> paths = ListFolder(paths::kRunLogDir);
+    for (std::string& path : paths) path.insert(0, paths::kRunLogDir);
+    return paths;
+  }
+  // What the first file holds, with a blank in the place of each "][hh:mm:ss][".
+  std::string WithoutTimes() {
+    const std::regex time("\\]\\[[0-2]\\d:[0-5]\\d:[0-6]\\d\\]\\[");
+    return std::regex_replace(ReadFile(Files().at(0)), time, " ");
+  }
+  // Writes 1000 lines. The check at the last one, which is written behind it, finds that size.
+  void CheckAFileAboveTheLimitBy(unsigned excess) {
+    fs::resize_file(m_path, CLOGER::kMaxFileSize - 999 * kLine + excess);
+    m_log.reopenfile();
+    Write(1000);
+    m_log.reopenfile();
+  }
+
+  static constexpr std::size_t kLine = sizeof "[t:1][hh:mm:ss][InfoLog]:x\n" - 1;
+  CLOGER m_log;
+  std::string m_path;
+};
+
+TEST_F(RunLog, GoesToTheConsoleBeforeItHasAFile) {
+  CapturedStdout console;
+  CLOGER()("dbinfo", 158, kError, "early %d", 1);
+  EXPECT_EQ(console.text(), "[dbinfo:158]<2>:early 1\n");
 }
 
-TEST(RunLog, ExpiryKeepsTheLast60Names) {
+TEST_F(RunLog, NamesTheLevelInTheFileAndSendsNegativeOnesToTheConsole) {
+  CapturedStdout console;
+  for (const int level : {0, 1, 2, 3, 4, 7, -1, -2}) m_log("u", 12, level, "level %d", level);
+  EXPECT_EQ(console.text(), "[u:12]<-1>:level -1\n[u:12]<-2>:level -2\n");
+  EXPECT_EQ(WithoutTimes(),
+            "[u:12 InfoLog]:level 0\n[u:12 AlarmLog]:level 1\n[u:12 ErrLog]:level 2\n"
+            "[u:12 DebugLog]:level 3\n[u:12 RealtimeLog]:level 4\n[u:12 UnKnown]:level 7\n");
+}
+
+TEST_F(RunLog, TakesWholeLinesFromTwoThreads) {
+  std::thread other([this] { Write(50'000); });
+  Write(50'000);
+  other.join();
+  std::string expected;
+  for (int i = 0; i < 100'000; ++i) expected += "[t:1 InfoLog]:x\n";
+  EXPECT_TRUE(WithoutTimes() == expected);
+}
+
+TEST_F(RunLog, LooksAtTheDateDeliberatelyAtEvery1000thCallOnly) {
+  Write(1500);
+  SetTimeZone("WEST12");  // 26 hours behind: another date at any time
+  Write(499);
+  EXPECT_EQ(Files(), std::vector{m_path});
+  Write(1);
+  EXPECT_EQ(Files().size(), 2U);
+  EXPECT_EQ(WithoutTimes(), "[t:1 InfoLog]:x\n") << "in the file of the earlier date";
+}
+
+TEST_F(RunLog, GoesOnWithAFileAtTheLimit) {
+  CheckAFileAboveTheLimitBy(0);
+  EXPECT_EQ(fs::file_size(m_path), CLOGER::kMaxFileSize + kLine);
+}
+
+TEST_F(RunLog, SetsAFileAboveTheLimitAsideInThePlaceOfTheOneBefore) {
+  for (const unsigned excess : {2U, 1U}) {
+    CheckAFileAboveTheLimitBy(excess);
+    EXPECT_EQ(fs::file_size(m_path), kLine);
+    EXPECT_EQ(fs::file_size(m_path + ".bak"), CLOGER::kMaxFileSize + excess);
+  }
+}
+
+TEST_F(RunLog, ExpiryKeepsTheLast60Names) {
   for (const unsigned count : {1U, 30U, 31U, 59U, 60U, 61U, 65U}) {
     fs::remove_all(paths::kRunLogDir);
     for (unsigned i = 0; i < count; ++i) WriteFile(Format("%s%08u.log", paths::kRunLogDir, i), "");
-    CLOGER().rmexpirelog();
+    m_log.rmexpirelog();
     const auto names = ListFolder(paths::kRunLogDir);
     EXPECT_EQ(names.size(), std::min(count, 60U));
     EXPECT_EQ(names.at(0), Format("%08u.log", std::max(count, 60U) - 60));
   }
+}
+
+TEST(Format, CutsAfter10238Characters) {
+  EXPECT_EQ(Format("%10239d", 7), std::string(10'238, ' '));
 }

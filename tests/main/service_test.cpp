@@ -12,17 +12,30 @@
 #include "support/run_state.h"
 #include "testing/files.h"
 
-TEST(Options, DebugLevelIsReadFromTheFirstMatch) {
-  char program[] = "debug=9", other[] = "xdebug=3", option[] = "debug=5x", later[] = "debug=8";
-  char* argv[] = {program, other, nullptr, option, later};
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// The debug level, 7 before, after a start with these arguments; the first is the program's name.
+int DebugLevel(std::vector<const char*> arguments) {
   g_debug = 7;
-  EXPECT_EQ(morvan_check_debug(3, argv), 7) << "unchanged without the option";
-  EXPECT_EQ(morvan_check_debug(5, argv), 5);
-  option[6] = '\0';
-  EXPECT_EQ(morvan_check_debug(5, argv), 0);
+  // They are only read; main's arguments are not const, though.
+  return morvan_check_debug(static_cast<int>(arguments.size()),
+                            const_cast<char**>(arguments.data()));
 }
 
-TEST(Signals, OnlyStopSignalsClearTheRunFlagAndEndASleep) {
+TEST(DebugOption, LeavesTheLevelWhereItIsNotGiven) {
+  EXPECT_EQ(DebugLevel({"debug=9", "xdebug=3", nullptr}), 7) << "none of these is the option";
+}
+
+TEST(DebugOption, CountsWhereItComesFirst) {
+  EXPECT_EQ(DebugLevel({"midtable", "xdebug=3", nullptr, "debug=5x", "debug=8"}), 5);
+}
+
+TEST(DebugOption, WithoutANumberIsZero) {
+  EXPECT_EQ(DebugLevel({"midtable", "debug=", "debug=8"}), 0);
+}
+
+TEST(Signals, OnlyStopSignalsClearTheRunFlag) {
   for (const auto& [sig, running] : {std::pair(SIGHUP, 1), {SIGINT, 0}, {SIGTERM, 0}}) {
     g_nMainRun = 1;
     CapturedStdout console;
@@ -30,33 +43,54 @@ TEST(Signals, OnlyStopSignalsClearTheRunFlagAndEndASleep) {
     EXPECT_EQ(console.text(), "[main:12]<-1>:Recv signal:" + std::to_string(sig) + " ... \n");
     EXPECT_EQ(g_nMainRun, running);
   }
-  const auto start = std::chrono::steady_clock::now();
-  sleep_i(10);  // asked to stop before
-  g_nMainRun = 1;
-  sleep_i(-5);
-  signal(SIGALRM, [](int) { g_nMainRun = 0; });
-  alarm(1);
-  sleep_i(10);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
 }
 
-// Locks are a process's: each contender is one, and claims a folder that only one can make.
+// How long the sleep of that many seconds takes while the run flag is `running`.
+Clock::duration Sleep(int seconds, int running) {
+  g_nMainRun = running;
+  const auto start = Clock::now();
+  sleep_i(seconds);
+  return Clock::now() - start;
+}
+
+TEST(Sleep, IsNoneAfterAStopAndForANegativeTime) {
+  EXPECT_LT(Sleep(10, 0), 500ms);
+  EXPECT_LT(Sleep(-5, 1), 500ms);
+}
+
+TEST(Sleep, EndsSoonAfterAStop) {
+  signal(SIGALRM, [](int) { g_nMainRun = 0; });
+  alarm(1);
+  EXPECT_LT(Sleep(10, 1), 4s);
+}
+
+TEST(Lock, IsFreeAgainAfterItsHolder) {
+  EXPECT_TRUE(CCheckUnique().check_unique());
+  EXPECT_TRUE(CCheckUnique().check_unique());
+}
+
+// A lock belongs to a process, so each contender is one. Whoever holds the lock makes and removes a
+// folder, which only one can do at a time.
 TEST(Lock, IsHeldByOneOfManyThatComeAndGo) {
   constexpr char kClaim[] = "/tmp/service_test.claim";
   const auto contend = [&] {
     for (int round = 0; round < 3000; ++round) {
       CCheckUnique unique;
-      if (unique.check_unique() && (mkdir(kClaim, 0755) != 0 || rmdir(kClaim) != 0)) _exit(1);
+      if (!unique.check_unique()) continue;
+      const bool alone = mkdir(kClaim, 0755) == 0 && rmdir(kClaim) == 0;
+      if (!alone) _exit(1);
     }
     _exit(0);
   };
-  std::vector<pid_t> contenders(8);
-  for (pid_t& pid : contenders) {
-    if ((pid = fork()) == 0) contend();
+  std::vector<pid_t> contenders;
+  for (int i = 0; i < 8; ++i) {
+    const pid_t child = fork();
+    if (child == 0) contend();
+    contenders.push_back(child);
   }
-  for (const pid_t pid : contenders) {
-    int status = 0;
-    waitpid(pid, &status, 0);
+  for (const pid_t child : contenders) {
+    int status = -1;
+    waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
   }
 }

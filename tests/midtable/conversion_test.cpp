@@ -1,146 +1,251 @@
+#include "midtable/conversion.h"
+
 #include "midtable/engine_fixture.h"
 
 namespace {
 
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::Not;
+using testing::Contains, testing::ElementsAre, testing::IsEmpty, testing::Not, testing::StartsWith;
+using Result = ConversionResult;
 
-class Conversion : public EngineTest {
+const std::string kDay = "day 20121231 MEM_20121231_0004F";
+const std::string kMonth = "month 20121231 MEM_20121231_0004F";
+const std::string kYear = "year 20121231 MEM_20121231_0004F";
+const std::string kBegin = "start transaction";
+const std::string kEmpty = "truncate table MEM_20121231_0004F";
+const std::string kCommitted = "<0>:commit ok!";
+const std::string kConverted = "<0>:convert memtable " + kTable + " ok!";
+const std::string kFailed = "<2>:convert memtable " + kTable + " failed!";
+
+class Conversion : public StepTest {
  protected:
+  static constexpr bool kCounts = true;
+
   Conversion() {
-    Define(My(1, "T_FLOW1D_", "day %s %s") + My(2, "T_FLOW1M_", "month %s %s") +
-               My(3, "T_FLOW1Y_", "year %s %s"),
-           3);
-    script.tables.insert(Table(kDb, "T_FLOW1D_20121231"));
+    Define(Conversions("F", "3",
+                       Mid(1, "T_FLOW1D_", "day %s %s") + Mid(2, "T_FLOW1M_", "month %s %s") +
+                           Mid(3, "T_FLOW1Y_", "year %s %s")));
+    script.tables.insert(day_table);
   }
-  static std::string My(int i, const std::string& name, const std::string& convert) {
-    return Mid(i, name, "<Convert>" + convert + "</Convert><Convert1>again %s %s</Convert1>");
+  // A mid table, with its conversion and the statement to try after that failed.
+  static std::string Mid(int number, const std::string& name, const std::string& convert) {
+    return MidTab(
+        number, name,
+        Xml("Create", "create %s") + Xml("Convert", convert) + Xml("Convert1", "again %s %s"));
   }
-  void Define(const std::string& mids, int count, const std::string& kind = "F") {
-    definitions = "<root><Conv><" + kind + "><MidCnt>" + std::to_string(count) + "</MidCnt>" +
-                  mids + "</" + kind + "></Conv></root>";
-    WriteFile(paths::kMysqlDefinitions, definitions);
+  static void DefineOne(const std::string& name, const std::string& convert,
+                        const std::string& count = "1", const std::string& kind = "F") {
+    Define(Conversions(kind, count, Mid(1, name, convert)));
+  }
+  void ConvertAHundredTimes(bool counts = kCounts) {
+    for (int i = 0; i < 100; ++i) Convert(kFile, counts);
   }
 
-  std::string definitions;
-  const std::string converted = "<0>:convert memtable WLAN_1a2b3c4d.MEM_20121231_0004F ok!";
-  const std::string failed = "<2>:convert memtable WLAN_1a2b3c4d.MEM_20121231_0004F failed!";
-  const std::string ignored = std::string("<2>:convert ") + kFile + " error, ignore it";
-  const std::string day = "day 20121231 MEM_20121231_0004F";
-  const std::string month = "month 20121231 MEM_20121231_0004F";
-  const std::string year = "year 20121231 MEM_20121231_0004F";
-  const std::string empty = "truncate table MEM_20121231_0004F";
+  const std::string day_table = Table(kDb, "T_FLOW1D_20121231");
+  const std::string month_table = Table("WLAN_TUNE", "T_FLOW1M_201212");
 };
 
-TEST_F(Conversion, CreatesFirstThenFillsAllMidTablesInOneTransaction) {
-  EXPECT_THAT(ConvertFile(), ElementsAre("<0>:commit ok!", converted));
-  EXPECT_THAT(script.Take(),
-              ElementsAre("changeDB(WLAN_1a2b3c4d,np)", Table(kDb, kMem), "start transaction",
-                          Table(kDb, "T_FLOW1D_20121231"), Table("WLAN_TUNE", "T_FLOW1M_201212"),
-                          "create T_FLOW1M_201212", "start transaction", day, month, year, "commit",
-                          empty));
-  script.tables.insert(Table("WLAN_TUNE", "T_FLOW1M_201212"));
-  ConvertFile();  // nothing to create: one begin is enough
+TEST_F(Conversion, FillsAllMidTablesInOneTransactionOnceNoneIsMissing) {
+  EXPECT_EQ(Convert(), Result::kDone);
+  EXPECT_THAT(log, ElementsAre(kCommitted, kConverted));
+  EXPECT_THAT(script.Take(), ElementsAre("changeDB(WLAN_1a2b3c4d,np)", Table(kDb, kMem), kBegin,
+                                         day_table, month_table, "create T_FLOW1M_201212", kBegin,
+                                         kDay, kMonth, kYear, "commit", kEmpty));
+  script.tables.insert(month_table);
+  Convert();
   EXPECT_THAT(script.Take({"show", "change"}),
-              ElementsAre("start transaction", day, month, year, "commit", empty));
+              ElementsAre(kBegin, kDay, kMonth, kYear, "commit", kEmpty));
 }
 
-TEST_F(Conversion, EveryFailedStatementRollsBackAndKeepsTheMemTable) {
+TEST_F(Conversion, AFailedStatementRollsBackAndKeepsTheRows) {
   const struct {
     const char* failing;
     Lines log;
     std::string last;
   } cases[] = {
-      {"start", {"<2>:sql start transaction error E", ignored}, "start transaction"},
+      {"start", {"<2>:sql start transaction error E"}, kBegin},
       {"create",
        {"<2>:key</root/Conv/F/MidTab2/Create>Create table <create T_FLOW1M_201212> error E",
-        "<2>:table name is T_FLOW1M_201212 is year table 0", failed, ignored},
+        "<2>:table name is T_FLOW1M_201212 is year table 0", kFailed},
        "rollback"},
-      {"year", {"<2>:exe <" + year + "> error E", failed, ignored}, "rollback"},
-      {"commit", {"<2>:sql commit error E", failed, ignored}, "rollback"},
-      {"truncate", {"<0>:commit ok!", "<2>:sql " + empty + " error E", ignored}, empty}};
-  for (const auto& [failing, log, last] : cases) {
-    script.fail = {{failing, "E"}};
-    EXPECT_EQ(ConvertFile(), log) << failing;
-    EXPECT_EQ(script.Take().back(), last) << failing;
+      {"year", {"<2>:exe <" + kYear + "> error E", kFailed}, "rollback"},
+      {"commit", {"<2>:sql commit error E", kFailed}, "rollback"}};
+  for (const auto& [failing, expected_log, last] : cases) {
+    SCOPED_TRACE(failing);
+    FailNoMore();
+    Fail(failing);
+    EXPECT_EQ(Convert(), Result::kByDefinition);
+    EXPECT_EQ(log, expected_log);
+    EXPECT_EQ(script.Take().back(), last);
   }
-  script.fail = {{"truncate", "x ORA-00942: gone"}};
-  EXPECT_THAT(ConvertFile(), Not(Contains(ignored)));
-
-  script.fail = {{"day", "E"}};  // kinds F and A have a second statement, others do not
-  EXPECT_THAT(ConvertFile(),
-              ElementsAre("<2>:exe <" + day + "> error E", "<0>:commit ok!", converted));
-  EXPECT_THAT(script.Take(), Contains("again 20121231 MEM_20121231_0004F"));
-  Define(My(1, "T_FLOW1D_", "day %s %s"), 1, "G");
-  script.tables = {Table(kDb, "MEM_20121231_0004G")};
-  ConvertFile("/x/1a2b3c4d-MEM_20121231_0004G-20121231-101500.dat");
-  EXPECT_THAT(script.Take(), Not(Contains(HasSubstr("again"))));
 }
 
-TEST_F(Conversion, EveryMissingNodeAndFaultyTemplateIsALineAndARollback) {
-  const std::string whole = definitions;
-  for (const std::string node : {"Always", "Name", "Create", "Convert"}) {
+TEST_F(Conversion, AMemTableThatCannotBeEmptiedIsRemembered) {
+  Fail("truncate");
+  EXPECT_EQ(Convert(), Result::kNotEmptied);
+  EXPECT_THAT(log, ElementsAre(kCommitted, "<2>:sql " + kEmpty + " error E"));
+  EXPECT_FALSE(not_emptied.Empty(store, kTable));
+  script.fail = {{"truncate", "x ORA-00942: gone"}};
+  EXPECT_EQ(Convert(), Result::kDone) << "a table that is gone has no rows";
+}
+
+TEST_F(Conversion, KindsFAndAHaveASecondStatementAndOthersNot) {
+  Fail("day");
+  for (const std::string kind : {"F", "A", "G"}) {
+    const std::string table = "MEM_20121231_0004" + kind;
+    script.tables = {Table(kDb, table), day_table};
+    DefineOne("T_FLOW1D_", "day %s %s", "1", kind);
+    Convert("/x/1a2b3c4d-" + table + "-20121231-101500.dat");
+    EXPECT_EQ(log.front(), "<2>:exe <day 20121231 " + table + "> error E");
+    const std::string next = kind == "G" ? "rollback" : "again 20121231 " + table;
+    EXPECT_EQ(script.Take({"show", "change"})[2], next);
+  }
+}
+
+TEST_F(Conversion, ATransactionThatTheServerEndedGetsNoSecondStatement) {
+  Fail("day", SqlFailure::kServer);
+  script.transaction_ended = true;
+  EXPECT_EQ(Convert(), Result::kByServer);
+  EXPECT_THAT(log,
+              ElementsAre("<2>:exe <" + kDay + "> error E",
+                          "<2>:memtable " + kTable + " transaction ended by the server", kFailed));
+  EXPECT_EQ(script.Take().back(), "rollback");
+}
+
+// --- faulty definitions
+
+TEST_F(Conversion, AMissingElementIsNamed) {
+  const std::string whole = ReadFile(paths::kMysqlDefinitions);
+  for (const std::string element : {"Always", "Name", "Create", "Convert"}) {
     std::string broken = whole;
-    const std::size_t at = broken.find("<" + node + ">", broken.find("MidTab2"));
-    broken.replace(at, node.size() + 1, "<" + node + "x");
-    broken.replace(broken.find("</" + node + ">", at), node.size() + 2, "</" + node + "x");
+    const std::size_t begins = broken.find("<" + element + ">", broken.find("<MidTab2>"));
+    broken.insert(broken.find("</" + element + ">", begins) + 2, "No").insert(begins + 1, "No");
     WriteFile(paths::kMysqlDefinitions, broken);
-    EXPECT_THAT(ConvertFile(), ElementsAre("<2>:get node /root/Conv/F/MidTab2/" + node + " failed",
-                                           failed, ignored));
+    EXPECT_EQ(Convert(), Result::kByDefinition);
+    EXPECT_THAT(log,
+                ElementsAre("<2>:get node /root/Conv/F/MidTab2/" + element + " failed", kFailed));
     EXPECT_EQ(script.Take().back(), "rollback");
   }
-  for (const std::string fault : {"%s %s %s", "%n", "%d", "50%", "%s %1$s", " "}) {
-    Define(My(1, "T_FLOW1D_", fault), 1);  // its second statement is sound
-    EXPECT_THAT(ConvertFile(),
-                ElementsAre(AllOf(HasSubstr("<2>:exe <" + fault + "> error template "),
-                                  EndsWith(", see /root/Conv/F/MidTab1/Convert of "
-                                           "/etc/morvan/vqlog.xml")),
-                            "<0>:commit ok!", converted));
-  }
-  const std::pair<std::string, std::string> bad[] = {
-      {"MidCnt>3x<",
-       "<1>:xml file /etc/morvan/vqlog.xml: /root/Conv/F/MidCnt is no number, taken as 3"},
-      {"Name>T_\"W1D_<",
-       "<2>:xml file /etc/morvan/vqlog.xml: /root/Conv/F/MidTab1/Name is not safe"}};
-  for (const auto& [text, line] : bad) {
-    WriteFile(paths::kMysqlDefinitions,
-              std::regex_replace(whole, std::regex(text.substr(0, text.find('>')) + ">[^<]*<"),
-                                 text, std::regex_constants::format_first_only));
-    EXPECT_THAT(ConvertFile().front(), HasSubstr(line));
-  }
-  script.Take();
-  for (const std::string& text :
-       {std::string(), whole.substr(0, whole.size() / 2), std::string("<root/>"),
-        std::string("<!DOCTYPE r [<!ENTITY e SYSTEM '/etc/passwd'>]><root/>")}) {
-    WriteFile(paths::kMysqlDefinitions, text);
-    EXPECT_EQ(ConvertFile().back(), ignored) << text;
-    EXPECT_THAT(script.Take(), Not(Contains("start transaction"))) << text;
+}
+
+TEST_F(Conversion, ATemplateThatDoesNotFitIsAFailedStatement) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"%s %s %s", "template has more conversions than the 2 values it gets"},
+      {"%n", "template has the conversion \"%n\", which is not allowed"},
+      {"%d", "template has \"%d\" where value 1 is a text"},
+      {"50%", "template ends inside \"%\""},
+      {"%s %1$s", "template has the conversion \"%1$\", which is not allowed"},
+      {" ", "template is empty"}};
+  for (const auto& [text, reason] : cases) {
+    DefineOne("T_FLOW1D_", text);
+    EXPECT_EQ(Convert(), Result::kDone) << "by the second statement";
+    EXPECT_THAT(log, ElementsAre("<2>:exe <" + text + "> error " + reason +
+                                     ", see /root/Conv/F/MidTab1/Convert of /etc/morvan/vqlog.xml",
+                                 kCommitted, kConverted));
   }
 }
 
-TEST_F(Conversion, LeavesAloneWhatItCannotReachAndTakesShortNamesAsTheyAre) {
-  script.fail = {{"changeDB", "no such database"}};
-  EXPECT_THAT(ConvertFile().front(), HasSubstr("not converted, change db error no such database"));
-  EXPECT_THAT(script.Take(), ElementsAre("changeDB(WLAN_1a2b3c4d,np)", Table(kDb, kMem)));
-  script.tables = {Table(kDb, "abF")};
-  EXPECT_THAT(ConvertFile(),
-              ElementsAre("<3>:table WLAN_1a2b3c4d.MEM_20121231_0004F not exist, ignore"));
+TEST_F(Conversion, ACountThatIsNoNumberKeepsTheRowsAndZeroDoesNot) {
+  for (const char* count : {"", " ", "3x", "many", "-1"}) {
+    DefineOne("T_FLOW1D_", "day %s %s", count);
+    EXPECT_EQ(Convert(), Result::kByDefinition);
+    EXPECT_THAT(log, ElementsAre("<2>:xml file /etc/morvan/vqlog.xml: /root/Conv/F/MidCnt is no "
+                                 "number, table " +
+                                 kTable + " not converted"));
+    EXPECT_THAT(script.Take(), Not(Contains(kEmpty))) << count;
+  }
+  DefineOne("T_FLOW1D_", "day %s %s", "0");
+  EXPECT_EQ(Convert(), Result::kDone);
+  EXPECT_THAT(script.Take({"show", "change"}), ElementsAre(kBegin, "commit", kEmpty));
+}
 
-  script.fail.clear();
-  Define(My(1, "T_FLO", "day '%s' %s"), 1);
-  script.Take();
-  ConvertFile("/x/1a2b3c4d-abF-20121231-101500.dat");
-  EXPECT_THAT(script.Take({"show", "change"}),
-              ElementsAre("start transaction", "create T_FLO", "start transaction", "day '' abF",
-                          "commit", "truncate table abF"));
-  g_nMainRun = 0;  // a stop keeps the list
-  engine->AddToConvert(kFile);
-  EXPECT_EQ(engine->Convert(), 0);
-  EXPECT_EQ(engine->filesToConvert().size(), 1U);
+TEST_F(Conversion, AMidTableNameThatCouldEndAStatementIsRefused) {
+  DefineOne("T_\"W1D_", "day %s %s");
+  EXPECT_EQ(Convert(), Result::kByDefinition);
+  EXPECT_THAT(log, ElementsAre("<2>:xml file /etc/morvan/vqlog.xml: /root/Conv/F/MidTab1/Name is "
+                               "not safe in a statement",
+                               kFailed));
+}
+
+TEST_F(Conversion, DefinitionsThatCannotBeReadKeepTheRows) {
+  const std::string cut_off = ReadFile(paths::kMysqlDefinitions).substr(0, 200);
+  const std::string hostile = "<!DOCTYPE r [<!ENTITY e SYSTEM '/etc/passwd'>]><root/>";
+  for (const std::string& text : {std::string(), cut_off, std::string("<root/>"), hostile}) {
+    WriteFile(paths::kMysqlDefinitions, text);
+    EXPECT_EQ(Convert(), Result::kByDefinition) << text;
+    EXPECT_THAT(script.Take({"show", "change"}), IsEmpty()) << text;
+  }
+}
+
+// --- names and places
+
+TEST_F(Conversion, TouchesNothingWhereTheDatabaseCannotBeEntered) {
+  Fail("changeDB");
+  EXPECT_EQ(Convert(), Result::kByDefinition);
+  EXPECT_THAT(log, ElementsAre("<2>:table " + kTable + " not converted, change db error E"));
+  EXPECT_THAT(script.Take(), ElementsAre("changeDB(WLAN_1a2b3c4d,np)", Table(kDb, kMem)));
+}
+
+TEST_F(Conversion, OfATableThatIsNotThereIsDone) {
+  script.tables.clear();
+  EXPECT_EQ(Convert(), Result::kDone);
+  EXPECT_THAT(log, ElementsAre("<3>:table " + kTable + " not exist, ignore"));
+}
+
+TEST_F(Conversion, TakesAShortNameAsItIs) {
+  script.tables = {Table(kDb, "abF")};
+  DefineOne("T_FLO", "day '%s' %s");
+  Convert("/x/1a2b3c4d-abF-20121231-101500.dat");
+  EXPECT_THAT(
+      script.Take({"show", "change"}),
+      ElementsAre(kBegin, "create T_FLO", kBegin, "day '' abF", "commit", "truncate table abF"));
+}
+
+// --- whose fault a failure is
+
+TEST_F(Conversion, ALostConnectionIsSaidWhereverItIsNoticedAndEndsAllTries) {
+  for (const std::string& noticed_at :
+       {std::string("changeDB"), Table(kDb, kMem), kBegin, day_table, month_table,
+        std::string("create"), kDay, std::string("commit")}) {
+    SCOPED_TRACE(noticed_at);
+    FailNoMore();
+    Fail(noticed_at, SqlFailure::kConnection);
+    EXPECT_EQ(Convert(), Result::kConnectionLost);
+    EXPECT_THAT(script.Take(), Not(Contains(testing::AnyOf(kEmpty, StartsWith("again")))));
+  }
+}
+
+TEST_F(Conversion, AMidTableThatCouldNotBeLookedUpIsNotCreated) {
+  Fail(month_table, SqlFailure::kServer);
+  EXPECT_EQ(Convert(), Result::kByServer);
+  EXPECT_THAT(script.Take({"show", "change"}), ElementsAre(kBegin, "rollback"));
+}
+
+TEST_F(Conversion, OnlyAMidTablesOwnFaultCountsTowardGivingItUp) {
+  for (const SqlFailure failure : {SqlFailure::kStatement, SqlFailure::kData, SqlFailure::kServer,
+                                   SqlFailure::kConnection, SqlFailure::kPrivilege}) {
+    const bool is_own = failure == SqlFailure::kStatement || failure == SqlFailure::kData;
+    for (const char* failing : {"create", "day", "again"}) Fail(failing, failure);
+    failures = {};
+    script.tables.erase(month_table);
+    ConvertAHundredTimes();
+    EXPECT_EQ(failures.IsBad("WLAN_1a2b3c4dT_FLOW1M_201212"), is_own) << "its creation";
+    script.tables.insert(month_table);
+    ConvertAHundredTimes();
+    EXPECT_EQ(failures.IsBad("WLAN_1a2b3c4dT_FLOW1D_20121231"), is_own) << "its conversion";
+  }
+}
+
+TEST_F(Conversion, AMidTableThatFailedAHundredTimesIsSkipped) {
+  Fail("day");
+  Fail("again");
+  ConvertAHundredTimes(!kCounts);
+  ConvertAHundredTimes();
+  EXPECT_EQ(log.back(), kFailed) << "the retries before did not count";
+  EXPECT_EQ(Convert(), Result::kDone);
+  EXPECT_THAT(log, ElementsAre("<2>:midtable WLAN_1a2b3c4dT_FLOW1D_20121231 is bad, skipped!",
+                               kCommitted, kConverted));
+  Convert();
+  EXPECT_THAT(log, ElementsAre(kCommitted, kConverted)) << "said once";
 }
 
 }  // namespace

@@ -1,270 +1,297 @@
-#include <sys/stat.h>
-
 #include <algorithm>
 
 #include "midtable/engine_fixture.h"
+#include "testing/scripted_system.h"
 
-static std::function<void()> g_while_rewriting;
+static thread_local int t_pauses = 0;
 
-// In the place of the library's own, which a rewriting calls once it has opened the file.
-extern "C" int fchown(int, uid_t, gid_t) noexcept {
-  if (g_while_rewriting) g_while_rewriting();
+// In the C library's place: pauses take next to no time.
+extern "C" unsigned int sleep(unsigned int /*seconds*/) {
+  ++t_pauses;
+  usleep(1000);
   return 0;
 }
 
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
 
-constexpr char kFolder[] = "/vqlog/log_data/midtable/1a2b3c4d/";
-
-class Loading : public EngineTest {
+// On two databases, whose folders are read again in each pass; of kinds A and F there are no mid
+// tables.
+class Engine : public ScriptedSystem, public EngineTest {
  protected:
-  static std::string Drop(const std::string& table, const std::string& time) {
-    const std::string path = kFolder + ("1a2b3c4d-" + table + "-20121231-" + time + ".dat");
-    WriteFile(path, "row\n");
+  Engine() : EngineTest("mysql", static_cast<ScriptedSystem&>(*this)) {
+    local = false;
+    const std::string none = Xml("MidCnt", "0");
+    Define(Xml("Conv", Xml("A", none) + Xml("F", none)));
+    script.databases = {kDb, "WLAN_5e6f7a8b"};
+    fs::create_directories(kFolder);
+  }
+  ~Engine() override { RefuseRenames(false); }
+
+  // A file of one row, whose mem table is there; its path.
+  std::string Drop(const std::string& table, const std::string& time = "101500",
+                   const std::string& id = "1a2b3c4d") {
+    const std::string name = id + "-" + table + "-20121231-" + time + ".dat";
+    const std::string path = paths::kSpool + id + "/" + name;
+    WriteFile(path, row);
+    script.tables.insert(Table("WLAN_" + id, table));
     return path;
   }
+  static std::string StemOf(const std::string& path) { return path.substr(0, path.rfind('.')); }
+  static void RefuseRenames(bool refuse = true) {
+    if (fs::exists(kFolder)) fs::permissions(kFolder, fs::perms(refuse ? 0555 : 0755));
+  }
+  static auto LoadOf(const std::string& path) {
+    return StartsWith("load data infile \"" + path + "\"");
+  }
+  bool Pass() {
+    now += 1s;
+    return Logged([this] { return engine->MakeMidTable(); });
+  }
+  // What was loaded and converted since the last call.
+  std::vector<std::string> Work() { return script.Take({"show", "change", "exist", "isDB"}); }
+  // Runs an engine until as many reconnections are made, which end each pass that is idle or fails.
+  void Run(int reconnections, const CMidTable::BackEndFactory& factory) {
+    script.before_call = [left = reconnections](const std::string& call) mutable {
+      if (call == "reconnectDB()" && --left == 0) g_nMainRun = 0;
+    };
+    engine = std::make_unique<CMidTable>(factory, *this);
+    Logged([this] { return engine->Run(); });
+  }
+
+  const std::string row = "a\t800138000\tc\td\te\tf\tg\th\ti\tj\tk";
+  const std::string begin = "start transaction";
 };
 
-TEST_F(Loading, QueuesATableForConversionOnceWhateverItsDatabase) {
-  engine->AddToConvert(Drop("A", "080002"));
-  EXPECT_THAT(LogOf([&] { engine->AddToConvert("/x/ffffffff-A-20130101-000000.dat"); }),
-              ElementsAre(HasSubstr("conflict with")));
+// --- passes
+
+TEST_F(Engine, AnIdlePassSucceedsInNothing) {
+  EXPECT_FALSE(Pass());
+  EXPECT_THAT(log, ElementsAre("<3>:no file to load reconnect db"));
+  Drop("A");
+  EXPECT_TRUE(Pass());
+}
+
+TEST_F(Engine, ADeadConnectionEndsThePass) {
+  Drop("A");
+  Fail("isDBAlive");
+  EXPECT_FALSE(Pass());
+  EXPECT_THAT(script.Take(), ElementsAre("isDBAlive()"));
+}
+
+TEST_F(Engine, PausesAfterAPassThatCannotListTheSpool) {
+  fs::remove_all(paths::kSpool);
+  t_pauses = 0;
+  Run(5, RecordingFactory(script));
+  EXPECT_EQ(t_pauses, 4) << "none after the stop";
+}
+
+TEST_F(Engine, ADatabaseWhoseFileFailsWaitsForTheOthers) {
+  const std::pair<std::string, std::string> cases[] = {{"1a2b3c4d", "5e6f7a8b"},
+                                                       {"5e6f7a8b", "1a2b3c4d"}};
+  for (const auto& [failing, other] : cases) {
+    FailNoMore();
+    Fail("load data infile \"" + (paths::kSpool + failing));
+    for (const char* time : {"101500", "101600", "101700"}) Drop("A", time, failing);
+    const std::string good = Drop("A", "101500", other);
+    Pass();
+    Pass();
+    EXPECT_TRUE(fs::exists(StemOf(good) + ".mid")) << other;
+    fs::remove_all(paths::kSpool + failing);
+  }
+}
+
+TEST_F(Engine, RunWaitsForTheRegistryThenFlagsWhatWaits) {
+  // The registry's thread gets no back end, and that late.
+  const auto slow = [make = RecordingFactory(script)](const MYSQLAUTH& credentials) {
+    auto sql = make(credentials);
+    if (sql == nullptr) usleep(500'000);
+    return sql;
+  };
+  WriteFile(LOGFILE, "1380013\n");
+  const std::string path = Drop(kMem);
+  Run(1, slow);
+  EXPECT_EQ(ReadFile(StemOf(path) + ".mid"), row + "\t1\n");
+}
+
+// --- rows that wait for their conversion
+
+TEST_F(Engine, WhatAFailedPassLeftIsConvertedBeforeAnythingIsLoaded) {
+  Drop("A");
+  const std::string bad = Drop("B");
+  Fail("load data infile \"" + bad);
+  EXPECT_FALSE(Pass());
+  script.Take();
+  const std::string of_other = Drop("A", "101500", "5e6f7a8b");
+  EXPECT_TRUE(Pass());
+  EXPECT_THAT(Work(), ElementsAre(begin, "commit", "truncate table A", LoadOf(of_other), begin,
+                                  "commit", "truncate table A"));
+}
+
+TEST_F(Engine, AConversionWhoseConnectionIsLostIsDoneAfterTheReconnection) {
+  const std::string path = Drop("A");
+  Fail("commit", SqlFailure::kConnection);
+  EXPECT_FALSE(Pass());
+  EXPECT_EQ(log.back(), "<1>:convert " + path + " put off, the connection is lost");
+  FailNoMore();
+  script.Take();
+  Pass();
+  EXPECT_THAT(Work(), ElementsAre(begin, "commit", "truncate table A"));
+}
+
+TEST_F(Engine, AFailedConversionIsALineAndTheNextIsDone) {
+  const std::string undefined = Drop("G");
+  engine->AddToConvert(undefined);
+  engine->AddToConvert(Drop("A"));
+  Logged([this] { return engine->Convert(); });
+  EXPECT_THAT(log, Contains("<2>:convert " + undefined + " error, ignore it"));
+  EXPECT_THAT(Work(), ElementsAre(begin, "commit", "truncate table A"));
+}
+
+TEST_F(Engine, ConvertedRowsThatCouldNotBeRemovedAreRemovedByALaterPass) {
+  const std::string path = Drop("A");
+  Fail("truncate");
+  Pass();
+  EXPECT_THAT(log, Contains("<2>:convert " + path + " error, ignore it"));
+  FailNoMore();
+  script.Take();
+  Pass();
+  EXPECT_THAT(Work(), ElementsAre("truncate table WLAN_1a2b3c4d.A"));
+}
+
+TEST_F(Engine, AStopKeepsWhatIsNotConvertedAndNamesIt) {
+  Drop("A");
+  Fail("start", SqlFailure::kServer);
+  Run(1, RecordingFactory(script));
+  EXPECT_THAT(log, Contains("<1>:memtable WLAN_1a2b3c4d.A is left filled, converted after the next "
+                            "start"));
+  engine->AddToConvert(kFile);
+  EXPECT_EQ(engine->Convert(), 0);
   EXPECT_EQ(engine->filesToConvert().size(), 1U);
 }
 
-TEST_F(Loading, CreatesAMemTableFromEveryEntryOfItsKindAndOpensTheFileToTheServer) {
-  WriteFile(paths::kMysqlDefinitions,
-            "<root><Mem><MidCnt>3</MidCnt><MidTab1><Name>F</Name><Create>one %s</Create></MidTab1>"
-            "<MidTab2><Name>A</Name><Create>other %s</Create></MidTab2>"
-            "<MidTab3><Name>F</Name><Create>two %s</Create></MidTab3></Mem></root>");
-  script.tables.clear();
-  const std::string path = Drop(kMem, "101500");
-  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
-  EXPECT_TRUE(engine->LoadOneMemFile(path));
-  EXPECT_THAT(script.Take({"show", "exist"}),
-              ElementsAre("changeDB(WLAN_1a2b3c4d,np)", "one MEM_20121231_0004F",
-                          "two MEM_20121231_0004F", HasSubstr("into table WLAN_1a2b3c4d.MEM_")));
-  EXPECT_EQ(fs::status(path).permissions(), fs::perms(01755)) << "marked as rewritten";
+// --- files that are not what they were
 
-  script.fail = {{"two", "E"}};
-  EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->LoadOneMemFile(path)); }),
-              Contains("<2>:executeSQL < two MEM_20121231_0004F > error E"));
-  const std::string one = "<root><Mem><MidCnt>1</MidCnt>";
-  const std::pair<std::string, std::string> missing[] = {
-      {"<root/>", "MidCnt"},
-      {one + "</Mem></root>", "MidTab1/Name"},
-      {one + "<MidTab1><Name>F</Name></MidTab1></Mem></root>", "MidTab1/Create"}};
-  for (const auto& [definitions, node] : missing) {
-    WriteFile(paths::kMysqlDefinitions, definitions);
-    const auto log = LogOf([&] { EXPECT_FALSE(engine->LoadOneMemFile(path)); });
-    EXPECT_EQ(log.front(), "<2>:get node /root/Mem/" + node + " failed");
-    EXPECT_EQ(log.back(), "<2>:table (MEM_20121231_0004F) create failed not load");
-  }
-  EXPECT_THAT(script.Take(), Not(Contains(HasSubstr("load data"))));
-}
-
-TEST_F(Loading, RefusesEverythingButRegularFilesAndSafeNames) {
-  const std::string secret = "/vqlog/secret", stem = std::string(kFolder) + "1a2b3c4d-";
-  WriteFile(secret, "x");
-  fs::permissions(secret, fs::perms::owner_all);
-  fs::create_directories(stem + "folderF-20121231-101500.dat");
-  fs::create_symlink(secret, stem + "linkF-20121231-101500.dat");
-  ASSERT_EQ(mkfifo((stem + "pipeF-20121231-101500.dat").c_str(), 0600), 0);
-  for (const std::string& table : {std::string("a\";drop table x;F"), std::string("mysql.userF"),
-                                   std::string("a\nF"), std::string(64, 'x'), std::string()}) {
-    Drop(table, "101500");
-  }
-  constexpr int kFiles = 8;
-  for (int refused = 0; refused < kFiles; ++refused) {
-    ASSERT_TRUE(engine->GetMemFiles("1a2b3c4d"));
-    EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->LoadMemFiles()); }),
-                ElementsAre(testing::AnyOf(HasSubstr("refused"), HasSubstr("is null"))));
-  }
-  EXPECT_FALSE(engine->GetMemFiles("1a2b3c4d"));
-  EXPECT_THAT(script.Take(), IsEmpty());
-  EXPECT_EQ(fs::status(secret).permissions(), fs::perms::owner_all);
-}
-
-TEST_F(Loading, TheRewrittenCopyTakesTheFilesPlaceAndASmallerOneKeepsTheOriginal) {
-  const std::string good = "a\t0\tc\td\te\tf\tg\th\ti\tj\tk", damaged = "damaged line\n" + good;
-  const std::string path = Drop(kMem, "101500"), err = path.substr(0, path.size() - 4) + ".err";
-  WriteFile(path, good);
-  EXPECT_TRUE(engine->ConvertMemF(path));
-  EXPECT_EQ(ReadFile(path), good + "\t2\n");
-  EXPECT_THAT(ListFolder(kFolder), ElementsAre(testing::EndsWith(".dat")));
-
-  // Also one whose flags outweigh the lost line.
-  const std::string orig = path.substr(0, path.size() - 4) + ".orig";
-  WriteFile(path, "x\n" + good);
-  EXPECT_TRUE(engine->ConvertMemF(path));
-  EXPECT_EQ(ReadFile(orig), "x\n" + good);
-  fs::remove(orig);
-
-  // It becomes ".err", also after a run that was killed there; what had the name before is kept.
-  WriteFile(path, damaged);
-  fs::create_hard_link(path, err);
-  for (std::size_t files = 2; files < 5; ++files) {
-    EXPECT_THAT(LogOf([&] { EXPECT_TRUE(engine->ConvertMemF(path)); }),
-                Contains("<3>:file " + path + " line 1 not correct, ignore it"));
-    EXPECT_EQ(ReadFile(path) + ReadFile(err), good + "\t2\n" + damaged);
-    EXPECT_EQ(ListFolder(kFolder).size(), files);
-    WriteFile(path, damaged);
-    if (files == 2) fs::create_symlink(kFolder, err + ".0"), fs::rename(err + ".0", err);
-  }
-
-  // A file that was written to meanwhile stays as it is.
-  g_while_rewriting = [&] { std::ofstream(path, std::ios::app) << "late"; };
-  EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->ConvertMemF(path)); }),
-              Contains(HasSubstr("changed while it was rewritten")));
-  g_while_rewriting = {};
-  EXPECT_EQ(ReadFile(path), damaged + "late");
-
-  // Where the copy cannot take the name, here that of a file in another folder, all is as before.
-  WriteFile("/vqlog/x.y/file", damaged);
-  fs::permissions("/vqlog/x.y", fs::perms(0555));
-  EXPECT_FALSE(engine->ConvertMemF("/vqlog/x.y/file"));
-  fs::permissions("/vqlog/x.y", fs::perms(0755));
-  EXPECT_THAT(ListFolder("/vqlog"), ElementsAre("log_data", "x.y"));
-  WriteFile(path, damaged);
-
-  // Where the original cannot be kept, nothing takes its place.
-  fs::permissions(kFolder, fs::perms(0555));
-  EXPECT_FALSE(engine->ConvertMemF(path));
-  fs::permissions(kFolder, fs::perms(0755));
-  EXPECT_EQ(ReadFile(path), damaged);
-}
-
-TEST_F(Loading, AFileIsLoadedOnceWhateverHappensOnTheWay) {
-  const std::string path = Drop(kMem, "101500"), stem = path.substr(0, path.size() - 4);
-  const std::string row = "a\t0\tc\td\te\tf\tg\th\ti\tj\tk", definitions = paths::kMysqlDefinitions;
-  const std::string load = "load", check = "show";  // the latter before the file is opened
+TEST_F(Engine, AFileIsLoadedOnceWhateverHappensOnTheWay) {
+  const std::string path = kFile;
+  const std::string stem = StemOf(path);
+  const std::string before_opening = "show";
+  const std::string before_load = "load";
   const struct {
-    std::string at;  // the call just before which it happens
-    std::function<void()> fault;
-    std::string log, outcome;  // the latter for two passes: files given to the server, endings left
+    std::string happens;
+    std::function<void()> what;
+    std::string log;
+    Lines outcome;  // of two passes: files given to the server, endings in the folder
   } cases[] = {
-      {check, [&] { fs::remove(path), fs::create_symlink(definitions, path); }, "refused",
-       "0.err 0.err "},
-      {check, [&] { fs::remove(path); }, "stat error(2)", "0 0 "},
-      {load, [&] { WriteFile(stem, row), fs::rename(stem, path); }, "replaced while",
-       "1.dat 1.mid "},
-      {load, [&] { std::ofstream(path, std::ios::app) << row; }, "may be missing", "1.mid 0.mid "},
-      {load, [&] { fs::create_hard_link(path, stem + ".mid"); }, "success", "1.mid 0.mid "},
-      {load, [&] { script.fail["load"] = "E", WriteFile(stem + ".err", "older"); },
-       ".err) is kept as (" + stem + ".err.1)", "1.err.err.1 0.err.err.1 "},
-      {load, [] { fs::permissions(kFolder, fs::perms(0555)); }, "failed errno (13)",
-       "1.dat 0.dat "},
-      {load, [] { throw "killed"; }, "after rename", "1.dat 1.mid "},
+      {before_opening,
+       [&] {
+         fs::remove(path);
+         fs::create_symlink(paths::kMysqlDefinitions, path);
+       },
+       "<2>:file (" + path + ") is not a regular file, refused",
+       {"0 .err", "0 .err"}},
+      {before_opening,
+       [&] { fs::remove(path); },
+       "<2>:file (" + path + ") stat error(2)",
+       {"0", "0"}},
+      {before_load,
+       [&] {
+         WriteFile(stem, row);
+         fs::rename(stem, path);
+       },
+       "<2>:file (" + path + ") was replaced while it was loaded, the new one waits",
+       {"1 .dat", "1 .mid"}},
+      {before_load,
+       [&] { std::ofstream(path, std::ios::app) << row; },
+       "<2>:file (" + path + ") was written to while it was loaded, rows may be missing",
+       {"1 .mid", "0 .mid"}},
+      {before_load,
+       [&] { fs::create_hard_link(path, stem + ".mid"); },
+       "<3>:load table (WLAN_1a2b3c4d.MEM_20121231_0004F) success",
+       {"1 .mid", "0 .mid"}},
+      {before_load,
+       [&] {
+         Fail("load");
+         WriteFile(stem + ".err", "older");
+       },
+       "<0>:file (" + stem + ".err) is kept as (" + stem + ".err.1)",
+       {"1 .err .err.1", "0 .err .err.1"}},
+      {before_load,
+       [] { RefuseRenames(); },
+       "<2>:file (" + path + ") rename to (" + stem + ".mid) failed errno (13)",
+       {"1 .dat", "0 .dat"}},
+      {before_load,
+       [] { throw "killed"; },
+       "<3>:after rename file size (" + path + ")(" + std::to_string(row.size() + 3) + ")",
+       {"1 .dat", "1 .mid"}},
   };
-  WriteFile(definitions, "<root><Conv><F><MidCnt>0</MidCnt></F></Conv></root>");
-  const auto is_load = [&](const auto& call) { return call.starts_with(load); };
-  for (const auto& [at, fault, log, outcome] : cases) {
+  const auto definitions_mode = fs::status(paths::kMysqlDefinitions).permissions();
+  const auto is_load = [](const std::string& call) { return call.starts_with("load"); };
+  script.tables = {Table(kDb, kMem)};
+  for (const auto& [happens, what, expected_log, expected] : cases) {
+    SCOPED_TRACE(expected_log);
+    RefuseRenames(false);
     fs::remove_all(kFolder);
     WriteFile(path, row);
-    script.fail.clear();
-    std::string seen;
-    script.before_call = [&, &at = at, &fault = fault](const std::string& call) {
-      if (seen.empty() && call.starts_with(at)) fault();
+    FailNoMore();
+    Lines outcome;
+    script.before_call = [&, &at = happens, &accident = what](const std::string& call) {
+      if (outcome.empty() && call.starts_with(at)) accident();
     };
-    const auto logged = LogOf([&] {
+    const Lines logged = LogOf([&] {
       for (int pass = 0; pass < 2; ++pass) {
+        now += 1s;
         try {
           engine->MakeMidTable();
         } catch (const char*) {
         }
         const auto calls = script.Take();
-        seen += std::to_string(std::ranges::count_if(calls, is_load));
-        for (const auto& name : ListFolder(kFolder)) seen += name.substr(name.find('.'));
-        seen += ' ';
+        outcome.push_back(std::to_string(std::ranges::count_if(calls, is_load)));
+        for (const std::string& name : ListFolder(kFolder)) {
+          outcome.back() += " " + name.substr(name.find('.'));
+        }
       }
     });
-    EXPECT_THAT(logged, Contains(HasSubstr(log)));
-    EXPECT_EQ(seen, outcome) << log;
-    EXPECT_NE(fs::status(definitions).permissions(), fs::perms(0755));
-    fs::permissions(kFolder, fs::perms(0755));
+    EXPECT_THAT(logged, Contains(expected_log));
+    EXPECT_EQ(outcome, expected);
+    EXPECT_EQ(fs::status(paths::kMysqlDefinitions).permissions(), definitions_mode);
   }
 }
 
-TEST_F(Loading, RunWaitsForTheRegistryThenFlagsWhatWaits) {
-  // The registry's thread gets no back end, and that late.
-  const auto slow = [make = RecordingFactory(script)](const MYSQLAUTH& auth) {
-    auto sql = make(auth);
-    if (sql == nullptr) usleep(500'000);
-    return sql;
-  };
-  WriteFile(LOGFILE, "1380013\n");
-  const std::string path = Drop(kMem, "101500"), row = "a\t800138000\tc\td\te\tf\tg\th\ti\tj\tk";
-  WriteFile(path, row);
-  script.before_call = [](const auto& call) { g_nMainRun = call != "reconnectDB()"; };
-  engine = std::make_unique<CMidTable>(slow);
-  LogOf([&] { EXPECT_EQ(engine->Run(), 1); });
-  EXPECT_EQ(ReadFile(path.substr(0, path.size() - 4) + ".mid"), row + "\t1\n");
+TEST_F(Engine, AFileThatCannotBeRenamedHoldsNobodyUp) {
+  Drop("A");
+  Fail("load");
+  RefuseRenames();
+  Pass();
+  FailNoMore();
+  const std::string other = Drop("A", "101500", "5e6f7a8b");
+  Pass();
+  EXPECT_THAT(log, Not(Contains(testing::HasSubstr("rename"))));
+  EXPECT_TRUE(fs::exists(StemOf(other) + ".mid"));
 }
 
-TEST_F(Loading, AFileThatCannotBeRenamedIsSettledAndHoldsNobodyUp) {
-  const std::string path = Drop("A", "101500"), other = "/vqlog/log_data/midtable/5e6f7a8b/";
-  script.databases.insert("WLAN_5e6f7a8b");
-  script.tables = {Table(kDb, "A"), Table("WLAN_5e6f7a8b", "A")};
-  script.fail = {{"load data", "E"}};
-  fs::permissions(kFolder, fs::perms(0555));
-  engine->MakeMidTable();
-  WriteFile(other + "5e6f7a8b-A-20121231-101500.dat", "row\n");
-  script.fail.clear();
-  EXPECT_THAT(LogOf([&] { engine->MakeMidTable(); }), Not(Contains(HasSubstr("rename"))));
-  EXPECT_TRUE(fs::exists(other + "5e6f7a8b-A-20121231-101500.mid"));
-  script.Take();
-  WriteFile(path, "a new file of the name\n");
-  engine->MakeMidTable();
-  EXPECT_THAT(script.Take(), Contains(HasSubstr(path)));
-  fs::permissions(kFolder, fs::perms(0755));
-  EXPECT_THAT(LogOf([&] { engine->MakeMidTable(); }), Contains(HasSubstr(".mid) at last")));
-
-  // Its folder is out of reach for a pass, from the load on or after it.
+TEST_F(Engine, AFileThatWasLoadedIsKnownAfterItsFolderWasOutOfReach) {
+  const std::string path = Drop("A");
   const std::string away = std::string(paths::kSpool) + "away";
-  for (const bool during : {false, true}) {
-    const std::string late = Drop("A", during ? "103000" : "102000");
-    fs::permissions(kFolder, fs::perms(0555));
-    script.before_call = [&](const std::string& call) {
-      if (during && call.starts_with("load data")) fs::rename(kFolder, away);
-    };
-    engine->MakeMidTable();
-    script.before_call = nullptr;
-    if (!during) fs::rename(kFolder, away);
-    engine->MakeMidTable();
-    fs::rename(away, kFolder);
-    script.Take();
-    engine->MakeMidTable();
-    EXPECT_THAT(script.Take(), Not(Contains(HasSubstr(late))));
-    fs::permissions(kFolder, fs::perms(0755));
-    EXPECT_THAT(LogOf([&] { engine->MakeMidTable(); }), Contains(HasSubstr(".mid) at last")));
-  }
-}
-
-TEST_F(Loading, APassTellsIdleFromLoadedAndStopsAtADeadConnection) {
-  EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->MakeMidTable()); }),
-              ElementsAre("<2>:open dir (/vqlog/log_data/midtable/) failed errno (2)"));
-  Drop("A", "080000");
-  for (const char* name : {"0a1B2c3D", "0a1B2c3", "0a1B2c3G"}) {
-    fs::create_directory(std::string(paths::kSpool) + name);
-  }
-  script.tables = {Table(kDb, "A")};
-  WriteFile(paths::kMysqlDefinitions, "<root><Conv><A><MidCnt>0</MidCnt></A></Conv></root>");
-  EXPECT_TRUE(engine->MakeMidTable());
-  EXPECT_THAT(script.Take({"show", "load", "change", "exist"}),
-              testing::UnorderedElementsAre("isDBAlive()", "isDBAlive()", "start transaction",
-                                            "commit", "truncate table A"));
-  EXPECT_THAT(LogOf([&] { EXPECT_FALSE(engine->MakeMidTable()); }),
-              ElementsAre("<3>:no file to load reconnect db"));
-  script.fail = {{"isDBAlive", "E"}};
-  script.Take();
-  EXPECT_FALSE(engine->MakeMidTable());
-  EXPECT_THAT(script.Take(), ElementsAre("isDBAlive()"));
+  script.before_call = [&away](const std::string& call) {
+    if (call.starts_with("load data")) fs::rename(kFolder, away);
+  };
+  Pass();
+  Pass();
+  fs::rename(away, kFolder);
+  EXPECT_EQ(Work().size(), 4U) << "of the first pass";
+  RefuseRenames();
+  Pass();
+  EXPECT_THAT(Work(), testing::IsEmpty());
+  RefuseRenames(false);
+  Pass();
+  EXPECT_TRUE(fs::exists(StemOf(path) + ".mid"));
 }
 
 }  // namespace

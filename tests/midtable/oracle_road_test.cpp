@@ -1,164 +1,208 @@
 #include <sys/wait.h>
 
 #include "midtable/engine_fixture.h"
+#include "midtable/loading.h"
+#include "midtable/oracle_loading.h"
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using testing::Contains, testing::ElementsAre, testing::IsEmpty;
 
-constexpr char kExternal[] = "WLAN_1a2b3c4d.MEM_20121231_0004F_external";
-constexpr char kName[] = "1a2b3c4d-MEM_20121231_1004F-20121231-101500.dat";
+const std::string kExternal = kTable + "_external";
 
-class OracleRoad : public EngineTest {
+// --- over an external table
+
+class OracleRoad : public StepTest {
  protected:
-  OracleRoad() : EngineTest("oracle") {
-    script.databases.clear();
-    script.tables.clear();
+  OracleRoad() : StepTest("oracle") {
     WriteFile(kFile, "row\n");
-    WriteFile(paths::kNoRewriteFlag, "");
-    WriteFile(
-        paths::kOracleDefinitions,
-        "<root><Mem><MidCnt>1</MidCnt><MidTab1><Name>F</Name><Create>mem %s</Create></MidTab1>"
-        "</Mem><Sequence>sequence %s</Sequence><Conv><F><MidCnt>3</MidCnt>" +
-            Ora(1, "T_FLOW1D_", "day %s %s %s") +
-            Ora(2, "T_FLOW1M_", "month %s %s %d %d %d %d %d %d %d %d") +
-            Ora(3, "T_FLOW1Y_", "year %s %s %s %s %s %s") + "</F></Conv></root>");
-    WriteFile(
-        paths::kLoaderTemplates,
-        "<root><sqlldr_ctl>no</sqlldr_ctl><sqlldr_ctl table='all'>load '%s' %s %s</sqlldr_ctl>"
+    Define(
         "<external_merge table='MEM_F'>merge %s %s</external_merge><external_load>"
         "<create_memdir table='MEM_F'>dir %s %s '100%%'</create_memdir>"
-        "<create_table table='MEM_F'>external %s %s %s</create_table></external_load></root>");
+        "<create_table table='MEM_F'>external %s %s %s</create_table></external_load>",
+        paths::kLoaderTemplates);
   }
-  static std::string Ora(int i, const std::string& name, const std::string& convert) {
-    return Mid(i, name, "<ConvertOracle>" + convert + "</ConvertOracle>");
+  std::string Asked(const std::string& table) const {
+    return "select object_name from all_objects where owner= " + Table(kDb, table);
   }
-  std::string Asked(const std::string& name) const {
-    return "select object_name from all_objects where owner= " + Table(kDb, name);
+  bool Load() {
+    return Logged([this] {
+      return MemFileLoading(store, registry, not_emptied, false, MemFile::Parse(kFile)).Run();
+    });
+  }
+  Lines LogOfCreation(const MemFile& file) {
+    return LogOf([&] { EXPECT_FALSE(CreateExternalTable(store, file)); });
+  }
+  Lines LogOfLoad(const MemFile& file) {
+    return LogOf([&] { EXPECT_FALSE(LoadOverExternalTable(store, file)); });
   }
 
-  std::string table = kMem, database = kDb, path = kFile;
+  const std::string merge = "merge " + kTable + " " + kExternal;
+  const std::string drop = "drop table " + kExternal;
 };
 
-TEST_F(OracleRoad, LoadsOverAnExternalTable) {
-  const auto load = [&] { return engine->LoadOneMemFile(kFile); };
-  script.fail = {{"create user", "exists"}};
-  EXPECT_FALSE(load());  // the load itself does not find the mem table that was made
+TEST_F(OracleRoad, DeclaresFolderAndFileThenMergesTheRows) {
+  EXPECT_TRUE(Load());
   EXPECT_THAT(
       script.Take(),
-      ElementsAre("existDB(WLAN_1a2b3c4d)", "create user WLAN_1a2b3c4d identified by np",
-                  "alter user WLAN_1a2b3c4d identified by np", "grant dba to WLAN_1a2b3c4d",
-                  Asked(kMem), "changeDB(WLAN_1a2b3c4d,np)", "existTable(MEM_20121231_0004F)",
-                  "mem MEM_20121231_0004F", Asked("MEM_20121231_0004F_EXTERNAL"),
+      ElementsAre("existDB(WLAN_1a2b3c4d)", Asked(kMem), Asked("MEM_20121231_0004F_EXTERNAL"),
                   "dir WLAN_1a2b3c4d 1a2b3c4d '100%'",
-                  std::string("external ") + kExternal + " WLAN_1a2b3c4d " + kName, Asked(kMem)));
+                  "external " + kExternal + " WLAN_1a2b3c4d " + kName, Asked(kMem), merge, drop));
+}
 
-  script.fail = {{"create user", "exists"}, {"alter user", "E"}, {"grant", "E"}};
-  EXPECT_THAT(LogOf(load), ElementsAre("<2>:create db WLAN_1a2b3c4d error exists",
-                                       "<2>:alter db WLAN_1a2b3c4d error E"));
-  script.fail = {{"grant", "E"}};
-  EXPECT_THAT(LogOf(load), ElementsAre("<2>:grant db WLAN_1a2b3c4d error E"));
-  std::string& password = ProcessPolicy().getDBPolicy()->new_user_password;
-  script.Take(), password = "n p";
-  EXPECT_THAT(LogOf(load), ElementsAre(HasSubstr("set_password is not safe")));
-  EXPECT_THAT(script.Take(), ElementsAre("existDB(WLAN_1a2b3c4d)"));
-  password = "np";
-
-  script.databases = {kDb};
-  script.tables = {Table(kDb, kMem), Table(kDb, "MEM_20121231_0004F_EXTERNAL")};
-  script.Take();
-  EXPECT_TRUE(load());
+TEST_F(OracleRoad, PointsAnExternalTableThatIsThereToTheFile) {
+  script.tables.insert(Table(kDb, "MEM_20121231_0004F_EXTERNAL"));
+  EXPECT_TRUE(Load());
   EXPECT_THAT(script.Take({"exist", "select"}),
-              ElementsAre(std::string("alter table ") + kExternal + " location('" + kName + "')",
-                          std::string("merge WLAN_1a2b3c4d.MEM_20121231_0004F ") + kExternal,
-                          std::string("drop table ") + kExternal));
+              ElementsAre("alter table " + kExternal + " location('" + kName + "')", merge, drop));
 }
 
-TEST_F(OracleRoad, TheExternalStepsRefuseWhatTheyCannotName) {
-  const auto create = [&] { engine->CreateOneExternalMemTable(table, database, path); };
-  const auto load = [&] { engine->ExternalLoadOneMemFile(table, database, path); };
-  path = "no slash";
-  EXPECT_THAT(LogOf(create), ElementsAre("<2>:path error no slash"));
-  EXPECT_EQ(script.Take().size(), 1U);  // the directory statement has run
-  database = "WLAN_";
-  EXPECT_THAT(LogOf(create), IsEmpty());
-  EXPECT_THAT(LogOf(load), ElementsAre("<2>:table MEM_20121231_0004F not exist"));
-  for (const std::string name : {"MEM_20121231_0004", "MEM_20121231_0004X"}) {
-    table = name;
-    script.tables = {Table(database, table)};
-    script.Take();
-    const bool is_short = table.size() < 18;
-    const std::string refusal = "<2>:table name is error " + table;
-    EXPECT_EQ(LogOf(create), is_short ? Lines{refusal} : Lines{});
-    EXPECT_EQ(LogOf(load), Lines{is_short ? refusal : "<2>:get xml error"});
-    EXPECT_EQ(script.Take().size(), 1U);  // whether the mem table is there
+TEST_F(OracleRoad, MakesTheMemTableBeforeTheExternalOne) {
+  script.tables.clear();
+  Define(Xml("Mem", Xml("MidCnt", "1") + MidTab(1, "F", Xml("Create", "mem %s"))),
+         paths::kOracleDefinitions);
+  EXPECT_FALSE(Load());
+  EXPECT_EQ(log.front(), "<2>:table MEM_20121231_0004F not exist") << "though it was made";
+  EXPECT_THAT(script.Take({"select"}),
+              ElementsAre("existDB(WLAN_1a2b3c4d)", "changeDB(WLAN_1a2b3c4d,np)",
+                          "existTable(MEM_20121231_0004F)", "mem MEM_20121231_0004F",
+                          "dir WLAN_1a2b3c4d 1a2b3c4d '100%'",
+                          "external " + kExternal + " WLAN_1a2b3c4d " + kName));
+}
+
+TEST_F(OracleRoad, AFailedStatementEndsTheStep) {
+  const MemFile file = MemFile::Parse(kFile);
+  Fail("merge");
+  EXPECT_THAT(LogOfLoad(file), ElementsAre("<2>:sql error E"));
+  EXPECT_EQ(script.Take().back(), merge) << "the external table stays";
+  Fail("dir");
+  EXPECT_THAT(LogOfCreation(file), ElementsAre("<2>:sql error E"));
+  EXPECT_THAT(script.Take(), ElementsAre("dir WLAN_1a2b3c4d 1a2b3c4d '100%'"));
+}
+
+TEST_F(OracleRoad, RefusesWhatItCannotName) {
+  EXPECT_THAT(LogOfCreation({"no slash", kDb, kMem}), ElementsAre("<2>:path error no slash"));
+  EXPECT_THAT(LogOfCreation({kFile, "WLAN_", kMem}), IsEmpty());
+  EXPECT_THAT(LogOfLoad({kFile, "WLAN_", kMem}),
+              ElementsAre("<2>:table MEM_20121231_0004F not exist"));
+  const MemFile of_short_name{kFile, kDb, "MEM_20121231_0004"};
+  const MemFile of_unknown_kind{kFile, kDb, "MEM_20121231_0004X"};
+  script.tables = {Table(kDb, of_short_name.table), Table(kDb, of_unknown_kind.table)};
+  EXPECT_THAT(LogOfCreation(of_short_name),
+              ElementsAre("<2>:table name is error MEM_20121231_0004"));
+  EXPECT_THAT(LogOfLoad(of_short_name), ElementsAre("<2>:table name is error MEM_20121231_0004"));
+  EXPECT_THAT(LogOfCreation(of_unknown_kind), IsEmpty());
+  EXPECT_THAT(LogOfLoad(of_unknown_kind), ElementsAre("<2>:get xml error"));
+  EXPECT_THAT(script.Take({"select"}), ElementsAre("dir WLAN_1a2b3c4d 1a2b3c4d '100%'"));
+}
+
+// --- through the loader tool
+
+class LoaderTool : public EngineTest {
+ protected:
+  LoaderTool() : EngineTest("oracle") {
+    const std::string tool = "/tmp/oracle/bin/sqlldr";
+    WriteFile(tool, "#!/bin/sh\necho \"$*\" >/tmp/oracle/called\n");
+    fs::permissions(tool, fs::perms::owner_all);
+    setenv("ORACLE_HOME", "/tmp/oracle", 1);
+    const std::string template_text = "<sqlldr_ctl table='all'>load '%s' %s %s</sqlldr_ctl>";
+    Define("<sqlldr_ctl>no</sqlldr_ctl>" + template_text, paths::kLoaderTemplates);
+    script.columns = {"id", "name", "ts"};
   }
-  table = kMem, database = kDb, path = kFile;
-  script.tables = {Table(kDb, kMem)};
-  script.fail = {{"merge", "E"}, {"dir", "E"}};
-  EXPECT_THAT(LogOf(load), ElementsAre("<2>:sql error E"));
-  EXPECT_EQ(script.Take().size(), 2U);  // the external table stays
-  EXPECT_THAT(LogOf(create), ElementsAre("<2>:sql error E"));
-}
+  bool Start(const std::string& user = "u") {
+    return Logged([&] {
+      const bool started = engine->OracleLoadOneTable(kMem, user, kFile) == 1;
+      if (started) wait(nullptr);
+      return started;
+    });
+  }
+};
 
-TEST_F(OracleRoad, ConvertsWithSequencesDayNumbersAndCityValues) {
-  script.tables = {Table(kDb, kMem)};
-  const std::string month = "month 201212 MEM_20121231_0004F 31 31 31 31 31 31 31 31";
-  const std::string year = "year 2012 MEM_20121231_0004F date'2012-12-31' 0 date'2012-12-31' 0";
-  EXPECT_THAT(ConvertFile(), testing::IsSupersetOf({"<0>:convert sql is <" + month + ">",
-                                                    "<0>:convert sql is <" + year + ">"}));
-  EXPECT_THAT(script.Take({"select", "change"}),
-              ElementsAre("set transaction read write", "create T_FLOW1D_20121231",
-                          "sequence T_FLOW1D_20121231", "create T_FLOW1M_201212",
-                          "sequence T_FLOW1M_201212", "set transaction read write",
-                          "day 20121231 MEM_20121231_0004F 20121231", month, year, "commit",
-                          "truncate table MEM_20121231_0004F"));
-  // The first look for another database's city refreshes the table. The CRC is that of "/X/".
-  const std::string other = "/x/5e6f7a8b-MEM_20121231_0004F-20121231-101500.dat";
-  WriteFile(paths::kDeviceStates, "[5e6f7a8b]\ncity=X\n");
-  script.tables = {Table("WLAN_5e6f7a8b", kMem)};
-  ConvertFile(other);
-  EXPECT_THAT(script.Take(), testing::Contains("year 2012 MEM_20121231_0004F date'2012-12-31' "
-                                               "367211210 date'2012-12-31' 367211210"));
-  script.fail = {{"day", "E"}};  // the second statement is the first once more
-  ConvertFile(other);
-  EXPECT_EQ(script.Take().back(), "rollback");
-  script.fail = {{"sequence", "E"}};
-  EXPECT_THAT(ConvertFile(other), testing::Contains(HasSubstr("Create Sequence <sequence")));
-}
-
-TEST_F(OracleRoad, StartsTheLoaderToolOnAControlFile) {
-  const std::string tool = "/tmp/oracle/bin/sqlldr";
-  WriteFile(tool, "#!/bin/sh\necho \"$*\" >/tmp/oracle/called\n");
-  std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
-  setenv("ORACLE_HOME", "/tmp/oracle", 1);
-  script.columns = {"id", "name", "ts"};
-  int started = 0;
-  const auto load = [&] {
-    started = engine->OracleLoadOneTable(table, "u", path);
-    if (started == 1) wait(nullptr);
-  };
-  EXPECT_THAT(LogOf(load), IsEmpty());
-  EXPECT_EQ(ReadFile("/tmp/oracle/called"),
-            "u/pw control=/etc/morvan/midtable_sqlldr.ctl errors=-1 bad=/dev/null\n");
+TEST_F(LoaderTool, IsStartedOnAControlFileWithThePasswordOfTheUser) {
+  const std::string options = " control=/etc/morvan/midtable_sqlldr.ctl errors=-1 bad=/dev/null\n";
+  EXPECT_TRUE(Start("u"));
+  EXPECT_THAT(log, IsEmpty());
+  EXPECT_EQ(ReadFile("/tmp/oracle/called"), "u/pw" + options);
+  EXPECT_TRUE(Start("WLAN_1a2b3c4d"));
+  EXPECT_EQ(ReadFile("/tmp/oracle/called"), "WLAN_1a2b3c4d/np" + options);
   EXPECT_EQ(ReadFile(paths::kLoaderControlFile),
-            "load '" + path + "' MEM_20121231_0004F (id, name, ts)");
-  script.fail = {{"GetColums", "E"}};
-  EXPECT_THAT(LogOf(load), ElementsAre("<2>:getlast error E"));
-  EXPECT_EQ(started, 0);
-  script.fail.clear();
-  WriteFile(paths::kLoaderTemplates, "<root><sqlldr_ctl>no</sqlldr_ctl></root>");
-  EXPECT_THAT(LogOf(load), IsEmpty());
-  EXPECT_EQ(ReadFile(paths::kLoaderControlFile), "");  // no template: started all the same
-  std::filesystem::remove(paths::kLoaderControlFile);
-  std::filesystem::create_directory(paths::kLoaderControlFile);
-  EXPECT_THAT(LogOf(load), ElementsAre("<2>:/etc/morvan/midtable_sqlldr.ctl file open failed"));
-  EXPECT_EQ(started, 1);
-  std::filesystem::remove(paths::kLoaderTemplates);
-  EXPECT_EQ(LogOf(load).back(), "<2>:parse xml file /etc/morvan/sqlldr_ctl.xml failed");
-  EXPECT_EQ(started, 0);
+            "load '" + kFile + "' MEM_20121231_0004F (id, name, ts)");
+}
+
+TEST_F(LoaderTool, IsNotStartedWithoutColumnsOrTemplates) {
+  Fail("GetColums");
+  EXPECT_FALSE(Start());
+  EXPECT_THAT(log, ElementsAre("<2>:getlast error E"));
+  fs::remove(paths::kLoaderTemplates);
+  EXPECT_FALSE(Start());
+  EXPECT_EQ(log.back(), "<2>:parse xml file /etc/morvan/sqlldr_ctl.xml failed");
+}
+
+TEST_F(LoaderTool, IsStartedWithoutAUsableControlFile) {
+  Define("<sqlldr_ctl>no</sqlldr_ctl>", paths::kLoaderTemplates);
+  EXPECT_TRUE(Start());
+  EXPECT_THAT(log, IsEmpty());
+  EXPECT_EQ(ReadFile(paths::kLoaderControlFile), "");
+  fs::remove(paths::kLoaderControlFile);
+  fs::create_directory(paths::kLoaderControlFile);
+  EXPECT_TRUE(Start());
+  EXPECT_THAT(log, ElementsAre("<2>:/etc/morvan/midtable_sqlldr.ctl file open failed"));
+}
+
+// --- conversions
+
+class OracleConversion : public StepTest {
+ protected:
+  OracleConversion() : StepTest("oracle") {
+    const auto mid = [](int number, const std::string& name, const std::string& convert) {
+      return MidTab(number, name, Xml("Create", "create %s") + Xml("ConvertOracle", convert));
+    };
+    Define(Xml("Sequence", "sequence %s") +
+               Conversions("F", "3",
+                           mid(1, "T_FLOW1D_", "day %s %s %s") +
+                               mid(2, "T_FLOW1M_", "month %s %s %d %d %d %d %d %d %d %d") +
+                               mid(3, "T_FLOW1Y_", "year %s %s %s %s %s %s")),
+           paths::kOracleDefinitions);
+  }
+
+  const std::string begin = "set transaction read write";
+  const std::string day = "day 20121231 MEM_20121231_0004F 20121231";
+  const std::string month = "month 201212 MEM_20121231_0004F 31 31 31 31 31 31 31 31";
+  // That of a device without a city, and of one whose city is "X"; the number is the CRC of "/X/".
+  const std::string year = "year 2012 MEM_20121231_0004F date'2012-12-31' 0 date'2012-12-31' 0";
+  const std::string year_of_x =
+      "year 2012 MEM_20121231_0004F date'2012-12-31' 367211210 date'2012-12-31' 367211210";
+};
+
+TEST_F(OracleConversion, HasSequencesDayNumbersAndCityValues) {
+  EXPECT_EQ(Convert(), ConversionResult::kDone);
+  EXPECT_THAT(log, testing::IsSupersetOf({"<0>:convert sql is <" + month + ">",
+                                          "<0>:convert sql is <" + year + ">"}));
+  EXPECT_THAT(script.Take({"select", "change"}),
+              ElementsAre(begin, "create T_FLOW1D_20121231", "sequence T_FLOW1D_20121231",
+                          "create T_FLOW1M_201212", "sequence T_FLOW1M_201212", begin, day, month,
+                          year, "commit", "truncate table MEM_20121231_0004F"));
+}
+
+TEST_F(OracleConversion, ACityThatIsEnteredLaterCountsFromThenOn) {
+  Convert();
+  EXPECT_THAT(script.Take(), Contains(year));
+  WriteFile(paths::kDeviceStates, "[1a2b3c4d]\ncity=X\n");
+  Convert();
+  EXPECT_THAT(script.Take(), Contains(year_of_x));
+}
+
+TEST_F(OracleConversion, TriesAFailedStatementOnceMore) {
+  Fail("day");
+  Convert();
+  EXPECT_THAT(script.Take({"select", "change", "create", "sequence", "set"}),
+              ElementsAre(day, day, "rollback"));
+}
+
+TEST_F(OracleConversion, NamesASequenceThatCannotBeMade) {
+  Fail("sequence");
+  Convert();
+  EXPECT_THAT(log, Contains("<2>:Create Sequence <sequence T_FLOW1D_20121231> error E"));
 }
 
 }  // namespace

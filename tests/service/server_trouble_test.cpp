@@ -1,7 +1,8 @@
 // The engine on a server that makes trouble: the log names the cause, and in the end every row that
 // was loaded is counted, once.
-#include <array>
 #include <fstream>
+#include <functional>
+#include <ostream>
 #include <thread>
 
 #include "service/pipeline_fixture.h"
@@ -11,99 +12,154 @@ extern "C" unsigned int sleep(unsigned int seconds) {
   return static_cast<unsigned int>(usleep(seconds * 400'000));
 }
 
-const std::string kMem = kDb + "." + kMemA;
+using testing::HasSubstr;
 
-struct ServerTrouble : Pipeline {
+// The engine runs in a thread of its own until the case ends.
+class ServerTrouble : public Pipeline {
+ protected:
+  ServerTrouble() : Pipeline(Watcher::kRuns) {}
+  // Before the engine connects: waits for locks are short, and "read only" holds for its user too.
+  static void SetUpTestSuite() {
+    MariadbServer::Get().Run(
+        "create table if not exists mysql.heavy (i int) engine=InnoDB;"
+        "set global lock_wait_timeout = 2, global innodb_lock_wait_timeout = 2;"
+        "revoke super, connection admin, read only admin on *.* from midtable");
+  }
   ~ServerTrouble() override {
     g_nMainRun = 0;
-    if (runner.joinable()) runner.join();
-  }
-  // The suffix that a new file of two rows gets.
-  std::string Fate() {
-    const std::string id = std::to_string(++files);
-    const std::string stem = Drop(kMemA, std::to_string(100'000 + files), id + "1\n" + id + "2\n");
-    for (int i = 0; i < 300 && fs::exists(stem + ".dat"); ++i) usleep(50'000);
-    return fs::exists(stem + ".mid") ? ".mid" : ".err";
+    if (m_runner.joinable()) m_runner.join();
   }
 
-  int result = -1;
-  int files = 0;
-  std::thread runner{[this] { result = engine->Run(); }};
+  // Drops a file of two rows and waits until it has become one that ends in `suffix`.
+  void Load(const std::string& suffix) {
+    const std::string id = std::to_string(++m_files);
+    const std::string time = std::to_string(100'000 + m_files);
+    const std::string stem = Drop(kMemA, time, id + "1\n" + id + "2\n");
+    Await([&] { return !fs::exists(stem + ".dat"); });
+    EXPECT_TRUE(fs::exists(stem + suffix));
+    if (fs::exists(stem + ".mid")) m_rows += 2;
+  }
+  void ExpectEachRowCountedOnce() {
+    Await([this] { return MemRows().empty(); });
+    EXPECT_EQ(Sum("T_AUTH1D_20121231"), std::to_string(m_rows));
+    EXPECT_EQ(Sum("T_AUTH1M_201212"), std::to_string(m_rows));
+  }
+  // Waits for 15 s at most.
+  static void Await(const std::function<bool()>& condition) {
+    for (int i = 0; i < 300 && !condition(); ++i) usleep(50'000);
+    EXPECT_TRUE(condition());
+  }
+  // Whatever became of the connection within it.
+  void ExpectEachTransactionOnOneConnection() {
+    EXPECT_THAT(Sent(), testing::Contains(testing::StartsWith("insert into T_")));
+    EXPECT_THAT(
+        server.Run("select argument from mysql.general_log where user_host like 'midtable%' "
+                   "and argument regexp '^(start|insert into T_|commit|rollback)' and "
+                   "if(argument like 'start%', @c := thread_id, @c) <> thread_id"),
+        testing::IsEmpty());
+  }
+
+  int m_result = -1;
+  int m_files = 0;
+  int m_rows = 0;  // in files that were loaded
+  std::thread m_runner{[this] { m_result = engine->Run(); }};
 };
 
-TEST_F(ServerTrouble, AwayForLessAndForMoreThanElevenAttempts) {
+TEST_F(ServerTrouble, AServerThatComesBackInTimeIsFound) {
   server.Kill();
   std::thread back([this] { server.Start(); });
-  EXPECT_EQ(Fate(), ".mid");
+  Load(".mid");
   back.join();
+}
+
+TEST_F(ServerTrouble, AServerThatStaysAwayEndsTheServiceAfterElevenAttempts) {
   CapturedStdout out;
   server.Kill();
-  runner.join();
+  m_runner.join();
   EXPECT_FALSE(engine->Initialize());
   const std::string text = out.text();
   server.Start();
-  EXPECT_EQ(result + g_nMainRun, 0);
+  EXPECT_EQ(m_result, 0);
+  EXPECT_EQ(g_nMainRun, 0);
   const std::string gone = " reason connect failed, error:Can't connect to server on '127.0.0.1'";
   EXPECT_THAT(text, testing::ContainsRegex("attempt 1 failed" + gone + ".*tried 9\n.*tried 0\n.*" +
                                            "attempt 11 failed" + gone +
                                            ".*thread exit\n.*connect db err" + gone));
 }
 
-TEST_F(ServerTrouble, IsNamedInTheLogAndNoRowIsLostOrCountedTwice) {
-  // What another session does while a file comes, what that becomes, a line of the log.
-  const std::array<std::string, 3> cases[] = {
-      {"kill user midtable", ".mid", "connection to db lost reason ping failed, error:"},
-      {"do sleep(1); kill user midtable", ".mid", "failed, error:Lost connection to server during"},
-      {"begin; select n from " + kDb + ".T_AUTH1M_201212 for update; do sleep(2.5)", ".mid",
-       "failed, error:Lock wait timeout exceeded"},
-      {"begin; insert into mysql.heavy select seq from mysql.seq_1_to_999; select n from " + kDb +
-           ".T_AUTH1D_20121231 for update; do sleep(0.7); delete from " + kMem +
-           " where v < 0; do sleep(0.3); rollback",
-       ".mid", "memtable WLAN_1a2b3c4d.MEM_20121231_0004A transaction ended by the server"},
-      {"set global read_only = 1; do sleep(1.5); set global read_only = 0", ".err",
-       "error:The MariaDB server is running with the --read-only option"},
-      {"grant usage on *.* to midtable with max_user_connections -1; kill user midtable; "
-       "do sleep(1); grant usage on *.* to midtable with max_user_connections 0",
-       ".mid", "attempt 1 failed reason connect failed, error:User 'midtable' has exceeded"},
-      {"do sleep(1) /* disk full */", ".mid", "error:The table 'MEM_20121231_0004A' is full"}};
+TEST_F(ServerTrouble, AFullDiskIsNamedInTheLog) {
+  const std::string fill = "/full/fill";
   fs::create_directory("/full/db");
   fs::create_directory_symlink("/full/db", "/tmp/private-mariadb/data/" + kDb);
-  server.Run(
-      "create table mysql.heavy (i int) engine=InnoDB; set global lock_wait_timeout = 1, "
-      "global innodb_lock_wait_timeout = 1; revoke super, connection admin, "
-      "read only admin on *.* from midtable");
-  int loaded = 0;
-  const auto load = [&](const std::string& fate) {
-    EXPECT_EQ(Fate(), fate);
-    loaded += fate == ".mid" ? 2 : 0;
-    usleep(400'000);  // the conversion
-  };
-  load(".mid");
-  for (const auto& [session, fate, log] : cases) {
-    SCOPED_TRACE(session);
-    CapturedStdout out;
-    const bool in_time = !session.ends_with("; kill user midtable");
-    Define(kDay, "insert into T_AUTH1M_%.6s select count(*)" +
-                     std::string(in_time ? "" : " + sleep(1.5)") + " from %s");
-    for (std::ofstream fill("/full/fill");
-         session.ends_with("*/") && fill << std::string(4096, 'x') << std::flush;) {
-    }
-    std::thread other([&, sql = session] { server.Run(sql); });
-    usleep(300'000);
-    load(fate);
-    other.join();
-    fs::remove("/full/fill");
-    Define(kDay, kMonth);
-    load(".mid");
-    EXPECT_THAT(out.text(), testing::HasSubstr(log));
-    const std::string all = std::to_string(loaded);
-    EXPECT_EQ(Sum("T_AUTH1D_20121231") + " " + Sum("T_AUTH1M_201212"), all + " " + all);
-    EXPECT_THAT(server.Run("select * from " + kMem), testing::IsEmpty());
-  }
-  EXPECT_GT(server.Mark(), 100U);
-  // No statement came on another connection than the transaction's begin.
-  EXPECT_THAT(server.Run("select argument from mysql.general_log where user_host like 'midtable%' "
-                         "and argument regexp '^(start|insert into T_|commit|rollback)' and "
-                         "if(argument like 'start%', @c := thread_id, @c) <> thread_id"),
-              testing::IsEmpty());
+  Load(".mid");
+  ExpectEachRowCountedOnce();
+  CapturedStdout out;
+  for (std::ofstream file(fill); file << std::string(4096, 'x') << std::flush;) continue;
+  Load(".mid");
+  Await([this] { return Sum("T_AUTH1M_201212") == "4"; });
+  usleep(500'000);  // the mem table cannot be emptied
+  fs::remove(fill);
+  Load(".mid");
+  EXPECT_THAT(out.text(), HasSubstr("error:The table 'MEM_20121231_0004A' is full"));
+  ExpectEachRowCountedOnce();
 }
+
+// What another session does, the file coming when it has written the file kInPlace, and what is
+// seen of that.
+struct Trouble {
+  const char* name;
+  std::string session;
+  std::string log;
+  std::string suffix = ".mid";     // of the file in the end
+  std::string month = "count(*)";  // what the month table gets
+  friend void PrintTo(const Trouble& trouble, std::ostream* out) { *out << trouble.name; }
+};
+class TroublesomeSession : public ServerTrouble, public testing::WithParamInterface<Trouble> {};
+
+constexpr char kInPlace[] = "/tmp/in-place";
+const std::string kWriteInPlace = "select 1 into outfile '/tmp/in-place'; ";
+const std::string kGrant = "grant usage on *.* to midtable with max_user_connections ";
+
+TEST_P(TroublesomeSession, IsNamedInTheLogAndNoRowIsLostOrCountedTwice) {
+  fs::remove(kInPlace);
+  Load(".mid");
+  ExpectEachRowCountedOnce();
+  CapturedStdout out;
+  Define(kDay, "insert into T_AUTH1M_%.6s select " + GetParam().month + " from %s");
+  std::thread session([this] { server.Run(GetParam().session); });
+  Await([] { return fs::exists(kInPlace); });
+  Load(GetParam().suffix);
+  session.join();
+  Define(kDay, kMonth);
+  Load(".mid");
+  ExpectEachRowCountedOnce();
+  ExpectEachTransactionOnOneConnection();
+  EXPECT_THAT(out.text(), HasSubstr(GetParam().log));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, TroublesomeSession,
+    testing::Values(
+        Trouble{"KillsTheIdleService", "kill user midtable; " + kWriteInPlace,
+                "connection to db lost reason ping failed, error:"},
+        Trouble{"KillsAConversion", kWriteInPlace + "do sleep(1.5); kill user midtable",
+                "failed, error:Lost connection to server during", ".mid", "count(*) + sleep(3)"},
+        Trouble{"LocksAMidTable",
+                "begin; select n from " + kDb + ".T_AUTH1M_201212 for update; " + kWriteInPlace +
+                    "do sleep(4)",
+                "failed, error:Lock wait timeout exceeded"},
+        // The session's transaction is the heavier one, so the engine's is given up for it.
+        Trouble{"WinsADeadlock",
+                "begin; insert into mysql.heavy select seq from mysql.seq_1_to_999; use " + kDb +
+                    "; select n from T_AUTH1D_20121231 for update; " + kWriteInPlace +
+                    "do sleep(1.5); delete from " + kMemA + " where v < 0; rollback",
+                "memtable WLAN_1a2b3c4d.MEM_20121231_0004A transaction ended by the server"},
+        Trouble{
+            "ForbidsWriting",
+            "set global read_only = 1; " + kWriteInPlace + "do sleep(2); set global read_only = 0",
+            "error:The MariaDB server is running with the --read-only option", ".err"},
+        Trouble{
+            "ForbidsConnecting",
+            kGrant + "-1; kill user midtable; " + kWriteInPlace + "do sleep(1); " + kGrant + "0",
+            "attempt 1 failed reason connect failed, error:User 'midtable' has exceeded"}),
+    [](const auto& param) { return param.param.name; });

@@ -1,31 +1,101 @@
 #include "support/RwIni.h"
 
+#include <vector>
+
 #include "gtest/gtest.h"
 #include "testing/files.h"
 
 constexpr char kFile[] = "/tmp/devices.ini";
 
-TEST(RwIni, ReadsSectionsInFileOrderAndTheLastValues) {
-  WriteFile(kFile,
-            "city=early\n[ zz ] more\r\ncity=1\n\tcity \t=  New = York ;x \r\n[empty]\n#[no]\n[a]\n"
-            "CITY=2\ncity=\"\xB9\xE3\"\n ;city=3\nnot a line\n=x\n[open\n[zz]\nzip=1\n[q]\ncity=");
-  const CRwIni ini(kFile);
+CRwIni Load(const std::string& content) {
+  WriteFile(kFile, content);
+  CRwIni ini(kFile);
+  EXPECT_EQ(ini.IsLoadOk(), 1);
+  return ini;
+}
+
+TEST(RwIni, ListsEachSectionOnceInFileOrder) {
+  const CRwIni ini = Load("[zz]\ncity=1\n[empty]\n#[no]\n[open\n[a]\n[zz]\n[ q ] more\r\n");
   EXPECT_EQ(ini.GetSections(), (std::vector<std::string>{"zz", "empty", "a", "q"}));
-  std::string cities;
-  char buffer[4];
-  for (const char* section : {"zz", "a", "q", "empty", "missing"}) {
-    cities += ini.GetString(section, "city", buffer, 4, "none") + "|" + buffer + "|";
+}
+
+TEST(RwIni, ReadsTheCityOfSectionA) {
+  const struct {
+    const char* what;
+    std::string content;
+    std::string city;
+  } cases[] = {
+      {"blanks around all parts do not count", "[ a ]\n\tcity \t=  York \n", "York"},
+      {"a line may end with CRLF", "[a]\r\ncity=York\r\n", "York"},
+      {"a byte-order mark may come first", "\xEF\xBB\xBF[a]\ncity=York", "York"},
+      {"a value may hold the signs of the format", "[a]\ncity=New = York ;x#", "New = York ;x#"},
+      {"a value is no text of any encoding", "[a]\ncity=\"\xB9\xE3\"\n", "\"\xB9\xE3\""},
+      {"a value may be empty", "[a]\ncity=", ""},
+      {"the later value wins", "[a]\ncity=1\ncity=2\n", "2"},
+      {"a section goes on where it comes again", "[a]\n[b]\ncity=1\n[a]\ncity=2\n", "2"},
+      {"names differ by case", "[a]\nCITY=1\n[A]\ncity=2\n", "none"},
+      {"a key before the first section is nobody's", "city=1\n[a]\n", "none"},
+      {"comments are passed over", "[a]\n ;city=1\n#city=2\n", "none"},
+      {"other lines are passed over", "[a]\ncity\n=x\n[open\ncity=1\n", "1"},
+      {"there is no such section", "[b]\ncity=1\n", "none"},
+  };
+  for (const auto& [what, content, city] : cases) {
+    EXPECT_EQ(Load(content).GetString("a", "city", nullptr, 0, "none"), city) << what;
   }
-  EXPECT_EQ(cities, "New = York ;x|New|\"\xB9\xE3\"|\"\xB9\xE3|||none|non|none|non|");
-  EXPECT_EQ(ini.GetString("zz", "zip", buffer, 0, nullptr), "1") << "a section goes on";
+}
+
+TEST(RwIni, CutsTheCopyInTheBufferOnly) {
+  const CRwIni ini = Load("[a]\ncity=York\n");
+  char buffer[4];
+  EXPECT_EQ(ini.GetString("a", "city", buffer, sizeof buffer, nullptr), "York");
+  EXPECT_STREQ(buffer, "Yor");
+  EXPECT_EQ(ini.GetString("a", "zip", buffer, sizeof buffer, "none"), "none");
   EXPECT_STREQ(buffer, "non");
 }
 
+TEST(RwIni, LeavesABufferOfNoSizeAloneAndTakesNoDefaultForAnEmptyOne) {
+  char buffer[] = "old";
+  EXPECT_EQ(Load("[a]").GetString("a", "city", buffer, 0, nullptr), "");
+  EXPECT_STREQ(buffer, "old");
+}
+
 TEST(RwIni, AFailedLoadLeavesNothing) {
-  CRwIni ini(nullptr);
   for (const char* path : {"/tmp", "/tmp/missing", "/dev/zero"}) {
-    WriteFile(kFile, "\xEF\xBB\xBF[a]");
-    EXPECT_TRUE(ini.Load(kFile) == 1 && ini.GetSections().size() == 1);
-    EXPECT_TRUE(ini.Load(path) == 0 && ini.IsLoadOk() == 0 && ini.GetSections().empty()) << path;
+    CRwIni ini = Load("[a]");
+    EXPECT_EQ(ini.Load(path), 0) << path;
+    EXPECT_EQ(ini.IsLoadOk(), 0) << path;
+    EXPECT_TRUE(ini.GetSections().empty()) << path;
   }
 }
+
+TEST(RwIni, TellsOfEachLineWhatItIs) {
+  WriteFile(kFile,
+            "\xEF\xBB\xBF; a comment\n"
+            "city = before any section\n"
+            "[a]\r\n"
+            "city = X\n"
+            "\n"
+            "no value\n"
+            "[b\n"
+            "[ a ] once more\n");
+  struct Line {
+    IniLine kind;
+    std::string section;
+  };
+  const std::vector<Line> expected = {{IniLine::kNothing, ""},     {IniLine::kPassedOver, ""},
+                                      {IniLine::kSection, "a"},    {IniLine::kValue, "a"},
+                                      {IniLine::kNothing, "a"},    {IniLine::kPassedOver, "a"},
+                                      {IniLine::kPassedOver, "a"}, {IniLine::kKnownSection, "a"}};
+  long seen = 0;
+  CRwIni ini(nullptr);
+  ini.Load(kFile, [&](long number, IniLine kind, const std::string& section) {
+    ASSERT_EQ(number, ++seen);
+    ASSERT_LE(number, static_cast<long>(expected.size()));
+    const Line& line = expected[static_cast<std::size_t>(number - 1)];
+    EXPECT_EQ(kind, line.kind) << "line " << number;
+    EXPECT_EQ(section, line.section) << "line " << number;
+  });
+  EXPECT_EQ(seen, static_cast<long>(expected.size()));
+}
+
+TEST(RwIni, WithoutAPathNothingIsLoaded) { EXPECT_EQ(CRwIni(nullptr).IsLoadOk(), 0); }

@@ -39,8 +39,8 @@ inline void AwaitSingleThread() {
   for (int i = 0; i < 1000 && ListFolder("/proc/self/task").size() > 1; ++i) usleep(1000);
 }
 
-// Collects what is printed to standard output, by printf and by write(2), until text() or the end
-// of its life. One at a time.
+// Collects what is printed to standard output, by printf and by write(2), until text() is called or
+// the object's life ends. There can be one at a time.
 class CapturedStdout {
  public:
   CapturedStdout() { testing::internal::CaptureStdout(); }

@@ -5,17 +5,18 @@
 
 class MariadbServer : public PrivateServer {
  public:
-  // Started by the first call, for the rest of the program.
+  // The first call starts the server, for the rest of the program.
   static MariadbServer& Get() {
     static MariadbServer server;
     return server;
   }
-  // From where a later reading of the general log, which begins with the first mark, is to go on.
+  // A place in the general log, from which Statements() reads on. The log begins with the first
+  // mark.
   std::size_t Mark() const {
     return std::stoul(Run("set global log_output = 'TABLE'; select count(*) " + kQueries).at(0));
   }
-  // The statements that the server got since then, in its order and with line feeds as "\n"; those
-  // of Run(), which is root, are left out.
+  // The statements that the server got since that mark, in its order, with line feeds as "\n".
+  // Those of root, which is who Run() is, are left out.
   std::vector<std::string> Statements(std::size_t mark) const {
     return Run("select argument " + kQueries + " limit " + std::to_string(mark) + ", 9999");
   }

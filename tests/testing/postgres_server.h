@@ -5,7 +5,8 @@
 
 class PostgresServer : public PrivateServer {
  public:
-  // Started by the first call, for the rest of the program; ODBC's data sources are its own then.
+  // The first call starts the server, for the rest of the program. From then on ODBC knows no data
+  // sources but this server's.
   static PostgresServer& Get() {
     static PostgresServer server;
     return server;

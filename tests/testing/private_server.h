@@ -1,4 +1,4 @@
-// A database server that belongs to one test program, run by one of the tools/private-... scripts.
+// A database server that belongs to one test program. One of the scripts tools/private-... runs it.
 #pragma once
 
 #include <stdlib.h>
@@ -10,14 +10,21 @@
 
 #include "config/dbinfo.h"
 
-// Runs for the object's life. A server that does not obey ends the program with a banner: the
-// environment is at fault then, not the code under test.
+// The server runs for the object's life. Where it does not obey, the program ends with a banner:
+// the environment is at fault then, not the code under test.
 class PrivateServer {
  public:
-  void Start() { m_port = std::stoi(Tool("start").at(0)); }  // again, on the port it had before
+  // Starts it again, with the data and on the port that it had before.
+  void Start() { m_port = std::stoi(Tool("start").at(0)); }
+  // Ends it as a crash would.
   void Kill() const { Tool("kill"); }
-  // For set-up and checks, on a connection of its own: runs statements and gives their rows, the
-  // values of each joined by tabs.
+  pid_t Pid() const {
+    pid_t pid = 0;
+    std::ifstream(m_folder + "/pid") >> pid;
+    return pid;
+  }
+  // Runs statements on a connection of their own and returns the rows that they give, the values of
+  // each joined by tabs.
   std::vector<std::string> Run(const std::string& sql) const { return Tool("sql", sql); }
   // Credentials of a user who may do everything, with `database` as dbname.
   MYSQLAUTH Auth(const std::string& database = "") const {
@@ -38,6 +45,7 @@ class PrivateServer {
   const std::string m_folder = "/tmp/" + m_name;
   int m_port = 0;
 
+  // Runs the script and returns the lines that it prints.
   std::vector<std::string> Tool(const std::string& verb, const std::string& sql = "") const {
     setenv("SQL", sql.c_str(), 1);
     const std::string command = MIDTABLE_TOOLS "/" + m_name + " " + verb + " " + m_folder +

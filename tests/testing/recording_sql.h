@@ -11,14 +11,18 @@
 #include "db/SqlBase.h"
 #include "log/zux_center_log.h"
 
-// What the server knows and does, shared by the test and the back end that the engine owns.
+// What the server knows and does. The test holds it, since the back end is owned by what it tests.
 struct SqlScript {
   std::vector<std::string> calls;   // statements as they are, other calls as "name(argument)"
   std::set<std::string> databases;  // for existDB
   std::set<std::string> tables;     // texts that occur in the table queries that find a row
   std::map<std::string, std::string> fail;  // beginning of a statement or call -> error text
-  std::vector<std::string> columns;         // for GetColums
-  SqlRecord row;                            // more columns of the row that a table query finds
+  // The same beginning -> what that failure means, where it is not the statement's own fault.
+  std::map<std::string, SqlFailure> meaning;
+  std::map<std::string, std::vector<std::string>> listed;  // beginning of a query -> its rows
+  bool transaction_ended = false;    // by the server, behind the engine's back
+  std::vector<std::string> columns;  // for GetColums
+  SqlRecord row;                     // more columns of the row that a table query finds
   std::function<void(const std::string&)> before_call;  // what happens just before each one
 
   // The calls since the last take, without those that begin with one of `skipped`.
@@ -39,6 +43,7 @@ class RecordingSql : public CSqlBase {
   int reconnectDB() override { return Note("reconnectDB()"); }
   bool isDBAlive() override { return Note("isDBAlive()") == 0; }
   std::string getLastError() override { return m_error; }
+  SqlFailure lastFailure() const override { return m_failure; }
   int changeDB(const char* name) override { return changeDB(name, ""); }
   int changeDB(const char* name, const char* password) override {
     return Note(Format("changeDB(%s,%s)", name, password));
@@ -53,10 +58,17 @@ class RecordingSql : public CSqlBase {
     columns = m_script.columns;
     return Note(Format("GetColums(%s)", table)) == 0 ? 1 : 0;
   }
-  int RowsCountBySQL(const char* /*sql*/, unsigned int* /*count*/) override { return 1; }
+  int RowsCountBySQL(const char* /*sql*/, unsigned int* /*count*/) override {
+    m_failure = SqlFailure::kStatement;
+    return 1;
+  }
   int executeSQL(const char* sql, int /*logOnError*/) override {
-    // As within a transaction, where alone the engine asks.
-    return std::string_view(sql).starts_with("set transaction iso") ? -1 : Note(sql);
+    const bool asks = std::string_view(sql).starts_with("set transaction iso");
+    if (!asks || m_script.transaction_ended) return Note(sql);
+    // A server refuses this within a transaction, and only there does the engine send it, to see
+    // whether its transaction is still there. It is not noted.
+    m_failure = SqlFailure::kStatement;
+    return -1;
   }
   int fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) override {
     rows.clear();
@@ -64,22 +76,31 @@ class RecordingSql : public CSqlBase {
       if (std::strstr(sql, table.c_str()) == nullptr) continue;
       rows.emplace_back(m_script.row)["t"] = table;
     }
+    for (const auto& [beginning, values] : m_script.listed) {
+      if (!std::string_view(sql).starts_with(beginning)) continue;
+      for (const std::string& value : values) rows.push_back({{"t", value}});
+    }
     return Note(sql);
   }
 
  private:
+  // 0, or -1 for a call that the script wants to fail.
   int Note(const std::string& call) {
     m_script.calls.push_back(call);
     if (m_script.before_call) m_script.before_call(call);
-    int result = 0;
+    m_failure = SqlFailure::kNone;
     for (const auto& [beginning, error] : m_script.fail) {
-      if (call.starts_with(beginning)) m_error = error, result = -1;
+      if (!call.starts_with(beginning)) continue;
+      const auto planned = m_script.meaning.find(beginning);
+      m_error = error;
+      m_failure = planned == m_script.meaning.end() ? SqlFailure::kStatement : planned->second;
     }
-    return result;
+    return m_failure == SqlFailure::kNone ? 0 : -1;
   }
 
   SqlScript& m_script;
   std::string m_error;
+  SqlFailure m_failure = SqlFailure::kNone;
 };
 
 // A factory for the thread that makes it; other threads, such as a watcher, get no back end.

@@ -1,42 +1,25 @@
-// Messages are matched against the printf formats of docs/messages.md, whatever the values say.
+// The manual's formats are compared with a line of the log as printf would have written it, and the
+// server's words with a table of those that are known to come from a mistake in the installation.
 #include "midtablectl/advice.h"
 
-#include "midtablectl/findings.h"
+#include "midtablectl/printf_values.h"
+#include "midtablectl/text.h"
 #include "support/trim.h"
 
 namespace ctl {
 
 namespace {
 
-// Whether `text` fits the printf format, "%s" standing for any text and "%d", "%u" for a number.
-bool Fits(std::string_view format, std::string_view text) {
-  const std::size_t percent = format.find('%');
-  const std::string_view literal = format.substr(0, percent);
-  if (!text.starts_with(literal)) return false;
-  text.remove_prefix(literal.size());
-  if (percent == std::string_view::npos) return text.empty();
-  const bool number = format[percent + 1] != 's';
-  format.remove_prefix(percent + 2);
-  for (std::size_t taken = 0; taken <= text.size(); ++taken) {
-    if (number && taken > 0 &&
-        std::string_view("-0123456789").find(text[taken - 1]) == std::string_view::npos) {
-      return false;
-    }
-    if (number && taken == 0) continue;
-    // Only where the next literal stands is it worth a try.
-    const std::string_view next = format.substr(0, format.find('%'));
-    if (text.substr(taken).starts_with(next) && Fits(format, text.substr(taken))) return true;
-  }
-  return false;
-}
-
-// The format as it is printed, without the escapes of a C literal.
+// The format as printf takes it: the document shows it as the source has it, with the escape of a
+// line feed that two messages bring along.
 std::string Unescaped(std::string text) {
   const std::size_t at = text.find("\\n");
   if (at != std::string::npos) text.replace(at, 2, "\n");
   return text;
 }
 
+// The rows of the document: "| level | `format` | meaning | action |", below the heading of their
+// unit. tools/check-messages keeps every row in this form.
 std::vector<Message> ParseDocument(std::string_view document) {
   std::vector<Message> messages;
   std::string unit;
@@ -55,6 +38,7 @@ std::vector<Message> ParseDocument(std::string_view document) {
   return messages;
 }
 
+// How many characters of a format are not conversions.
 std::size_t OwnText(const std::string& format) {
   std::size_t size = format.size();
   for (std::size_t at = format.find('%'); at != std::string::npos; at = format.find('%', at + 1)) {
@@ -63,30 +47,31 @@ std::size_t OwnText(const std::string& format) {
   return size;
 }
 
+// A text of a database server, of its client library or of the service's own checks.
 struct ServerText {
-  const char* text;  // any letter case
+  const char* text;  // in small letters
   const char* advice;
-  const char* statement = "";  // with which the text has this meaning
+  const char* statement = "";  // where not empty, the text has this meaning after this statement
 };
 
-// The more telling ones first.
+constexpr char kGoneAway[] = "gone away";
+constexpr char kLostConnection[] = "lost connection";
+constexpr char kMaybeLoaded[] =
+    "the connection broke, see the server's error log; the file may be loaded all the same: see "
+    "\"After a crash\" in operations.md before it is tried again";
+
+// The first that occurs counts, so what tells more stands before what may come along with it.
 constexpr ServerText kServerTexts[] = {
     {"access denied",
      "the service's user lacks the privilege FILE, whatever the server says of a password: grant "
      "file on *.* to it",
-     "load data infile"},
+     kLoadStatement.text},
     {"doesn't exist",
      "no mem table was made: the kind, the last letter of the table, is not under Mem in the table "
      "definitions",
-     "load data infile"},
-    {"gone away",
-     "the connection broke, see the server's error log; the file may be loaded all the same: see "
-     "\"After a crash\" in operations.md before it is tried again",
-     "load data infile"},
-    {"lost connection",
-     "the connection broke, see the server's error log; the file may be loaded all the same: see "
-     "\"After a crash\" in operations.md before it is tried again",
-     "load data infile"},
+     kLoadStatement.text},
+    {kGoneAway, kMaybeLoaded, kLoadStatement.text},
+    {kLostConnection, kMaybeLoaded, kLoadStatement.text},
     {"secure-file-priv",
      "secure_file_priv must be \"\" or a folder above the file; the server says the same when it "
      "does not see the folder at all: midtablectl check tells which"},
@@ -134,16 +119,16 @@ constexpr ServerText kServerTexts[] = {
      "another session holds the table: look for long transactions (show full "
      "processlist), then try again"},
     {"deadlock", "another session was in the way: try again"},
-    {"gone away",
+    {kGoneAway,
      "the connection broke: see the server's error log; statements larger than "
      "max_allowed_packet do that too"},
-    {"lost connection", "the connection broke: see the server's error log"},
+    {kLostConnection, "the connection broke: see the server's error log"},
     {"can't connect", "is the server up, and are host and port of dbinfo.conf its own?"},
     {"unknown server host", "the host in dbinfo.conf has no address: mend it"},
     {"read-only", "the server takes no changes (read_only): is it a replica?"},
     {"read only", "the server takes no changes (read_only): is it a replica?"},
-    {"not connected", "the connection was lost: see whether the server is up"},
-    {"template ", "mend the placeholders of the template: see docs/operations.md"},
+    {kNotConnected.text, "the connection was lost: see whether the server is up"},
+    {kTemplateFault.text, "mend the placeholders of the template: see docs/operations.md"},
 };
 
 }  // namespace
@@ -156,8 +141,9 @@ const std::vector<Message>& Messages() {
 const Message* FindMessage(const LogEntry& entry) {
   const Message* best = nullptr;
   for (const Message& message : Messages()) {
-    if (message.unit != entry.unit || message.level != entry.level) continue;
-    if (!Fits(message.format, entry.text)) continue;
+    const MessageFormat form = {message.unit.c_str(), message.level.c_str(),
+                                message.format.c_str()};
+    if (!entry.ValuesOf(form)) continue;
     if (best == nullptr || OwnText(message.format) > OwnText(best->format)) best = &message;
   }
   return best;
@@ -165,15 +151,22 @@ const Message* FindMessage(const LogEntry& entry) {
 
 std::string ServerAdvice(std::string_view text) {
   const std::string lower = Lower(text);
-  // The words of a statement are not the server's.
-  std::size_t words = lower.rfind("error:");
-  if (words == std::string::npos) words = lower.rfind(" error ");
+  // The words of the statement that failed are not the server's: a column may be called
+  // "incorrect".
+  std::size_t words = lower.rfind(kServerWordsFollow.text);
+  if (words == std::string::npos) words = lower.rfind(kServerWordsFollowToo.text);
   if (words == std::string::npos) words = 0;
   for (const ServerText& known : kServerTexts) {
     if (lower.find(known.text, words) == std::string::npos) continue;
     if (lower.find(known.statement) != std::string::npos) return known.advice;
   }
   return {};
+}
+
+bool IsLostAnswer(std::string_view words) {
+  const std::string lower = Lower(words);
+  return lower.find(kLostConnection) != std::string::npos ||
+         lower.find(kGoneAway) != std::string::npos;
 }
 
 }  // namespace ctl

@@ -1,32 +1,36 @@
-// The steps of `check`, in their order: what later ones need comes first.
+// The order of the steps of `check`: what later ones need comes first.
 #include "midtablectl/check.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "midtablectl/text.h"
 #include "support/paths.h"
 
 namespace ctl {
 
 namespace {
 
-// The file of the store that is not in use is looked at where there is one.
-void CheckOtherDefinitions(const DefinitionSet& used, bool oracle, Findings& findings) {
-  const char* const other = oracle ? paths::kMysqlDefinitions : paths::kOracleDefinitions;
-  if (used.path == other || access(other, F_OK) != 0) return;
-  CompareKinds(used, CheckDefinitions(other, !oracle, false, findings), findings);
+// The definitions of the other kind of store may lie there too. The service does not read them, but
+// whoever keeps both files wants them alike.
+void CheckOtherDefinitions(const DefinitionSet& used, const Dialect& other, Findings& findings) {
+  const char* const path = other.DefinitionsFile();
+  if (used.path == path || access(path, F_OK) != 0) return;
+  CompareKinds(used, CheckDefinitions(path, other, false, findings), findings);
 }
 
-// What this user may not read is not known to be wrong.
-Status Blinded(Status status, const std::vector<std::string>& read, Console& console) {
-  for (const std::string& path : read) {
+// Whether this user may read all that was looked at. What may not be read was reported as missing,
+// but the service, as another user, may well be able to read it; so a line says that.
+bool MayReadAll(const std::vector<std::string>& files, Console& console) {
+  bool all = true;
+  for (const std::string& path : files) {
     if (access(path.c_str(), R_OK) == 0 || errno != EACCES) continue;
     console.err << "this user may not read " << OneLine(path)
                 << ": run check as root or as the service's user\n";
-    status = Status::kCouldNotLook;
+    all = false;
   }
-  return status;
+  return all;
 }
 
 }  // namespace
@@ -35,25 +39,26 @@ Status Check(const CheckOptions& options, Console& console) {
   Findings findings;
   const std::string settings = options.settings.empty() ? paths::kSettingsFile : options.settings;
   const auto auth = CheckSettings(settings, findings);
-  const bool oracle = auth && IsOracle(*auth);
-  const std::string own = oracle ? paths::kOracleDefinitions : paths::kMysqlDefinitions;
+  const Dialect& dialect = Dialect::Of(auth.value_or(MYSQLAUTH()));
   const DefinitionSet definitions = CheckDefinitions(
-      options.definitions.empty() ? own : options.definitions, oracle, true, findings);
-  CheckOtherDefinitions(definitions, oracle, findings);
-  CheckTemplates(paths::kLoaderTemplates, oracle, definitions.MemKinds(), findings);
+      options.definitions.empty() ? dialect.DefinitionsFile() : options.definitions, dialect, true,
+      findings);
+  CheckOtherDefinitions(definitions, dialect.Other(), findings);
+  CheckTemplates(paths::kLoaderTemplates, dialect, definitions.MemKinds(), findings);
   const Spool spool = ScanSpool();
   CheckNumberBlocks(paths::kLocalNumberBlocks, findings);
-  CheckDeviceStates(paths::kDeviceStates, spool, oracle, findings);
-  CheckSpool(spool, definitions, oracle, findings);
+  CheckDeviceStates(paths::kDeviceStates, spool, dialect, findings);
+  CheckSpool(spool, definitions, dialect, findings);
   CheckRunLogFolder(findings);
   if (!options.offline && auth && !CheckServer(*auth, spool, definitions, findings)) {
     console.err << "another check is at work on this server: run this one when it is done\n";
     return Status::kCouldNotLook;
   }
-  return Blinded(findings.Print(console, options.errors_only),
-                 {settings, definitions.path, paths::kLoaderTemplates, paths::kLocalNumberBlocks,
-                  paths::kDeviceStates, paths::kSpool},
-                 console);
+  const Status status = findings.Print(console, options.errors_only);
+  const bool read_all = MayReadAll({settings, definitions.path, paths::kLoaderTemplates,
+                                    paths::kLocalNumberBlocks, paths::kDeviceStates, paths::kSpool},
+                                   console);
+  return read_all ? status : Status::kCouldNotLook;
 }
 
 }  // namespace ctl

@@ -1,7 +1,10 @@
-// The steps of `check`. Each adds what it finds and goes on as far as it can.
+// The steps of `check`.
+//
+// Each step looks at one thing that the service needs, adds what it finds to the findings, and goes
+// on as far as it can: an operator wants to see all mistakes at once. What a step has read is its
+// result, so that later steps need not read it again.
 #pragma once
 
-#include <ctime>
 #include <memory>
 #include <optional>
 #include <set>
@@ -10,49 +13,53 @@
 #include <vector>
 
 #include "config/dbinfo.h"
-#include "midtable/mid_table.h"
 #include "midtablectl/findings.h"
 #include "midtablectl/server.h"
 #include "midtablectl/spool_scan.h"
+#include "tables/dialect.h"
 
 namespace ctl {
 
 struct CheckOptions {
-  std::string settings;     // empty: the service's own file
-  std::string definitions;  // the same, of the store that the settings name
-  bool offline = false;
-  bool errors_only = false;
+  std::string settings;      // the settings file; empty for the service's own
+  std::string definitions;   // the table definitions; empty for those of the store in the settings
+  bool offline = false;      // the server is not asked
+  bool errors_only = false;  // warnings and notes are not printed
 };
 
+// Runs all steps and prints what they found.
 Status Check(const CheckOptions& options, Console& console);
 
-// --- settings (check_settings.cpp)
+// --- The settings (check_settings.cpp)
 
 // The settings as the service reads them; nothing when it would refuse the file.
 std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findings);
-// Whether a port is needed and there is none: a local socket has no use for one.
+// Whether the settings lack the port that their host needs. A local socket has none.
 bool LacksPort(const MYSQLAUTH& auth);
 
-// --- definitions and loader templates (check_definitions.cpp, check_templates.cpp)
+// --- Table definitions (check_definitions.cpp, check_conversions.cpp)
 
+// One entry below Mem: the table that the files of a kind are loaded into.
 struct MemDefinition {
   std::string kind;
-  std::string create;  // filled for SampleMemTable(kind); empty when it cannot be
-  long line;
+  std::string create;  // the statement for SampleMemTable(kind); empty when it is faulty
+  long line;           // of the statement in the file
 };
 
+// One entry below a kind in Conv: a table that is filled from the mem table.
 struct MidDefinition {
   std::string kind;
-  std::string name;  // without its date
+  std::string name;  // as the file has it, without the date
   Period period;
-  bool has_table;       // false: its Convert works on the mem table alone
-  std::string create;   // filled, for a sample date; empty when there is none or it is faulty
-  std::string convert;  // the same
-  long line;
+  bool has_table;       // false when the conversion works on the mem table alone
+  std::string create;   // the statement for kSampleDate; empty when there is none or it is faulty
+  std::string convert;  // the same for the conversion
+  long line;            // of the entry in the file
 
   std::string NameAt(const std::string& date) const { return MidTableName(name, date); }
 };
 
+// What a definition file says, as far as it could be read.
 struct DefinitionSet {
   std::string path;
   bool readable = false;
@@ -62,70 +69,79 @@ struct DefinitionSet {
   std::set<std::string> MemKinds() const;
 };
 
+// The date for which statements are filled in. It lies before any real mem file, so that a table of
+// this date is nobody's.
 inline constexpr char kSampleDate[] = "20001231";
+// The name of the mem table of that date.
 std::string SampleMemTable(const std::string& kind);
-// Engine named by a create statement, in small letters; empty when it names none.
-std::string EngineOf(const std::string& create);
-// Whether it speaks of a key, by words: a column user_key is none.
-bool NamesKey(const std::string& create);
-// Whether a conversion adds to rows that are there already, which needs a key.
-bool AddsUp(const std::string& convert);
+
+// Findings that two steps can come to: the words of a statement show what is wrong, or the table
+// does that the server made of it.
 inline constexpr char kMemWithoutKey[] = " has no key: a row that is delivered twice counts twice";
 inline constexpr char kMidWithoutKey[] =
     " has no key, although its Convert says \"on duplicate key\": nothing is added up";
 inline constexpr char kGiveKey[] = "give it a primary key";
 
-// Reads the file and adds what is wrong with it: errors when `in_use`, else warnings. What could be
-// read is in the result, so that later steps go on with it.
-DefinitionSet CheckDefinitions(const std::string& path, bool oracle, bool in_use,
+// Reads a definition file and looks at every entry. What is wrong is an error when the service uses
+// the file (`in_use`), else a warning.
+DefinitionSet CheckDefinitions(const std::string& path, const Dialect& dialect, bool in_use,
                                Findings& findings);
-// Differences between the kinds of the two files.
+// Compares the kinds of the file that is used with those of the other store's file.
 void CompareKinds(const DefinitionSet& used, const DefinitionSet& other, Findings& findings);
-// What CXmlStream says of a file, "line 7: text", in two; line 0 when it names none.
-std::pair<long, std::string> SplitLine(const std::string& error);
-// `kinds`: those whose files are loaded through the templates; looked for on an Oracle store only.
-void CheckTemplates(const std::string& path, bool oracle, const std::set<std::string>& kinds,
-                    Findings& findings);
 
-// --- localtour.csv, devstate.ini (check_registry.cpp)
+// --- Loader templates (check_templates.cpp)
+
+// Looks for the templates by which files of each of the `kinds` are loaded. Where rows do not go in
+// over external tables, nothing uses them, and the file must be well-formed, no more.
+void CheckTemplates(const std::string& path, const Dialect& dialect,
+                    const std::set<std::string>& kinds, Findings& findings);
+// Takes an error of CXmlStream apart, "line 7: text"; the line is 0 when the text names none.
+std::pair<long, std::string> SplitLine(const std::string& error);
+
+// --- The registry's sources (check_registry.cpp)
 
 void CheckNumberBlocks(const std::string& path, Findings& findings);
-void CheckDeviceStates(const std::string& path, const Spool& spool, bool oracle,
+// What is missing is an error where conversions are given the cities, and else a warning.
+void CheckDeviceStates(const std::string& path, const Spool& spool, const Dialect& dialect,
                        Findings& findings);
 
-// --- spool and run log folders (check_spool.cpp)
+// --- The folders of mem files and of the run log (check_spool.cpp)
 
-void CheckSpool(const Spool& spool, const DefinitionSet& definitions, bool oracle,
+void CheckSpool(const Spool& spool, const DefinitionSet& definitions, const Dialect& dialect,
                 Findings& findings);
 void CheckRunLogFolder(Findings& findings);
 
-// --- the server (check_server.cpp, rehearsal.cpp, check_load.cpp)
+// --- The server (check_server.cpp, rehearsal.cpp, check_load.cpp)
 
-std::string Today();  // YYYYMMDD
-
-// False when another run is at it, whose database this one would drop.
+// Logs in and looks at privileges, databases, tables and settings; tries the statements of the
+// definitions and a load from every folder. False, with nothing done, when another run is at work
+// on this server: the two would drop each other's scratch database.
 bool CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
                  Findings& findings);
 
-// A database for tries, made and dropped again, with an empty table "probe" to which was done what
-// a conversion does to a mem table.
+// A database in which statements are tried. It is made and becomes the current one, with an empty
+// table "probe", to which was done what a conversion does to a mem table; it is dropped at the end
+// of the scope.
 class ScratchDatabase {
  public:
   static constexpr char kName[] = "WLAN_midtablectl";
+
   explicit ScratchDatabase(Server& server);
   ~ScratchDatabase();
   ScratchDatabase(const ScratchDatabase&) = delete;
   ScratchDatabase& operator=(const ScratchDatabase&) = delete;
-  const std::string& error() const { return m_error; }  // empty: it is there, and in use
+
+  // The statement that failed and the server's words; empty when the database is there.
+  const std::string& error() const { return m_error; }
 
  private:
   Server& m_server;
   std::string m_error;
 };
 
-// Runs the definitions on empty tables in the scratch database.
+// Runs the statements of the definitions on empty tables in the scratch database.
 void RehearseDefinitions(Server& server, const DefinitionSet& definitions, Findings& findings);
-// Loads a one-line file from every folder of the spool.
+// Loads a one-line file from every folder of the spool into the table "probe".
 void ProbeLoads(Server& server, const Spool& spool, Findings& findings);
 
 }  // namespace ctl

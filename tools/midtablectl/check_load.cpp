@@ -1,7 +1,10 @@
-// A one-line file loaded from each folder of the spool, by the statement that the service uses, and
-// the real reason when that fails: the server blames secure_file_priv for a folder that is missing,
-// says "not found" for a wrong mode, and "access denied" for a missing privilege FILE. What the
-// conversion of a loaded table needs is tried before.
+// A one-line file loaded from each folder of the spool, by the statement that the service uses.
+//
+// A load goes through the server's eyes: its user, its settings, and what its unit hides from it.
+// The server's own words mislead: it blames secure_file_priv for a folder that it does not see,
+// says "not found" for a wrong mode, and "access denied" for a missing privilege FILE. So after a
+// failed load the modes and settings are looked at one by one, and the first that explains it is
+// reported.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,6 +16,7 @@
 #include "log/zux_center_log.h"
 #include "midtablectl/check.h"
 #include "midtablectl/path_access.h"
+#include "midtablectl/text.h"
 #include "support/file.h"
 #include "support/paths.h"
 
@@ -20,15 +24,18 @@ namespace ctl {
 
 namespace {
 
-// The user whom the server runs as, when it runs on this machine.
+// The user whom the server's process has. `is_here` tells whether the server was found on this
+// machine; else the result is a user who owns nothing, since a server elsewhere has no process
+// here.
 Identity ServerIdentity(Server& server, bool& is_here) {
-  std::string data = server.Variable("datadir");
+  const std::string data = server.Variable("datadir");
   std::string pid_file = server.Variable("pid_file");
   if (!pid_file.starts_with('/')) pid_file = data + pid_file;
   std::string pid;
   Identity identity = Identity::Nobody();
   is_here = ReadWhole(pid_file, pid) && Identity::OfProcess(std::atol(pid.c_str()), identity);
   if (is_here) return identity;
+  // Not everybody may read the number of the process; the owner of the data tells the user too.
   struct stat status {};
   is_here = !data.empty() && stat(data.c_str(), &status) == 0;
   if (is_here) return Identity::OfUser(status.st_uid);
@@ -37,14 +44,15 @@ Identity ServerIdentity(Server& server, bool& is_here) {
   return identity;
 }
 
+// A file with one row in a folder of the spool, which goes at the end of the scope.
 class ProbeFile {
  public:
-  // Its name has no ending ".dat", so the service never takes it.
+  // The name has no ending ".dat", so the service never takes the file.
   explicit ProbeFile(const std::string& folder)
       : m_path(folder + ".midtablectl-probe-" + std::to_string(getpid())) {
     const FileDescriptor file(
         open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
-    // The mode that the service gives a mem file, whatever the umask.
+    // The service gives a mem file the same mode before it is loaded, whatever the umask.
     if (!file || write(file.get(), "1\n", 2) != 2 || fchmod(file.get(), 0755) != 0) m_errno = errno;
     m_made = static_cast<bool>(file);
   }
@@ -55,7 +63,7 @@ class ProbeFile {
   ProbeFile& operator=(const ProbeFile&) = delete;
 
   const std::string& path() const { return m_path; }
-  int error() const { return m_errno; }
+  int error() const { return m_errno; }  // 0 when the file is there
 
  private:
   const std::string m_path;
@@ -63,39 +71,43 @@ class ProbeFile {
   int m_errno = 0;
 };
 
-class Prober {
+class LoadProbe {
  public:
-  Prober(Server& server, Findings& findings) : m_server(server), m_findings(findings) {
+  LoadProbe(Server& server, Findings& findings) : m_server(server), m_findings(findings) {
     m_identity = ServerIdentity(server, m_is_here);
   }
 
-  // False when the folders after this one would fail for the same reason.
-  bool Probe(const std::string& folder) {
+  // Loads a file from the folder. False when the loads from all other folders would fail for the
+  // same reason, so that there is no use in trying them.
+  bool Try(const std::string& folder) {
     const ProbeFile probe(folder);
     if (probe.error() != 0) {
-      m_findings.Warning(folder, 0,
-                         std::string("no probe file could be made, so no load was tried: ") +
-                             std::strerror(probe.error()),
-                         probe.error() == EACCES || probe.error() == EPERM
-                             ? "run check as the service's user or as root"
-                             : "mend that first: the service cannot work there either");
+      ReportNoFile(folder, probe.error());
       return true;
     }
-    std::string words =
-        m_server.Run("load data infile \"" + probe.path() + "\" ignore into table probe");
+    std::string words = m_server.Run(m_server.dialect().LoadStatement(probe.path(), "probe"));
     if (words.empty() && m_server.Value("select count(*) from probe") != "1") {
       words = "no row arrived";
     }
     if (!words.empty()) {
-      if (ExplainForAll(words)) return false;
-      Explain(folder, probe.path(), words);
+      if (ReportCommonReason(words)) return false;
+      ReportReason(folder, probe.path(), words);
     }
     return m_server.Run("truncate table probe").empty();
   }
 
  private:
-  // Reasons that no folder has a part in; false when it is none of them.
-  bool ExplainForAll(const std::string& words) {
+  void ReportNoFile(const std::string& folder, int error) {
+    const bool denied = error == EACCES || error == EPERM;
+    m_findings.Warning(
+        folder, 0,
+        std::string("no probe file could be made, so no load was tried: ") + std::strerror(error),
+        denied ? "run check as the service's user or as root"
+               : "mend that first: the service cannot work there either");
+  }
+
+  // Reports a reason that has nothing to do with the folder; false when the words tell of none.
+  bool ReportCommonReason(const std::string& words) {
     const bool denied = words.find("Access denied") != std::string::npos;
     if (!denied && words.find("SQL syntax") == std::string::npos) return false;
     m_findings.Error(
@@ -107,39 +119,38 @@ class Prober {
     return true;
   }
 
-  void Explain(const std::string& folder, const std::string& path, const std::string& words) {
-    const std::string said = "; the server's words: " + words;
+  // Reports what keeps the server from the file: a mode, a setting, another machine, or, where none
+  // of these is in the way, something that only the server sees.
+  void ReportReason(const std::string& folder, const std::string& path, const std::string& words) {
+    const auto report = [&](const std::string& reason, const std::string& fix) {
+      m_findings.Error(folder, 0, "no load" + reason + "; the server's words: " + words, fix);
+    };
     const std::string obstacle = Obstacle(path, m_identity);
     if (!obstacle.empty()) {
-      m_findings.Error(folder, 0, "no load: " + obstacle + said,
-                       "give each folder on the way the mode o+x (chmod o+x), or let the server's "
-                       "user into its group");
-      return;
+      return report(": " + obstacle,
+                    "give each folder on the way the mode o+x (chmod o+x), or let the server's "
+                    "user into its group");
     }
     const std::string allowed = AllowedFolder();
     if (!path.starts_with(allowed)) {
-      m_findings.Error(folder, 0, "no load: secure_file_priv is " + allowed + said,
-                       "set secure_file_priv in the server's configuration to \"\" or to " +
-                           std::string(paths::kSpool) + ", restart the server");
-    } else if (!m_is_here) {
-      m_findings.Error(folder, 0,
-                       "no load, and the server's data folder is not on this machine" + said,
-                       "the server must run on this machine, or see the spool under the same path");
-    } else {
-      m_findings.Error(
-          folder, 0,
-          "no load, although modes and settings allow it: something hides the folder "
-          "from the server" +
-              said,
-          "look at ProtectHome, ProtectSystem, InaccessiblePaths and TemporaryFileSystem "
-          "of the server's unit, at AppArmor, and whether it runs in a container");
+      return report(": secure_file_priv is " + allowed,
+                    "set secure_file_priv in the server's configuration to \"\" or to " +
+                        std::string(paths::kSpool) + ", restart the server");
     }
+    if (!m_is_here) {
+      return report(", and the server's data folder is not on this machine",
+                    "the server must run on this machine, or see the spool under the same path");
+    }
+    report(", although modes and settings allow it: something hides the folder from the server",
+           "look at ProtectHome, ProtectSystem, InaccessiblePaths and TemporaryFileSystem "
+           "of the server's unit, at AppArmor, and whether it runs in a container");
   }
 
-  // The folder that secure_file_priv names; NULL where that forbids all, empty where it allows all.
+  // The folder that secure_file_priv names. "NULL", where that forbids every load, is the beginning
+  // of no path; the empty text, where every folder is allowed, is that of each.
   std::string AllowedFolder() {
     const std::string allowed = m_server.Variable("secure_file_priv");
-    // MariaDB shows one that is not set as NULL.
+    // MySQL means by NULL that nothing is allowed. MariaDB shows NULL where nothing is set.
     const bool is_mariadb = m_server.Variable("version").find("MariaDB") != std::string::npos;
     return is_mariadb && allowed == "NULL" ? std::string() : allowed;
   }
@@ -153,11 +164,12 @@ class Prober {
 }  // namespace
 
 void ProbeLoads(Server& server, const Spool& spool, Findings& findings) {
-  Prober prober(server, findings);
+  LoadProbe probe(server, findings);
   for (const DatabaseFolder& folder : spool.folders) {
-    if (folder.error == 0 && !prober.Probe(folder.Path())) return;
+    if (folder.error == 0 && !probe.Try(folder.Path())) return;
   }
-  if (spool.folders.empty() && spool.error == 0) prober.Probe(paths::kSpool);
+  // Before the first producer has made its folder, the spool itself tells most of it.
+  if (spool.folders.empty() && spool.error == 0) probe.Try(paths::kSpool);
 }
 
 }  // namespace ctl

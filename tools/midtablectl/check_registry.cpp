@@ -1,4 +1,6 @@
-// localtour.csv and devstate.ini.
+// The two files that the registry watches: localtour.csv with the local number blocks, devstate.ini
+// with the city of each device. The service takes what it can use of them and is silent about the
+// rest, so here every row and line is looked at.
 
 #include <sys/stat.h>
 
@@ -9,18 +11,18 @@
 
 #include "config/CSVParser.h"
 #include "config/TextEncoding.h"
-#include "midtable/mem_file_name.h"
+#include "localuser/tourlocaluser.h"
 #include "midtablectl/check.h"
+#include "midtablectl/text.h"
 #include "support/RwIni.h"
+#include "support/byte_order_mark.h"
 #include "support/trim.h"
 
 namespace ctl {
 
 namespace {
 
-constexpr std::size_t kBlockDigits = 7;
-
-// The content of a regular file; otherwise a finding that says what follows from it.
+// Reads a regular file. False after a finding, which names the `effect` that this has.
 bool ReadSource(const std::string& path, const std::string& effect, const std::string& fix,
                 std::string& content, Findings& findings) {
   struct stat status {};
@@ -35,6 +37,7 @@ bool ReadSource(const std::string& path, const std::string& effect, const std::s
   return false;
 }
 
+// Whether the line can be read in one of the two encodings that the service knows.
 bool IsText(std::string_view line) {
   if (IsAscii(line)) return true;
   const std::string text(line);
@@ -45,18 +48,11 @@ bool IsText(std::string_view line) {
                        local_encoding, "utf-8") == 0;
 }
 
-// Whether a user code can stand for numbers of this block.
-bool IsUsable(std::string_view block) {
-  static const std::set<std::string_view> kBeginnings = {"13", "14", "15", "18"};
-  return IsNumber(block) && block.size() == kBlockDigits &&
-         kBeginnings.count(block.substr(0, 2)) != 0;
-}
-
-// One row of localtour.csv, by its first column.
+// One row of localtour.csv, by its first column. The first row may be a heading.
 void CheckBlock(const std::string& path, long number, const std::string& block,
                 Findings& findings) {
-  if (IsUsable(block)) return;
-  if (IsNumber(block) && block.size() == kBlockDigits) {
+  if (TourLocalUser::CanHoldUsers(block)) return;
+  if (BlockSet::IsBlock(block)) {
     findings.Warning(path, number, "no user code stands for a number of block " + block,
                      "blocks begin with 13, 14, 15 or 18: correct or remove the row");
   } else if (std::string_view(block).starts_with(kByteOrderMark)) {
@@ -68,14 +64,16 @@ void CheckBlock(const std::string& path, long number, const std::string& block,
   }
 }
 
-// A column may hold line ends; one whose quote was forgotten holds the rows behind it.
+// A quoted column may hold line ends. Where its closing quote was forgotten, it holds the rows
+// behind it: then some of its lines begin like rows, with a number block.
 void CheckQuote(const std::string& path, long number, const std::string& column,
                 Findings& findings) {
   const std::vector<std::string_view> lines = Lines(column);
   if (lines.size() < 2) return;
   const auto rows = std::count_if(lines.begin() + 1, lines.end(), [](std::string_view line) {
     const std::string_view row = Trim(line);
-    return IsUsable(row.substr(0, kBlockDigits)) && !IsNumber(row.substr(0, kBlockDigits + 1));
+    const bool goes_on = IsNumber(row.substr(0, BlockSet::kDigits + 1));
+    return TourLocalUser::CanHoldUsers(row.substr(0, BlockSet::kDigits)) && !goes_on;
   });
   if (rows == 0) return;
   findings.Error(path, number,
@@ -84,19 +82,21 @@ void CheckQuote(const std::string& path, long number, const std::string& column,
                  "close the quote behind its column");
 }
 
-// The rows as the service reads them; how many blocks they have that can be used.
+// Looks at the rows as the service reads them. `lines` are those of the file: a row may take
+// several, and the parser passes over blank ones. The number of blocks that can be used is the
+// result.
 std::size_t CheckRows(const std::string& path, const std::vector<std::string_view>& lines,
                       Findings& findings) {
   CSVParser rows;
   rows.init(path);
   std::size_t blocks = 0;
-  std::size_t passed = 0;  // lines
+  std::size_t passed = 0;  // lines before the row
   while (rows.has_more_rows() && rows.get_next_row() >= 1) {
     while (passed < lines.size() && lines[passed].find_first_not_of(" \t") == std::string::npos) {
       ++passed;
     }
     const std::string block = rows.get_column_by_id(0);
-    if (IsUsable(block)) ++blocks;
+    if (TourLocalUser::CanHoldUsers(block)) ++blocks;
     CheckBlock(path, static_cast<long>(passed + 1), block, findings);
     for (int i = 0; i < rows.get_column_size(); ++i) {
       const std::string column = rows.get_column_by_id(static_cast<unsigned int>(i));
@@ -110,6 +110,27 @@ std::size_t CheckRows(const std::string& path, const std::vector<std::string_vie
                    "mend that line: the blocks behind it are missing");
   }
   return blocks;
+}
+
+// Loads the device states, with a finding for each line that does not count. The result has the
+// line on which each section begins.
+std::map<std::string, long> LoadDevices(const std::string& path, CRwIni& ini, Findings& findings) {
+  std::map<std::string, long> lines;
+  ini.Load(path.c_str(), [&](long number, IniLine kind, const std::string& section) {
+    if (kind == IniLine::kSection) lines.emplace(section, number);
+    if (kind == IniLine::kKnownSection) {
+      findings.Warning(path, number, "section " + section + " again", "join them");
+    } else if (kind == IniLine::kPassedOver) {
+      findings.Warning(path, number, "this line is passed over",
+                       "write [section], key = value below it, or ; and a comment");
+    }
+  });
+  return lines;
+}
+
+bool HasFolder(const Spool& spool, const std::string& id) {
+  return std::any_of(spool.folders.begin(), spool.folders.end(),
+                     [&id](const DatabaseFolder& folder) { return folder.id == id; });
 }
 
 }  // namespace
@@ -138,51 +159,37 @@ void CheckNumberBlocks(const std::string& path, Findings& findings) {
   }
 }
 
-void CheckDeviceStates(const std::string& path, const Spool& spool, bool oracle,
+void CheckDeviceStates(const std::string& path, const Spool& spool, const Dialect& dialect,
                        Findings& findings) {
   std::string content;
   if (!ReadSource(path, "an error line in the run log every 10 seconds",
                   "put it there, one section a device, with its city", content, findings)) {
     return;
   }
-  std::map<std::string, long> lines;
-  long number = 0;
-  for (const std::string_view line : Lines(content)) {
-    ++number;
-    std::string_view text = Trim(line);
-    if (number == 1 && text.starts_with(kByteOrderMark)) text.remove_prefix(3);
-    if (text.empty() || text[0] == ';' || text[0] == '#') continue;
-    const std::size_t end = text.find(']');
-    if (text[0] == '[' && end != std::string_view::npos) {
-      const auto [first, is_new] = lines.emplace(Trim(text.substr(1, end - 1)), number);
-      if (!is_new)
-        findings.Warning(path, number, "section " + first->first + " again", "join them");
-    } else if (text[0] == '[' || text.find('=') == std::string_view::npos || lines.empty()) {
-      findings.Warning(path, number, "this line is passed over",
-                       "write [section], key = value below it, or ; and a comment");
-    }
-  }
-  CRwIni ini(path.c_str());
-  for (const std::string& section : ini.GetSections()) {
-    const long line = lines[section];
+  // The conversions into year tables are those that may be given a city.
+  const bool needs_cities = dialect.TakesCity(Period::kYear);
+  CRwIni ini(nullptr);
+  const std::map<std::string, long> lines = LoadDevices(path, ini, findings);
+  for (const auto& section : ini.GetSections()) {
+    const long line = lines.at(section);
     if (ini.GetString(section.c_str(), "city", nullptr, 0, nullptr).empty()) {
-      findings.Add(oracle, path, line, "section " + section + " has no city",
+      findings.Add(needs_cities, path, line, "section " + section + " has no city",
                    "add city = NAME, as the report side has it");
     }
-    const auto is_it = [&section](const DatabaseFolder& folder) { return folder.id == section; };
-    if (std::none_of(spool.folders.begin(), spool.folders.end(), is_it)) {
+    if (!HasFolder(spool, section)) {
       findings.Warning(path, line, "section " + section + " has no folder in the spool",
                        "name sections like the spool's folders, 8 hexadecimal digits; remove those "
                        "of devices that are gone");
     }
   }
   for (const DatabaseFolder& folder : spool.folders) {
-    if (!oracle || lines.count(folder.id) != 0) continue;
+    if (!needs_cities || lines.count(folder.id) != 0) continue;
     findings.Error(path, 0, "has no section " + folder.id + ": its rows get the city value 0",
                    "add the section, with its city");
   }
   if (ini.GetSections().empty()) {
-    findings.Add(oracle, path, 0, "has no section", "write one section a device, with its city");
+    findings.Add(needs_cities, path, 0, "has no section",
+                 "write one section a device, with its city");
   }
 }
 

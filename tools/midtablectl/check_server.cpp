@@ -1,22 +1,24 @@
-// The database server: login, privileges, databases, year tables, settings that alter rows.
+// The database server: login, privileges, databases, year tables, and settings that alter rows.
 
 #include <algorithm>
-#include <ctime>
 
 #include "db/SqlFactory.h"
+#include "localuser/tourlocaluser.h"
 #include "log/zux_center_log.h"
-#include "midtable/mem_file_name.h"
 #include "midtablectl/advice.h"
 #include "midtablectl/check.h"
+#include "midtablectl/local_time.h"
+#include "midtablectl/text.h"
+#include "spool/mem_file.h"
+#include "support/names.h"
 
 namespace ctl {
 
 namespace {
 
 constexpr char kWhere[] = "server";
-constexpr char kConfiguration[] = "vqcfg";
 
-bool Has(Server& server, const std::string& database, const std::string& table) {
+bool HasTable(Server& server, const std::string& database, const std::string& table) {
   return !server
               .Value("select 1 from information_schema.tables where table_schema = '" + database +
                      "' and table_name = '" + table + "'")
@@ -29,24 +31,27 @@ bool HasDatabase(Server& server, const std::string& name) {
               .empty();
 }
 
-void CheckConfiguration(Server& server, Findings& findings) {
-  const std::string words = server.Run(std::string("select crc, name from ") + kConfiguration +
-                                       ".EnterpriseUser limit 0");
+// The table of enterprise users, by the query that the registry puts every ten seconds.
+void CheckEnterpriseUsers(Server& server, Findings& findings) {
+  const std::string prefix = std::string(DBNAME) + ".";
+  const std::string words = server.Run(TourLocalUser::EnterpriseUserQuery(prefix) + " limit 0");
   if (words.empty()) return;
-  findings.Error(
-      kWhere, 0,
-      "vqcfg.EnterpriseUser cannot be read (" + words + "); two error lines every 10 seconds",
-      std::string(HasDatabase(server, kConfiguration)
-                      ? "create the table as in the sample setup.sql"
-                      : "create database and table as in the sample setup.sql") +
-          ", or: grant select on vqcfg.* to " + server.user());
+  findings.Error(kWhere, 0,
+                 prefix + kEnterpriseUserTable + " cannot be read (" + words +
+                     "); two error lines every 10 seconds",
+                 std::string(HasDatabase(server, DBNAME)
+                                 ? "create the table as in the sample setup.sql"
+                                 : "create database and table as in the sample setup.sql") +
+                     ", or: grant select on " + prefix + "* to " + server.user());
 }
 
+// The database in which the service looks for month tables. It is needed although nothing is in it.
 void CheckMonthDatabase(Server& server, const DefinitionSet& definitions, Findings& findings) {
   const auto is_month = [](const MidDefinition& mid) { return mid.period == Period::kMonth; };
   if (std::none_of(definitions.mid.begin(), definitions.mid.end(), is_month)) return;
   const std::string name = kMonthTableDatabase;
-  const std::string words = server.Run("show tables from " + name + " like 'x'");
+  // The service's own question with a name that no table has.
+  const std::string words = server.Run(server.dialect().TableQuery("x", name));
   if (words.empty()) return;
   findings.Error(kWhere, 0,
                  name + " cannot be looked at (" + words +
@@ -54,43 +59,49 @@ void CheckMonthDatabase(Server& server, const DefinitionSet& definitions, Findin
                  "create database " + name + "; it stays empty");
 }
 
-// Years that the conversions of `folder` need: this one, and those of files that wait.
+// The years whose tables the conversions of a kind need: this year, and those of files that wait.
 std::set<std::string> YearsOf(const DatabaseFolder& folder, const std::string& kind) {
   std::set<std::string> years = {Today().substr(0, 4)};
-  for (const SpoolEntry& file : folder.files) {
-    const std::string table = MemFileTable(file.name);
-    if (file.state != FileState::kWaiting || !table.ends_with(kind)) continue;
-    const std::string year = TextAt(table, 4, 4);
+  for (const SpoolEntry& entry : folder.files) {
+    const MemFile file = MemFile::Parse(entry.name);
+    if (entry.state != FileState::kWaiting || file.Kind() != kind) continue;
+    const std::string year = TextAt(file.Date(), 0, 4);
     if (IsNumber(year)) years.insert(year);
   }
   return years;
 }
 
+// The tables of one definition in one database. The service makes no year tables, so one that is
+// missing stops the conversion of the whole mem table.
+void CheckYearTablesOf(Server& server, const DatabaseFolder& folder, const MidDefinition& mid,
+                       Findings& findings) {
+  for (const std::string& year : YearsOf(folder, mid.kind)) {
+    const std::string table = mid.NameAt(year);
+    if (HasTable(server, folder.Database(), table)) continue;
+    findings.Error(kWhere, 0,
+                   "year table " + folder.Database() + "." + table + " is missing: rows of kind " +
+                       mid.kind + " stay in their mem tables",
+                   "create the year tables, see the sample year_tables.sql");
+  }
+  const int next_year = std::atoi(Today().substr(0, 4).c_str()) + 1;
+  const std::string next = mid.NameAt(std::to_string(next_year));
+  if (HasTable(server, folder.Database(), next)) return;
+  findings.Warning(kWhere, 0, "year table " + folder.Database() + "." + next + " is not there yet",
+                   "create next year's tables before January, see the sample year_tables.sql");
+}
+
 void CheckYearTables(Server& server, const Spool& spool, const DefinitionSet& definitions,
                      Findings& findings) {
-  const int next_year = std::atoi(Today().substr(0, 4).c_str()) + 1;
   for (const DatabaseFolder& folder : spool.folders) {
     if (folder.error != 0) continue;
     for (const MidDefinition& mid : definitions.mid) {
       if (mid.period != Period::kYear || !mid.has_table) continue;
-      for (const std::string& year : YearsOf(folder, mid.kind)) {
-        const std::string table = mid.NameAt(year);
-        if (Has(server, folder.Database(), table)) continue;
-        findings.Error(kWhere, 0,
-                       "year table " + folder.Database() + "." + table +
-                           " is missing: rows of kind " + mid.kind + " stay in their mem tables",
-                       "create the year tables, see the sample year_tables.sql");
-      }
-      const std::string next = mid.NameAt(std::to_string(next_year));
-      if (Has(server, folder.Database(), next)) continue;
-      findings.Warning(kWhere, 0,
-                       "year table " + folder.Database() + "." + next + " is not there yet",
-                       "create next year's tables before January, see the sample year_tables.sql");
+      CheckYearTablesOf(server, folder, mid, findings);
     }
   }
 }
 
-void CheckModes(Server& server, Findings& findings) {
+void CheckSqlMode(Server& server, Findings& findings) {
   const std::string mode = server.Variable("sql_mode");
   if (mode.find("STRICT_") == std::string::npos) {
     findings.Warning(kWhere, 0,
@@ -99,48 +110,79 @@ void CheckModes(Server& server, Findings& findings) {
                          "without a word",
                      "add STRICT_TRANS_TABLES to sql_mode");
   }
+  // The load statement has the path of the file in double quotes, which would name a column then.
   if (mode.find("ANSI_QUOTES") != std::string::npos) {
     findings.Error(kWhere, 0, "sql_mode has ANSI_QUOTES: every load statement fails",
                    "take ANSI_QUOTES out of sql_mode");
   }
 }
 
-std::string Connect(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings) {
-  if (sql.connectDB() == 0) return {};
-  std::string words = ServerWords(sql.getLastError());
-  std::string login = "no login as " + auth.user;
-  std::string advice = ServerAdvice(words);
-  if (IsOracle(auth)) {
-    login += " through ODBC";
-    advice = "see oracle.md: package midtable-oracle, driver and data source in odbc.ini, password";
-  } else {
-    login += " at " + auth.host + " port " + std::to_string(auth.port);
-    constexpr std::string_view kDenied = "Access denied for user ";
+// What to do about a login that MySQL refused with `words`.
+std::string LoginAdvice(const std::string& words, const MYSQLAUTH& auth) {
+  constexpr std::string_view kDenied = "Access denied for user ";
+  if (words.starts_with(kDenied)) {
+    // With the right password, a user without any privilege on the database is refused too. The
+    // server then names both: "... for user 'u'@'h' to database 'd'".
     const std::size_t database = words.find(" to database ");
-    if (words.starts_with(kDenied) && database != std::string::npos) {
-      const std::string user = words.substr(kDenied.size(), database - kDenied.size());
-      advice = "grant select on " + auth.dbname + ".* to " + user;
-    } else if (words.starts_with(kDenied)) {
-      advice = "mend user and password of the settings, or make that user on the server";
-    } else if (advice.empty()) {
-      advice = "mend host, port, user, password and dbname0 of the settings";
+    if (database == std::string::npos) {
+      return "mend user and password of the settings, or make that user on the server";
     }
+    const std::string user = words.substr(kDenied.size(), database - kDenied.size());
+    return "grant select on " + auth.dbname + ".* to " + user;
   }
-  findings.Error(kWhere, 0, login + ": " + words, advice);
-  return words;
+  const std::string advice = ServerAdvice(words);
+  return advice.empty() ? "mend host, port, user, password and dbname0 of the settings" : advice;
+}
+
+// Logs in as the service does. False after a finding.
+bool Connect(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings) {
+  if (sql.connectDB() == 0) return true;
+  const std::string words = ServerWords(sql.getLastError());
+  const std::string login = "no login as " + auth.user;
+  if (IsOracle(auth)) {
+    findings.Error(kWhere, 0, login + " through ODBC: " + words,
+                   "see oracle.md: driver and data source in odbc.ini, password");
+  } else {
+    findings.Error(kWhere, 0,
+                   login + " at " + auth.host + " port " + std::to_string(auth.port) + ": " + words,
+                   LoginAdvice(words, auth));
+  }
+  return false;
+}
+
+// The account that the server takes this user for, as it stands in "grant ... to": a user 'x' who
+// comes from anywhere is x@'%'.
+std::string Account(Server& server) {
+  std::string user = server.Value("select current_user()");
+  const std::size_t at = user.find('@');
+  if (at == std::string::npos) return user;
+  return user.substr(0, at) + "@'" + user.substr(at + 1) + "'";
+}
+
+// Tries definitions and loads in a database of their own.
+void TryStatements(Server& server, const Spool& spool, const DefinitionSet& definitions,
+                   Findings& findings) {
+  const ScratchDatabase scratch(server);
+  if (scratch.error().empty()) {
+    RehearseDefinitions(server, definitions, findings);
+    ProbeLoads(server, spool, findings);
+    return;
+  }
+  std::string advice = ServerAdvice(scratch.error());
+  if (advice.empty()) advice = "see the server's error log";
+  if (scratch.error().find("denied") != std::string::npos) {
+    advice = "grant select, insert, update, create, drop on `" + DatabasePattern() + "`.* to " +
+             server.user();
+  }
+  findings.Error(kWhere, 0, scratch.error() + "; definitions and loads were not tried", advice);
 }
 
 }  // namespace
 
-std::string Today() {
-  const std::tm local = LocalTime(std::time(nullptr));
-  return Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
-}
-
 ScratchDatabase::ScratchDatabase(Server& server) : m_server(server) {
   const std::string name = kName;
-  // One that a run left behind that was ended half-way is nobody else's. Who may not drop it makes
-  // none.
+  // A run that was ended half-way may have left the database behind. It is dropped first, also as a
+  // test: who may not drop it must not make it.
   for (const std::string& step :
        {"drop database if exists " + name, "create database " + name, "use " + name,
         std::string("create table probe (n int primary key) engine = InnoDB"),
@@ -160,32 +202,19 @@ ScratchDatabase::~ScratchDatabase() {
 
 bool CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
                  Findings& findings) {
+  // A port that is missing was reported with the settings.
   if (LacksPort(auth)) return true;
   const std::unique_ptr<CSqlBase> sql = CreateSqlBase(auth);
-  if (!Connect(*sql, auth, findings).empty() || IsOracle(auth)) return true;
-  std::string user = Server(*sql).Value("select current_user()");
-  const std::size_t at = user.find('@');
-  if (at != std::string::npos) user = user.substr(0, at) + "@'" + user.substr(at + 1) + "'";
-  Server server(*sql, user);
-  // Held until the connection ends: two runs would drop each other's database.
+  const Dialect& dialect = Dialect::Of(auth);
+  // Of an Oracle server only the login is tried: none was at hand to try more on.
+  if (!Connect(*sql, auth, findings) || !dialect.HasMysqlSyntax()) return true;
+  Server anonymous(*sql, dialect);
+  Server server(*sql, dialect, Account(anonymous));
+  // Held until the connection ends.
   if (server.Value("select get_lock('midtablectl', 0)") == "0") return false;
-  CheckModes(server, findings);
-  CheckConfiguration(server, findings);
-  {
-    const ScratchDatabase scratch(server);
-    if (scratch.error().empty()) {
-      RehearseDefinitions(server, definitions, findings);
-      ProbeLoads(server, spool, findings);
-    } else {
-      const bool denied = scratch.error().find("denied") != std::string::npos;
-      const std::string advice = ServerAdvice(scratch.error());
-      findings.Error(kWhere, 0, scratch.error() + "; definitions and loads were not tried",
-                     denied
-                         ? "grant select, insert, update, create, drop on `WLAN\\_%`.* to " + user
-                     : advice.empty() ? "see the server's error log"
-                                      : advice);
-    }
-  }
+  CheckSqlMode(server, findings);
+  CheckEnterpriseUsers(server, findings);
+  TryStatements(server, spool, definitions, findings);
   CheckMonthDatabase(server, definitions, findings);
   CheckYearTables(server, spool, definitions, findings);
   return true;

@@ -1,4 +1,5 @@
-// The settings file, line by line as the service reads it.
+// The settings file, line by line as the service reads it. The service takes a value or does not;
+// an operator wants to know why a line that looks right has no effect.
 
 #include <sys/stat.h>
 
@@ -10,19 +11,26 @@
 #include <utility>
 
 #include "log/zux_center_log.h"
-#include "midtable/mem_file_name.h"
 #include "midtablectl/check.h"
+#include "midtablectl/text.h"
+#include "support/byte_order_mark.h"
+#include "support/names.h"
 #include "support/trim.h"
 
 namespace ctl {
 
 namespace {
 
+// The keys that the service reads. The file may have others, for other readers.
 const std::set<std::string> kKeys = {"host",   "port",         "user",     "password", "dbname0",
                                      "dbtype", "set_password", "filepath", "dbcount"};
 
-// How many letters to put in, take out or replace make one text the other.
-std::size_t Distance(const std::string& a, const std::string& b) {
+// Keys that differ by more letters than this are taken for different words.
+constexpr std::size_t kMostTypingErrors = 2;
+
+// How many letters have to be put in, taken out or replaced to make one text the other. This is the
+// usual table of distances between the beginnings of both, of which one row is kept.
+std::size_t EditDistance(const std::string& a, const std::string& b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), 0U);
   for (std::size_t i = 0; i < a.size(); ++i) {
@@ -36,6 +44,7 @@ std::size_t Distance(const std::string& a, const std::string& b) {
   return row.back();
 }
 
+// Looks at the lines of the file and remembers where each key stands.
 class SettingsLines {
  public:
   SettingsLines(const std::string& path, Findings& findings) : m_path(path), m_findings(findings) {}
@@ -58,6 +67,7 @@ class SettingsLines {
     CheckSpelling();
   }
   bool Has(const std::string& key) const { return m_first.count(key) != 0; }
+  // The line of the key that counts; 0 when the file has none.
   long LineOf(const std::string& key) const {
     const auto entry = m_first.find(key);
     return entry == m_first.end() ? 0 : entry->second;
@@ -93,8 +103,8 @@ class SettingsLines {
     }
   }
 
-  // Keys that are not read, each beside the one that it may stand for. Other readers have keys of
-  // their own, so only those that are missing are looked at.
+  // Looks for keys that are not read and look like one that is missing. A key that is spelled
+  // almost like another one, which is there too, belongs to some other reader of the file.
   void CheckSpelling() {
     for (const auto& [key, line] : m_first) {
       if (key.starts_with(kByteOrderMark) && kKeys.count(key.substr(3)) != 0) {
@@ -103,7 +113,7 @@ class SettingsLines {
       }
       if (kKeys.count(Lower(key)) != 0) continue;
       for (const std::string& known : kKeys) {
-        if (Has(known) || Distance(key, known) > 2) continue;
+        if (Has(known) || EditDistance(key, known) > kMostTypingErrors) continue;
         m_findings.Warning(
             m_path, line,
             Format("key \"%s\" is not read, and there is no %s", key.c_str(), known.c_str()),
@@ -114,9 +124,10 @@ class SettingsLines {
 
   const std::string& m_path;
   Findings& m_findings;
-  std::map<std::string, long> m_first;
+  std::map<std::string, long> m_first;  // keys, and the first line of each: that one counts
 };
 
+// The file has a password in it.
 void CheckMode(const std::string& path, Findings& findings) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0 || (status.st_mode & (S_IROTH | S_IWOTH)) == 0) return;
@@ -128,34 +139,35 @@ void CheckMode(const std::string& path, Findings& findings) {
   }
 }
 
-void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsLines& lines,
-                 Findings& findings) {
+void CheckType(const std::string& path, const MYSQLAUTH& auth, long line, Findings& findings) {
   const std::string type = Lower(auth.dbtype);
-  const long type_line = lines.LineOf("dbtype");
   if (auth.dbtype != type && (type == "oracle" || type == "oci8")) {
-    findings.Error(path, type_line, "dbtype \"" + auth.dbtype + "\" selects MySQL, not Oracle",
+    findings.Error(path, line, "dbtype \"" + auth.dbtype + "\" selects MySQL, not Oracle",
                    "write " + type + " in small letters");
   } else if (auth.dbtype != "mysql" && !IsOracle(auth)) {
-    findings.Warning(path, type_line,
+    findings.Warning(path, line,
                      "dbtype \"" + auth.dbtype +
                          "\" is not known: it works as MySQL, but changes of enterprise users are "
                          "seen only when their number changes",
                      "write dbtype=mysql, or oracle");
   }
-  if (auth.user.empty()) findings.Error(path, lines.LineOf("user"), "no user", "add user=...");
-  if (!lines.Has("password")) findings.Warning(path, 0, "no password", "add password=...");
-  if (IsOracle(auth)) {
-    if (!IsSafePassword(auth.new_user_password)) {
-      findings.Error(path, lines.LineOf("set_password"),
-                     "set_password is refused: the users of the databases cannot be made",
-                     "letters, digits, _, $ and # alone, or others in double quotes");
-    } else if (auth.new_user_password.empty()) {
-      findings.Error(path, lines.LineOf("set_password"),
-                     "no set_password: the users of the databases cannot be made",
-                     "add set_password=...");
-    }
-    return;
+}
+
+// On Oracle a database is a user, and all that the service makes get one password.
+void CheckNewUserPassword(const std::string& path, const MYSQLAUTH& auth, long line,
+                          Findings& findings) {
+  if (!IsSafePassword(auth.new_user_password)) {
+    findings.Error(path, line, "set_password is refused: the users of the databases cannot be made",
+                   "letters, digits, _, $ and # alone, or others in double quotes");
+  } else if (auth.new_user_password.empty()) {
+    findings.Error(path, line, "no set_password: the users of the databases cannot be made",
+                   "add set_password=...");
   }
+}
+
+// What a connection to MySQL needs. On Oracle the data source of ODBC names the server.
+void CheckAddress(const std::string& path, const MYSQLAUTH& auth, const SettingsLines& lines,
+                  Findings& findings) {
   if (auth.host.empty()) {
     findings.Warning(path, lines.LineOf("host"),
                      "no host: the client library takes its local socket", "add host=127.0.0.1");
@@ -170,9 +182,22 @@ void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsL
   }
 }
 
+void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsLines& lines,
+                 Findings& findings) {
+  CheckType(path, auth, lines.LineOf("dbtype"), findings);
+  if (auth.user.empty()) findings.Error(path, lines.LineOf("user"), "no user", "add user=...");
+  if (!lines.Has("password")) findings.Warning(path, 0, "no password", "add password=...");
+  if (IsOracle(auth)) {
+    CheckNewUserPassword(path, auth, lines.LineOf("set_password"), findings);
+  } else {
+    CheckAddress(path, auth, lines, findings);
+  }
+}
+
 }  // namespace
 
 bool LacksPort(const MYSQLAUTH& auth) {
+  // The client library takes these two for its local socket.
   const bool socket = auth.host.empty() || auth.host == "localhost";
   return !IsOracle(auth) && !socket && (auth.port < 1 || auth.port > 65535);
 }
@@ -190,8 +215,10 @@ std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findin
   CheckMode(path, findings);
   SettingsLines lines(path, findings);
   lines.Check(content);
+  // The service's own reader has the last word.
   CDBInfo settings(path.c_str());
   if (!settings.readConfig()) {
+    // Of any other file a line was named that refuses it.
     if (Trim(content).empty()) {
       findings.Error(path, 0, "is empty; the service ends at once with status 1",
                      "copy the sample dbinfo.conf there and put your server in");

@@ -1,4 +1,5 @@
-// The folders of mem files and of the run log.
+// The folders of mem files and of the run log: whether there is room, and which of the files that
+// wait will fail or are never taken.
 
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -8,17 +9,22 @@
 #include <cstring>
 
 #include "log/zux_center_log.h"
-#include "midtable/mem_file_name.h"
 #include "midtablectl/check.h"
+#include "midtablectl/text.h"
+#include "spool/mem_file.h"
 #include "support/paths.h"
+#include "tables/loader_templates.h"
 
 namespace ctl {
 
 namespace {
 
+// Less room than this may be gone within the hour: a load takes space for the file, for its copy,
+// and for what the server writes.
 constexpr std::uint64_t kScarceBytes = 100ULL << 20;
 
 void CheckRoom(const std::string& folder, Findings& findings) {
+  // A folder that is not there gets a finding of its own.
   struct statvfs room {};
   if (statvfs(folder.c_str(), &room) != 0) return;
   const std::uint64_t free = static_cast<std::uint64_t>(room.f_bavail) * room.f_frsize;
@@ -32,13 +38,14 @@ void CheckRoom(const std::string& folder, Findings& findings) {
   }
 }
 
+// The check of one database's folder.
 class FolderChecker {
  public:
-  FolderChecker(const DatabaseFolder& folder, const std::set<std::string>& kinds, bool oracle,
-                Findings& findings)
-      : m_folder(folder), m_kinds(kinds), m_oracle(oracle), m_findings(findings) {}
+  FolderChecker(const DatabaseFolder& folder, const std::set<std::string>& kinds,
+                const Dialect& dialect, Findings& findings)
+      : m_folder(folder), m_kinds(kinds), m_dialect(dialect), m_findings(findings) {}
 
-  void Check() {
+  void Run() {
     if (m_folder.error != 0) {
       m_findings.Error(m_folder.Path(), 0,
                        std::string("cannot be listed: ") + std::strerror(m_folder.error),
@@ -49,66 +56,74 @@ class FolderChecker {
       m_findings.Warning(m_folder.Path(), 0, "this user cannot rename files in it",
                          "run check as the service's user; if it is that user, chown the folder");
     }
-    for (const SpoolEntry& file : m_folder.files) CheckFile(file);
+    for (const SpoolEntry& file : m_folder.files) {
+      if (file.state == FileState::kOther) CheckStranger(file);
+      if (file.state == FileState::kWaiting) CheckWaiting(file);
+    }
   }
 
  private:
-  void CheckFile(const SpoolEntry& file) {
-    const std::string path = m_folder.Path() + file.name;
-    if (file.state == FileState::kOther) {
-      const char* const fault = MemFileNameFault(file.name);
-      if (fault != nullptr && Lower(file.name).ends_with(".dat")) {
-        m_findings.Warning(path, 0, std::string("is never taken: ") + fault,
-                           "rename it: id-table-YYYYMMDD-HHMMSS.dat, see mem-file.md");
-      }
-    }
-    if (file.state != FileState::kWaiting) return;
+  // A file that nobody takes. Only what looks like a mem file with a wrong name deserves a line.
+  void CheckStranger(const SpoolEntry& file) {
+    const char* const fault = MemFileNameFault(file.name);
+    if (fault == nullptr || !Lower(file.name).ends_with(".dat")) return;
+    m_findings.Warning(m_folder.Path() + file.name, 0, std::string("is never taken: ") + fault,
+                       "rename it: id-table-YYYYMMDD-HHMMSS.dat, see mem-file.md");
+  }
+
+  // A file that waits: whether the service will refuse it, in the order of the service's own tests.
+  void CheckWaiting(const SpoolEntry& entry) {
+    const MemFile file = MemFile::Parse(m_folder.Path() + entry.name);
     const auto fails = [&](const std::string& what, const std::string& fix) {
-      m_findings.Error(path, 0, what + "; it will become .err", fix);
+      m_findings.Error(file.path, 0, what + "; it will become .err", fix);
     };
-    const std::string table = MemFileTable(path);
-    if (!file.IsRegular()) return fails("is no regular file", "find out who made it; remove it");
-    if (table.empty()) return fails("has no usable table in its name", "rename it");
-    if (!IsSafePath(path) || !IsSafeIdentifier(table) || !IsSafeIdentifier(MemFileDatabase(path))) {
+    if (!entry.IsRegular()) return fails("is no regular file", "find out who made it; remove it");
+    const NameRefusal refusal = file.Refusal();
+    if (refusal == NameRefusal::kNoTable) {
+      return fails("has no usable table in its name", "rename it");
+    }
+    if (refusal != NameRefusal::kNone) {
       return fails("has a character in its name that could change a statement",
                    "find out who made it; rename it if its content is sound");
     }
-    CheckNames(path, file, table);
+    CheckNames(file);
+    if (access(file.path.c_str(), R_OK) != 0 && (entry.status.st_mode & S_IROTH) == 0) {
+      m_findings.Warning(file.path, 0, "another user's file that not everybody may read",
+                         "let the producer make files of mode 0644");
+    }
   }
 
-  void CheckNames(const std::string& path, const SpoolEntry& file, const std::string& table) {
-    if (MemFileDatabase(path) != m_folder.Database()) {
-      m_findings.Warning(path, 0, "goes to database " + MemFileDatabase(path) + " by its name",
+  // Whether somebody wants what the name says: the database, the kind and the date.
+  void CheckNames(const MemFile& file) {
+    if (file.database != m_folder.Database()) {
+      m_findings.Warning(file.path, 0, "goes to database " + file.database + " by its name",
                          "a file's name begins with the name of its folder");
     }
-    const std::string kind = table.substr(table.size() - 1);
+    const std::string kind = file.Kind();
+    // Definitions that could not be read have no kinds, and a finding of their own.
     if (!m_kinds.empty() && m_kinds.count(kind) == 0) {
-      m_findings.Error(path, 0,
+      m_findings.Error(file.path, 0,
                        "is of kind " + kind + ", which is not defined; it will become .err",
                        "add the kind to the table definitions, or tell the producer");
     }
-    if (!table.starts_with("MEM_") || !ULIT::isValidDate(TextAt(table, 4, 8).c_str())) {
-      m_findings.Warning(path, 0, "its table " + table + " has no date behind MEM_",
+    if (!file.table.starts_with("MEM_") || !ULIT::isValidDate(file.Date().c_str())) {
+      m_findings.Warning(file.path, 0, "its table " + file.table + " has no date behind MEM_",
                          "name the table MEM_YYYYMMDD_HHMMk: mid tables get their date from it");
-    } else if (m_oracle && table.size() < 18) {
-      m_findings.Error(path, 0, "its table has less than 18 characters; it will become .err",
+    } else if (m_dialect.LoadsOverExternalTables() && LoaderSelector(file.table).empty()) {
+      m_findings.Error(file.path, 0, "its table has less than 18 characters; it will become .err",
                        "name the table MEM_YYYYMMDD_HHMMk");
-    }
-    if (access(path.c_str(), R_OK) != 0 && (file.status.st_mode & S_IROTH) == 0) {
-      m_findings.Warning(path, 0, "another user's file that not everybody may read",
-                         "let the producer make files of mode 0644");
     }
   }
 
   const DatabaseFolder& m_folder;
   const std::set<std::string>& m_kinds;
-  const bool m_oracle;
+  const Dialect& m_dialect;
   Findings& m_findings;
 };
 
 }  // namespace
 
-void CheckSpool(const Spool& spool, const DefinitionSet& definitions, bool oracle,
+void CheckSpool(const Spool& spool, const DefinitionSet& definitions, const Dialect& dialect,
                 Findings& findings) {
   if (spool.error != 0) {
     findings.Error(paths::kSpool, 0, std::string("cannot be listed: ") + std::strerror(spool.error),
@@ -122,7 +137,7 @@ void CheckSpool(const Spool& spool, const DefinitionSet& definitions, bool oracl
   }
   const std::set<std::string> kinds = definitions.MemKinds();
   for (const DatabaseFolder& folder : spool.folders) {
-    FolderChecker(folder, kinds, oracle, findings).Check();
+    FolderChecker(folder, kinds, dialect, findings).Run();
   }
   if (access(paths::kNoRewriteFlag, F_OK) == 0) {
     findings.Warning(paths::kNoRewriteFlag, 0,

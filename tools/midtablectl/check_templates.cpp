@@ -1,59 +1,71 @@
-// Loader templates: whether there is one for each kind that takes what the service gives it.
+// Loader templates: whether there is one for each kind, and whether it takes what the service
+// gives.
 
 #include "config/XmlStream.h"
-#include "midtable/sql_template.h"
 #include "midtablectl/check.h"
+#include "midtablectl/statement_words.h"
+#include "support/database_name.h"
+#include "tables/loader_templates.h"
+#include "tables/template_values.h"
 
 namespace ctl {
 
 namespace {
 
-// One kind of loader template: the siblings of one name, chosen by their attribute "table".
+// The templates of one statement: elements of one name side by side, each for one kind. The first
+// value is the one that no statement can do without.
 struct TemplateKind {
   const char* path;
-  std::vector<TemplateValue> values;
+  TemplateValues values;
 };
 
-bool Uses(const std::string& statement, const TemplateValue& value) {
-  return Lower(statement).find(Lower(std::get<std::string>(value))) != std::string::npos;
+// What is wrong with the template of a kind; empty when nothing is. `line` becomes that of the
+// element.
+std::string TemplateFault(const CXmlStream& xml, const TemplateKind& wanted,
+                          const std::string& kind, long& line) {
+  const std::string selector = LoaderSelectorOfKind(kind);
+  const CXmlNode node = FindByAttribute(xml.getNode(wanted.path), kTableAttribute, selector);
+  line = node.line();
+  if (!node) {
+    return std::string("no ") + wanted.path + " with " + kTableAttribute + "=\"" + selector +
+           "\": no file of that kind is loaded";
+  }
+  const FilledTemplate filled = FillTemplate(node.getContent(), wanted.values);
+  if (!filled) return std::string(wanted.path) + ": " + filled.error;
+  if (ContainsWords(filled.text, std::get<std::string>(wanted.values[0]))) return {};
+  return std::string(wanted.path) + ": does not use its first value";
 }
 
 }  // namespace
 
-void CheckTemplates(const std::string& path, bool oracle, const std::set<std::string>& kinds,
-                    Findings& findings) {
+void CheckTemplates(const std::string& path, const Dialect& dialect,
+                    const std::set<std::string>& kinds, Findings& findings) {
+  const bool in_use = dialect.LoadsOverExternalTables();
   CXmlStream xml;
   if (!xml.parseFile(path)) {
     const auto [line, reason] = SplitLine(xml.getError());
-    findings.Add(oracle, path, line,
+    findings.Add(in_use, path, line,
                  "cannot be used: " + reason +
-                     (oracle ? "" : "; an error line in the run log with every mem file"),
-                 oracle ? "mend it; the Oracle sample of sqlldr_ctl.xml shows one that works"
+                     (in_use ? "" : "; an error line in the run log with every mem file"),
+                 in_use ? "mend it; the Oracle sample of sqlldr_ctl.xml shows one that works"
                         : "copy the sample sqlldr_ctl.xml, which is empty, there");
     return;
   }
-  if (!oracle) return;
-  const std::string external = "WLAN_1a2b3c4d.MEM_x_external";
+  if (!in_use) return;
+  // Of some file.
+  const std::string database = DatabaseName("1a2b3c4d");
+  const std::string table = "MEM_x";
   const TemplateKind templates[] = {
-      {"/root/external_load/create_memdir", {"WLAN_1a2b3c4d", "1a2b3c4d"}},
-      {"/root/external_load/create_table", {external, "WLAN_1a2b3c4d", "file.dat"}},
-      {"/root/external_merge", {"WLAN_1a2b3c4d.MEM_x", external}}};
+      {kDirectoryNode, DirectoryValues(database)},
+      {kExternalTableNode, ExternalTableValues(database, table, "file.dat")},
+      {kMergeNode, MergeValues(database, table)}};
   for (const TemplateKind& wanted : templates) {
     for (const std::string& kind : kinds) {
-      CXmlNode node = xml.getNode(wanted.path);
-      std::string table;
-      for (; node; node = node.next()) {
-        node.getProp("table", table);
-        if (table == "MEM_" + kind) break;
-      }
-      const FilledTemplate filled = FillTemplate(node.getContent(), wanted.values);
-      if (node && filled && Uses(filled.text, wanted.values[0])) continue;
+      long line = 0;
+      const std::string fault = TemplateFault(xml, wanted, kind, line);
+      if (fault.empty()) continue;
       findings.Error(
-          path, node.line(),
-          !node ? std::string("no ") + wanted.path + " with table=\"MEM_" + kind +
-                      "\": no file of that kind is loaded"
-                : std::string(wanted.path) + ": " +
-                      (filled ? "does not use its first value" : filled.error),
+          path, line, fault,
           "see the Oracle sample of sqlldr_ctl.xml for the elements and their placeholders");
     }
   }

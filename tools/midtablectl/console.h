@@ -6,6 +6,7 @@
 
 namespace ctl {
 
+// The streams are those of the program, or a test's own. They must live longer than this object.
 struct Console {
   std::ostream& out;
   std::ostream& err;
@@ -15,7 +16,8 @@ struct Console {
   int width = 80;            // columns
 };
 
-// Exit statuses of every command.
+// How a command ends; the numbers are the program's exit statuses. A command that could not look at
+// everything ends with kCouldNotLook, whatever it found.
 enum class Status : int { kFine = 0, kFindings = 1, kCouldNotLook = 2 };
 
 }  // namespace ctl

@@ -1,4 +1,5 @@
-// The command line. Every option is declared here and nowhere else.
+// The command line. Every option is declared here and nowhere else; the help that CLI11 prints is
+// made of these declarations.
 #include "midtablectl/control.h"
 
 #include <CLI/CLI.hpp>
@@ -17,14 +18,17 @@ constexpr char kFooter[] =
     "has "
     "the options; man midtablectl has the rest.";
 
+// Where the parser puts what the command line says.
 struct Arguments {
   CheckOptions check;
   StatusOptions status;
   RetryOptions retry;
   std::string why;
-  int watch = 2;
+  int watch = 2;  // seconds, for --watch without a number
 };
 
+// One function for each command: it declares the command with its options and returns it, so that
+// somebody can ask afterwards whether it was given.
 CLI::App* AddCheck(CLI::App& app, CheckOptions& options) {
   CLI::App* check = app.add_subcommand(
       "check",
@@ -94,6 +98,7 @@ CLI::App* AddRetry(CLI::App& app, RetryOptions& options) {
   retry->add_flag("--yes", options.yes, "do it without asking");
   files->excludes(database)->excludes(all);
   database->excludes(all);
+  // The parser knows no "one of these three", so the missing one is looked for after the parsing.
   retry->callback([&options] {
     if (options.files.empty() && options.database.empty() && !options.all) {
       throw CLI::RequiredError("FILE, --database or --all");
@@ -117,10 +122,12 @@ Status Control(int argc, const char* const* argv, Console& console) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    // Help and version end the parsing in this way too; their exit code is 0.
     return app.exit(error, console.out, console.err) == 0 ? Status::kFine : Status::kCouldNotLook;
   }
   if (*check) return Check(arguments.check, console);
   if (*status) {
+    // The option is set by its presence, with or without a number.
     if (status->count("--watch") > 0) arguments.status.watch_seconds = arguments.watch;
     return ShowStatus(arguments.status, console);
   }

@@ -5,8 +5,8 @@
 
 namespace ctl {
 
-// Parses the command line and runs its command; the result is the exit status. A mistake in it, and
-// the help, are printed by this call; mistakes are kCouldNotLook.
+// Parses the command line and runs its command; the result is the exit status of the program. For a
+// mistake in the command line a message is printed, and the status is kCouldNotLook.
 Status Control(int argc, const char* const* argv, Console& console);
 
 }  // namespace ctl

@@ -1,4 +1,8 @@
-// What the run log says of a mem file that failed.
+// Finds in the run log what happened to a mem file.
+//
+// The service tells of a failure in the run log only: the file itself gets another ending, and no
+// table or note of its own. So the log is searched by the file's name, by its mem table and
+// database, and by the time at which the file got its present name.
 #pragma once
 
 #include <ctime>
@@ -11,28 +15,50 @@
 
 namespace ctl {
 
-// Of the file `path`, a .mid, .err, .err.N or .orig that got this name at `time`: the entries of
-// its failure, of a .mid those of the failed conversion of its rows, of a file that was kept since
-// lines of it were dropped those about the lines. No entries where the log has none.
+// The entries that explain why the file `path` has its present ending, which it got at `time`:
+//
+//   .err, .err.N              the failure of its load
+//   .mid                      the failed conversion of the mem table that holds its rows
+//   .orig, .err beside .mid   the lines that were dropped from it when it was rewritten
+//
+// There are no entries where the log has none; `found` and `error` of the result tell whether there
+// was a log to look at.
 RunLog FindFailure(const std::string& path, std::time_t time);
 
-// Tells of .err files whether their rows may be in the mem table all the same. Reads the run log of
-// each day once.
+// Whether these entries, of a loaded file, say that its rows are converted, and stay in the mem
+// table only because that could not be emptied.
+bool TellOfConvertedRows(const std::vector<LogEntry>& entries);
+
+// Tells of failed files whether their rows may be in the mem table all the same: to load such a
+// file again would count them twice. The run log of a day is read once, however many files are
+// asked for.
 class LoadDoubts {
  public:
-  // Why they may, of the .err file `path` that got its name at `time`, `rewritten` if it carries
-  // the mark; empty when nothing speaks for it.
+  // Why nobody can tell whether the rows of the .err file `path` are loaded: a text that goes on
+  // after "it", without a full stop. Empty when the run log tells why the file failed. `time` is
+  // when the file got its name.
+  std::string Silence(const std::string& path, std::time_t time);
+  // The reason to doubt that the rows of the .err file `path` are not loaded, without a full stop;
+  // empty when the run log gives none. `rewritten` tells whether it carries the mark of a
+  // rewritten file.
   std::string Of(const std::string& path, std::time_t time, bool rewritten);
 
  private:
+  // What the log of one day says, by the names that the files had while they waited.
   struct Day {
-    std::set<std::string> unanswered;  // names of files that the server may have loaded
-    std::set<std::string> shortened;   // names of files of which lines were dropped
+    std::set<std::string> failed;      // named by an error
+    std::set<std::string> unanswered;  // loaded by a statement whose answer was lost
+    std::set<std::string> loaded;      // failed after their rows were loaded
+    std::set<std::string> shortened;   // rewritten, with lines dropped
+    std::vector<LogEntry> unnamed;     // the end of a file's road, without its name
     std::string error;                 // as RunLog has it
-  };
-  const Day& DayOf(std::time_t time);
 
-  std::map<int, Day> m_days;  // by a number of the local day
+    void Add(const LogEntry& entry);
+    bool TellsOf(const std::string& path, std::time_t time) const;
+  };
+  const Day& LookUp(std::time_t time);
+
+  std::map<std::string, Day> m_days;  // by date
 };
 
 }  // namespace ctl

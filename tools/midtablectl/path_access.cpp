@@ -1,4 +1,5 @@
-// Access by modes, for a user other than the one who asks: access(2) tells of oneself only.
+// access(2) answers for the user who asks. Here the question is about another one, so the modes are
+// read as the kernel would.
 #include "midtablectl/path_access.h"
 
 #include <grp.h>
@@ -12,7 +13,7 @@
 #include <sstream>
 
 #include "log/zux_center_log.h"
-#include "midtablectl/findings.h"
+#include "midtablectl/text.h"
 
 namespace ctl {
 
@@ -23,7 +24,8 @@ std::string UserName(uid_t uid) {
   return entry != nullptr ? entry->pw_name : "user number " + std::to_string(uid);
 }
 
-// `bit` is 4 to read, 1 to pass through.
+// Whether the mode allows it: `bit` is 4 to read a file and 1 to pass through a folder. Only the
+// first set of bits that applies counts, so an owner may have less than everybody else.
 bool Allows(const struct stat& status, const Identity& who, mode_t bit) {
   if (who.uid == 0) return true;
   if (status.st_uid == who.uid) return (status.st_mode & (bit << 6)) != 0;
@@ -38,6 +40,7 @@ bool Identity::OfProcess(long pid, Identity& identity) {
   std::string status;
   if (!ReadWhole("/proc/" + std::to_string(pid) + "/status", status)) return false;
   identity.groups.clear();
+  // A line has the real and the effective number, among others: the effective one opens files.
   for (const std::string_view line : Lines(status)) {
     std::istringstream values{std::string(line)};
     std::string key;
@@ -55,7 +58,7 @@ bool Identity::OfProcess(long pid, Identity& identity) {
 Identity Identity::OfUser(uid_t uid) {
   Identity identity{UserName(uid), uid, {}};
   if (const passwd* entry = getpwuid(uid)) {
-    int count = 64;
+    int count = 64;  // more groups than this give none, as if the user were in no group
     identity.groups.resize(64);
     if (getgrouplist(entry->pw_name, entry->pw_gid, identity.groups.data(), &count) < 0) count = 0;
     identity.groups.resize(static_cast<std::size_t>(count));
@@ -68,6 +71,7 @@ Identity Identity::Nobody() { return {"another user", std::numeric_limits<uid_t>
 std::string Obstacle(const std::string& path, const Identity& who) {
   for (std::size_t slash = path.find('/'); slash != std::string::npos;) {
     const std::size_t next = path.find('/', slash + 1);
+    // A doubled slash, and one at the end, name nothing more.
     if (next == slash + 1 || slash + 1 == path.size()) {
       slash = next;
       continue;

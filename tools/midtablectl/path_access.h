@@ -8,8 +8,9 @@
 
 namespace ctl {
 
+// Whom the kernel takes a process for.
 struct Identity {
-  std::string name;
+  std::string name;  // for people
   uid_t uid;
   std::vector<gid_t> groups;
 

@@ -1,4 +1,6 @@
-// First a plan for every file, then the question, then the moves: each is looked at again before.
+// First a plan for every file is made and shown, then the question is put, then the files are
+// moved. Loading a file a second time counts its rows twice, so whatever is in doubt stays where it
+// is.
 #include "midtablectl/retry.h"
 
 #include <sys/stat.h>
@@ -9,11 +11,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "midtable/mem_file_name.h"
-#include "midtable/spool_file.h"
-#include "midtablectl/findings.h"
 #include "midtablectl/spool_scan.h"
+#include "midtablectl/text.h"
+#include "spool/mem_file.h"
+#include "spool/renames.h"
+#include "spool/rewritten_mark.h"
 #include "support/file.h"
+#include "support/file_identity.h"
+#include "support/names.h"
 #include "support/paths.h"
 #include "support/trim.h"
 
@@ -29,7 +34,8 @@ bool Exists(const std::string& path) {
   return lstat(path.c_str(), &status) == 0;
 }
 
-// The fields of a file's first line as the rewriting counts them: empty ones are none.
+// How many fields the first line of a file has, as the rewriting counts them: empty fields do not
+// count. 0 when the file cannot be read.
 int FieldsOfFirstLine(const std::string& path) {
   struct stat status {};
   const FileDescriptor file = OpenRegular(path, status);
@@ -46,33 +52,26 @@ int FieldsOfFirstLine(const std::string& path) {
   return fields;
 }
 
-// The folder of the spool that the path lies in directly; empty for any other place.
-std::string FolderInSpool(const std::string& path) {
+// Whether the path lies in a folder of the spool, and not in a folder below that.
+bool IsInSpool(const std::string& path) {
   const std::string spool = paths::kSpool;
-  if (!path.starts_with(spool)) return {};
+  if (!path.starts_with(spool)) return false;
   const std::string rest = path.substr(spool.size());
-  const std::string id = rest.substr(0, rest.find('/'));
-  return IsDatabaseId(id) && rest.find('/') == rest.rfind('/') ? id : std::string();
+  const std::size_t slash = rest.find('/');
+  return IsDatabaseId(rest.substr(0, slash)) && slash == rest.rfind('/');
 }
 
-std::string Refusal(const RetryPlan& plan) {
-  struct stat status {};
-  if (plan.target.empty() || plan.path.ends_with(".mid")) return "is no .err file";
-  const std::string stem = plan.target.substr(0, plan.target.size() - 4);
-  if (FolderInSpool(plan.path).empty()) {
-    return std::string("is not in a folder of ") + paths::kSpool + ": nothing takes it there";
-  }
-  if (lstat(plan.path.c_str(), &status) != 0) return std::strerror(errno);
-  if (!S_ISREG(status.st_mode)) return "is no regular file: find out who made it, remove it";
-  if (!IsMemFileName(std::string(FileNameOf(plan.target)))) {
-    return "would never be taken under the name " + std::string(FileNameOf(plan.target));
-  }
-  const std::string table = MemFileTable(plan.target);
-  const std::string database = MemFileDatabase(plan.target);
-  if (table.empty() || database.empty() || !IsSafePath(plan.target) || !IsSafeIdentifier(table) ||
-      !IsSafeIdentifier(database)) {
-    return "would be refused for its name again: rename it if its content is sound";
-  }
+// Why the service would not load the file under its old name again; empty when it would.
+std::string RefusalOfName(const std::string& target) {
+  const std::string name(FileNameOf(target));
+  if (!IsMemFileName(name)) return "would never be taken under the name " + name;
+  if (MemFile::Parse(target).Refusal() == NameRefusal::kNone) return {};
+  return "would be refused for its name again: rename it if its content is sound";
+}
+
+// Why the rows of the file may be loaded, or will be, under another name; empty when nothing beside
+// the file says so. `stem` is its path without the ending.
+std::string NeighbourRefusal(const RetryPlan& plan, const std::string& stem) {
   if (plan.path.compare(stem.size(), 5, ".orig") == 0) {
     return "is the file as it came, which lines were dropped from: the others went on and would "
            "count twice. " +
@@ -91,14 +90,28 @@ std::string Refusal(const RetryPlan& plan) {
   return {};
 }
 
-std::vector<std::string> Warnings(const RetryPlan& plan, LoadDoubts& doubts) {
-  std::vector<std::string> warnings;
+// Why the file must stay; empty when it may be moved.
+std::string Refusal(const RetryPlan& plan) {
+  if (plan.target.empty() || plan.path.ends_with(".mid")) return "is no .err file";
+  if (!IsInSpool(plan.path)) {
+    return std::string("is not in a folder of ") + paths::kSpool + ": nothing takes it there";
+  }
   struct stat status {};
-  if (lstat(plan.path.c_str(), &status) != 0) return warnings;
+  if (lstat(plan.path.c_str(), &status) != 0) return std::strerror(errno);
+  if (!S_ISREG(status.st_mode)) return "is no regular file: find out who made it, remove it";
+  std::string refusal = RefusalOfName(plan.target);
+  if (!refusal.empty()) return refusal;
+  return NeighbourRefusal(plan, plan.target.substr(0, plan.target.size() - 4));
+}
+
+// What somebody should look at before the file is moved.
+std::vector<std::string> Warnings(const RetryPlan& plan, const struct stat& status,
+                                  LoadDoubts& doubts) {
+  std::vector<std::string> warnings;
   const bool rewritten = (status.st_mode & kRewrittenMark) != 0;
   const std::string doubt = doubts.Of(plan.path, status.st_ctime, rewritten);
   if (!doubt.empty()) warnings.push_back(doubt);
-  if (MemFileTable(plan.target).ends_with('F') && !rewritten &&
+  if (MemFile::Parse(plan.target).HasLocalFlags() && !rewritten &&
       FieldsOfFirstLine(plan.path) == 12) {
     warnings.push_back(
         "kind F with 12 fields and without the mark of a rewritten file: every line would be "
@@ -107,7 +120,8 @@ std::vector<std::string> Warnings(const RetryPlan& plan, LoadDoubts& doubts) {
   return warnings;
 }
 
-// Of a whole folder; what deserves a look is moved by its own name alone.
+// Plans for all .err files of a folder. Here a warning keeps a file where it is: nobody looks at
+// each of a thousand warnings. The file can still be moved by its own name.
 void PlanFolder(const DatabaseFolder& folder, LoadDoubts& doubts, std::vector<RetryPlan>& plans) {
   for (const SpoolEntry& file : folder.files) {
     const bool is_err = file.state == FileState::kFailed || file.state == FileState::kKept ||
@@ -119,7 +133,8 @@ void PlanFolder(const DatabaseFolder& folder, LoadDoubts& doubts, std::vector<Re
   }
 }
 
-// `looked` becomes kCouldNotLook, after a line, where something could not be listed.
+// The plans for what was asked. `looked` becomes kCouldNotLook, after a line, where a folder could
+// not be listed or does not exist.
 std::vector<RetryPlan> MakePlans(const RetryOptions& options, Console& console, Status& looked) {
   const auto failed = [&](const std::string& path, int error) {
     console.err << path << ": " << std::strerror(error) << '\n';
@@ -142,6 +157,34 @@ std::vector<RetryPlan> MakePlans(const RetryOptions& options, Console& console, 
   return plans;
 }
 
+void Show(const RetryPlan& plan, Console& console) {
+  if (!plan.refusal.empty()) {
+    console.out << "keep  " << OneLine(plan.path) << ": " << OneLine(plan.refusal) << '\n';
+    return;
+  }
+  console.out << "move  " << OneLine(plan.path) << " -> " << OneLine(FileNameOf(plan.target))
+              << '\n';
+  for (const std::string& warning : plan.warnings) {
+    console.out << "      WARNING: " << OneLine(warning) << '\n';
+  }
+}
+
+// Moves what may go, and returns how many files that were. Each file is looked at once more before,
+// since the question may have stood for long and the service goes on meanwhile.
+std::size_t Move(const std::vector<RetryPlan>& plans, Console& console) {
+  std::size_t moved = 0;
+  for (const RetryPlan& plan : plans) {
+    if (!plan.refusal.empty() || !Refusal(plan).empty()) continue;
+    if (RenameToFreeName(plan.path, plan.target)) {
+      ++moved;
+    } else {
+      console.out << "keep  " << OneLine(plan.path) << ": " << std::strerror(errno) << '\n';
+    }
+  }
+  return moved;
+}
+
+// Whether the files may be moved: by the option, or by the answer of somebody who is there.
 bool Confirmed(std::size_t number, const RetryOptions& options, Console& console) {
   if (options.yes) return true;
   if (!console.interactive) {
@@ -161,7 +204,10 @@ bool Confirmed(std::size_t number, const RetryOptions& options, Console& console
 RetryPlan PlanRetry(const std::string& path, LoadDoubts& doubts) {
   RetryPlan plan{path, WaitingName(path), {}, {}};
   plan.refusal = Refusal(plan);
-  if (plan.refusal.empty()) plan.warnings = Warnings(plan, doubts);
+  struct stat status {};
+  if (!plan.refusal.empty() || lstat(path.c_str(), &status) != 0) return plan;
+  plan.refusal = doubts.Silence(path, status.st_ctime);
+  if (plan.refusal.empty()) plan.warnings = Warnings(plan, status, doubts);
   return plan;
 }
 
@@ -173,30 +219,13 @@ Status Retry(const RetryOptions& options, Console& console) {
     return looked;
   }
   const Status some_kept = std::max(looked, Status::kFindings);
-  std::size_t movable = 0;
-  for (const RetryPlan& plan : plans) {
-    if (plan.refusal.empty()) {
-      ++movable;
-      console.out << "move  " << OneLine(plan.path) << " -> " << OneLine(FileNameOf(plan.target))
-                  << '\n';
-      for (const std::string& warning : plan.warnings) {
-        console.out << "      WARNING: " << OneLine(warning) << '\n';
-      }
-    } else {
-      console.out << "keep  " << OneLine(plan.path) << ": " << OneLine(plan.refusal) << '\n';
-    }
+  for (const RetryPlan& plan : plans) Show(plan, console);
+  const auto movable = std::count_if(plans.begin(), plans.end(),
+                                     [](const RetryPlan& plan) { return plan.refusal.empty(); });
+  if (movable == 0 || !Confirmed(static_cast<std::size_t>(movable), options, console)) {
+    return some_kept;
   }
-  if (movable == 0 || !Confirmed(movable, options, console)) return some_kept;
-  std::size_t moved = 0;
-  for (const RetryPlan& plan : plans) {
-    // Looked at once more: the question may have stood for long.
-    if (!plan.refusal.empty() || !Refusal(plan).empty()) continue;
-    if (RenameToFreeName(plan.path, plan.target)) {
-      ++moved;
-    } else {
-      console.out << "keep  " << OneLine(plan.path) << ": " << std::strerror(errno) << '\n';
-    }
-  }
+  const std::size_t moved = Move(plans, console);
   console.out << Count(moved, "file") << " moved, " << plans.size() - moved << " kept\n";
   return moved == plans.size() ? looked : some_kept;
 }

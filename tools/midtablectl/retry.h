@@ -9,13 +9,16 @@
 
 namespace ctl {
 
-// A .err file and what is to become of it. Both texts go on after "it", without a full stop.
+// A failed file and what is to become of it. The refusal and the warnings are texts without a full
+// stop; the refusal goes on after "it".
 struct RetryPlan {
   std::string path;
-  std::string target;
-  std::string refusal;                // not empty: it stays
-  std::vector<std::string> warnings;  // it goes, but somebody should look at it first
+  std::string target;                 // the name that it waited under
+  std::string refusal;                // why the file stays; empty when it may be moved
+  std::vector<std::string> warnings;  // what somebody should look at before it is moved
 };
+
+// The plan for one file, with its full path. Nothing is changed.
 RetryPlan PlanRetry(const std::string& path, LoadDoubts& doubts);
 
 struct RetryOptions {
@@ -27,10 +30,10 @@ struct RetryOptions {
 
 // Shows what becomes of each file and moves those that may go, after a "y" or with `yes`. Files
 // that are missing, outside of the spool, no regular files, of a name that is never taken or
-// refused, set aside, or kept beside their .mid or .dat stay where they are; with `database` and
-// `all` those with a warning too. kFine: all were moved, or there was none; kFindings: some were
-// not; kCouldNotLook: there is no such database, or a folder could not be listed. `database` and
-// `all` are not given together with files.
+// refused, set aside, kept beside their .mid or .dat, or failed for a reason that the run log does
+// not tell stay where they are; with `database` and `all` those with a warning too. kFine: all were
+// moved, or there was none; kFindings: some were not; kCouldNotLook: there is no such database, or
+// a folder could not be listed. `database` and `all` are not given together with files.
 Status Retry(const RetryOptions& options, Console& console);
 
 }  // namespace ctl

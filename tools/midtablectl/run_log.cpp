@@ -6,14 +6,17 @@
 #include <cstring>
 
 #include "log/zux_center_log.h"
-#include "midtablectl/findings.h"
+#include "midtablectl/local_time.h"
+#include "midtablectl/printf_values.h"
+#include "midtablectl/text.h"
 #include "support/paths.h"
 
 namespace ctl {
 
 namespace {
 
-// "[unit:line][HH:MM:SS][Level]:text"; false when the line begins otherwise.
+// Takes the first line of an entry apart. False, for a line that goes on with the message before,
+// when it begins otherwise; a message may hold anything, so every part is looked at.
 bool ParseFirstLine(std::string_view line, LogEntry& entry) {
   if (!line.starts_with('[')) return false;
   const std::size_t unit_end = line.find(':');
@@ -36,6 +39,21 @@ bool ParseFirstLine(std::string_view line, LogEntry& entry) {
 }
 
 }  // namespace
+
+bool LogEntry::IsError() const { return level == kErrorLevel.name; }
+
+bool LogEntry::IsTrouble() const { return IsError() || level == kAlarmLevel.name; }
+
+bool LogEntry::Is(const MessageBeginning& message) const {
+  return unit == message.unit && level == message.level &&
+         PrintfValues(std::string(message.text) + "%s", text);
+}
+
+std::optional<std::vector<std::string_view>> LogEntry::ValuesOf(
+    const MessageFormat& message) const {
+  if (unit != message.unit || level != message.level) return std::nullopt;
+  return PrintfValues(message.format, text);
+}
 
 std::string LogEntry::Show() const {
   std::string shown = Format("[%s][%02d:%02d:%02d][%s]:", unit.c_str(), second / 3600,
@@ -63,12 +81,11 @@ std::vector<LogEntry> ParseLog(std::string_view content) {
 
 RunLog ReadLogOf(std::time_t time) {
   RunLog log;
-  const std::tm day = LocalTime(time);
-  const std::string newest = Format("%s%04d%02d%02d.log", paths::kRunLogDir, day.tm_year + 1900,
-                                    day.tm_mon + 1, day.tm_mday);
+  const std::string newest = paths::kRunLogDir + DayOf(time) + ".log";
   for (const std::string& path : {newest + ".bak", newest}) {
     std::string content;
     if (!ReadWhole(path, content)) {
+      // Most days have one file only, and a day without a pass has none.
       if (errno != ENOENT) log.error = path + ": " + std::strerror(errno);
       continue;
     }

@@ -1,15 +1,29 @@
 #include "midtablectl/server.h"
 
+#include "midtablectl/log_phrases.h"
+#include "support/database_name.h"
+
 namespace ctl {
 
 std::string ServerWords(const std::string& error) {
-  constexpr std::string_view kMark = "error:";
-  const std::size_t at = error.rfind(kMark);
-  return at == std::string::npos ? error : error.substr(at + kMark.size());
+  const std::string mark = kServerWordsFollow.text;
+  const std::size_t at = error.rfind(mark);
+  return at == std::string::npos ? error : error.substr(at + mark.size());
+}
+
+std::string DatabasePattern() {
+  std::string pattern;
+  for (const char c : kDatabasePrefix) {
+    // An underscore would stand for any character.
+    if (c == '_') pattern += '\\';
+    pattern += c;
+  }
+  return pattern + "%";
 }
 
 std::string Server::Run(const std::string& statement) {
   std::vector<SqlRecord> rows;
+  // A back end takes queries by another operation than statements without rows.
   const bool query = statement.starts_with("select") || statement.starts_with("show");
   const int result = query ? m_sql.fetchRecordSet(statement.c_str(), rows)
                            : m_sql.executeSQL(statement.c_str(), 0);

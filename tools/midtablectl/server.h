@@ -2,32 +2,46 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "db/SqlBase.h"
+#include "tables/dialect.h"
 
 namespace ctl {
 
-// What the server said, after the library's own beginning.
+// What the server itself said, of a back end's last error, which has the statement before it.
 std::string ServerWords(const std::string& error);
 
-// Puts statements to a back end that is connected, and that must outlive it.
+// A pattern for `like`, and for the database of a grant: every database of the service, whose names
+// begin alike.
+std::string DatabasePattern();
+
+// Puts statements to a connected back end, which must live longer than this object.
 class Server {
  public:
-  // `user` is for advice only, as it stands in "grant ... to".
-  explicit Server(CSqlBase& sql, std::string user = {}) : m_sql(sql), m_user(std::move(user)) {}
+  // `user` is the account as it stands in "grant ... to": it is for advice only.
+  Server(CSqlBase& sql, const Dialect& dialect, std::string user = {})
+      : m_sql(sql), m_dialect(dialect), m_user(std::move(user)) {}
 
-  // Runs a statement: the server's own words, without the statement; empty when it succeeded.
+  // How the service speaks to it.
+  const Dialect& dialect() const { return m_dialect; }
+
+  // Runs a statement or a query, of which the rows do not matter. The result is the server's words
+  // without the statement; empty when it succeeded.
   std::string Run(const std::string& statement);
-  // No rows after an error.
+  // The rows of a query; none when it failed.
   std::vector<SqlRecord> Rows(const std::string& query);
   // The first value of the first row; empty when there is none.
   std::string Value(const std::string& query);
+  // A global variable of the server.
   std::string Variable(const std::string& name) { return Value("select @@global." + name); }
+
   const std::string& user() const { return m_user; }
 
  private:
   CSqlBase& m_sql;
+  const Dialect& m_dialect;
   std::string m_user;
 };
 

@@ -1,4 +1,3 @@
-// One reading of the spool. Nothing is opened, so it disturbs neither producers nor service.
 #include "midtablectl/spool_scan.h"
 
 #include <dirent.h>
@@ -7,19 +6,19 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <set>
 
-#include "midtable/mem_file_name.h"
-#include "midtablectl/findings.h"
+#include "midtablectl/text.h"
+#include "spool/mem_file.h"
 #include "support/file.h"
+#include "support/names.h"
 #include "support/paths.h"
 
 namespace ctl {
 
 namespace {
 
-// The names in a folder, sorted; `error` is errno when it could not be opened.
-std::vector<std::string> Names(const std::string& folder, int& error) {
+// The names in a folder, sorted. `error` becomes 0, or errno when the folder could not be opened.
+std::vector<std::string> ListFolder(const std::string& folder, int& error) {
   std::vector<std::string> names;
   const Directory dir(opendir(folder.c_str()));
   error = dir == nullptr ? errno : 0;
@@ -32,6 +31,7 @@ std::vector<std::string> Names(const std::string& folder, int& error) {
   return names;
 }
 
+// `names` are all names of the folder, sorted.
 FileState StateOf(const std::string& name, const std::vector<std::string>& names) {
   if (IsMemFileName(name)) return FileState::kWaiting;
   const std::string waiting = WaitingName(name);
@@ -39,7 +39,7 @@ FileState StateOf(const std::string& name, const std::vector<std::string>& names
   const auto has = [&names](const std::string& wanted) {
     return std::binary_search(names.begin(), names.end(), wanted);
   };
-  // Beside the file it is a copy in the making.
+  // The copy of a file that is being rewritten has the name of a loaded file for a while.
   if (name.ends_with(".mid")) return has(waiting) ? FileState::kOther : FileState::kLoaded;
   if (name.ends_with(".orig")) return FileState::kKept;
   if (!name.ends_with(".err")) return FileState::kSetAside;
@@ -49,10 +49,10 @@ FileState StateOf(const std::string& name, const std::vector<std::string>& names
 
 DatabaseFolder ScanFolder(const std::string& id) {
   DatabaseFolder folder{id, 0, {}};
-  const std::vector<std::string> names = Names(folder.Path(), folder.error);
+  const std::vector<std::string> names = ListFolder(folder.Path(), folder.error);
   for (const std::string& name : names) {
     SpoolEntry file{name, StateOf(name, names), {}};
-    // One that is gone meanwhile was renamed by the service.
+    // The service may have renamed the file meanwhile; the next look finds it under its new name.
     if (lstat((folder.Path() + name).c_str(), &file.status) == 0) folder.files.push_back(file);
   }
   return folder;
@@ -63,13 +63,15 @@ DatabaseFolder ScanFolder(const std::string& id) {
 std::string DatabaseFolder::Path() const { return paths::kSpool + id + "/"; }
 
 std::string SpoolPath(const std::string& file) {
-  std::string path = MemFilePath(file);
+  std::string path = MemFile::Parse(file).path;
   const std::string name(FileNameOf(path));
+  // Folders are compared by what they are: the path may go through links, or start from the working
+  // folder.
   struct stat folder {};
   struct stat candidate {};
   if (stat(path.substr(0, path.size() - name.size()).c_str(), &folder) != 0) return path;
   int error = 0;
-  for (const std::string& id : Names(paths::kSpool, error)) {
+  for (const std::string& id : ListFolder(paths::kSpool, error)) {
     if (!IsDatabaseId(id)) continue;
     const std::string known = DatabaseFolder{id, 0, {}}.Path();
     if (stat(known.c_str(), &candidate) == 0 && candidate.st_dev == folder.st_dev &&
@@ -82,6 +84,7 @@ std::string SpoolPath(const std::string& file) {
 
 std::string WaitingName(std::string_view name) {
   const std::size_t dot = name.rfind('.');
+  // A loaded file is never set aside, so ".mid.1" is nothing that the service made.
   const bool numbered = dot != std::string_view::npos && IsNumber(name.substr(dot + 1));
   if (numbered) name = name.substr(0, dot);
   for (const std::string_view ending : {".err", ".orig", ".mid"}) {
@@ -94,7 +97,7 @@ std::string WaitingName(std::string_view name) {
 
 Spool ScanSpool() {
   Spool spool;
-  for (const std::string& name : Names(paths::kSpool, spool.error)) {
+  for (const std::string& name : ListFolder(paths::kSpool, spool.error)) {
     if (IsDatabaseId(name)) {
       spool.folders.push_back(ScanFolder(name));
     } else {

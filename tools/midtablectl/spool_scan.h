@@ -1,4 +1,7 @@
-// What lies in the spool, by folder and state.
+// What lies in the spool, by folder and by state of the files.
+//
+// The spool is read by names alone and no file is opened, so that a look at it disturbs neither the
+// producers nor the service. Both go on meanwhile: a result tells how it was at about one moment.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,48 +14,49 @@
 
 namespace ctl {
 
+// What has become of a file, by its name and by the names beside it.
 enum class FileState {
-  kWaiting,   // a name that the service takes
+  kWaiting,   // .dat, under a name that the service takes
   kLoaded,    // .mid
-  kFailed,    // .err
-  kKept,      // .orig, or .err beside a .mid or .dat: as it came, its good lines being in the other
-  kSetAside,  // .err.1, .orig.1 and so on: earlier ones of that name
-  kOther
+  kFailed,    // .err: its rows are nowhere else
+  kKept,      // .orig, or .err beside a .mid or .dat: the first form of a delivery that lost lines
+  kSetAside,  // .err.1, .orig.1 and so on: an earlier file of the same name
+  kOther      // anything else, which the service passes over
 };
 
 struct SpoolEntry {
   std::string name;
   FileState state;
-  struct stat status;  // of the name itself, links not followed
+  struct stat status;  // of the name itself: a link is not followed
 
   bool IsRegular() const { return S_ISREG(status.st_mode); }
 };
 
+// The folder of one database.
 struct DatabaseFolder {
-  std::string id;
-  int error = 0;  // errno when it could not be listed
-  std::vector<SpoolEntry> files;
+  std::string id;                 // its name, which is a part of the database's name
+  int error = 0;                  // errno when it could not be listed; there are no files then
+  std::vector<SpoolEntry> files;  // sorted by name
 
-  std::string Path() const;
+  std::string Path() const;  // with a slash at the end
   std::string Database() const { return DatabaseName(id); }
 };
 
 struct Spool {
   int error = 0;                        // errno when the spool itself could not be listed
-  std::vector<DatabaseFolder> folders;  // as the service finds them, sorted by name
-  std::vector<std::string> others;      // names that the service passes over
+  std::vector<DatabaseFolder> folders;  // those that the service looks into, sorted by name
+  std::vector<std::string> others;      // names in the spool that the service passes over
 };
 
-// Reads all folders of the spool. What vanishes meanwhile is left out; what could not be listed has
-// its errno.
+// Reads all folders of the spool. What vanishes while they are read is left out.
 Spool ScanSpool();
 
-// The full path of a file that is given by any path or by its bare name: where its folder is one of
-// the spool, as the service writes it.
+// The full path of a file that is given by any path, or by its bare name. When its folder is one of
+// the spool, by whatever way, the path is spelled as the service spells it in the run log.
 std::string SpoolPath(const std::string& file);
 
-// "....dat" of a name or path that ends in .mid, .err, .err.N, .orig or .orig.N; empty for any
-// other.
+// The name that a file had while it waited, "....dat": of a name or path that ends in .mid, .err,
+// .err.N, .orig or .orig.N. Empty for any other.
 std::string WaitingName(std::string_view name);
 
 }  // namespace ctl

@@ -1,5 +1,5 @@
-// Looking: all figures come from names, sizes and times of files but for the rows, which are
-// counted.
+// Looking. The figures of files come from their names, sizes and times; only the rows of files that
+// were loaded lately are counted, so that a look stays cheap however much lies in the spool.
 #include "midtablectl/status.h"
 
 #include <fcntl.h>
@@ -14,8 +14,8 @@
 
 #include "db/SqlFactory.h"
 #include "log/zux_center_log.h"
-#include "midtablectl/findings.h"
 #include "midtablectl/server.h"
+#include "midtablectl/text.h"
 #include "support/file.h"
 #include "support/paths.h"
 
@@ -25,7 +25,10 @@ namespace {
 
 constexpr std::time_t kRateSeconds = 60;
 
+// Whether the service runs: it holds a lock on a file as long as it lives, also when nobody may see
+// its process.
 void LookAtLock(SystemStatus& status) {
+  // Asked without taking the lock, which would keep a service from starting at this moment.
   const FileDescriptor file(open(paths::kLockFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct flock lock {};
   lock.l_type = F_WRLCK;
@@ -35,7 +38,8 @@ void LookAtLock(SystemStatus& status) {
   status.pid = lock.l_pid > 0 ? lock.l_pid : 0;
 }
 
-// `content` is complete under `path`, or `path` is as it was: a collector may read at any time.
+// Puts the content into a file that a collector may read at any time: it is there as a whole, or
+// the file is as it was. False, with errno, in the second case.
 bool WriteAtomically(const std::string& path, const std::string& content) {
   const std::string temporary = path + ".tmp" + std::to_string(getpid());
   FileDescriptor file(
@@ -51,12 +55,14 @@ bool WriteAtomically(const std::string& path, const std::string& content) {
   return written;
 }
 
+// The settings; nothing when they cannot be used.
 std::optional<MYSQLAUTH> Credentials(const std::string& path) {
   CDBInfo settings(path.c_str());
   if (!settings.readConfig()) return std::nullopt;
   return ReadCredentials(settings);
 }
 
+// The exit status of a look, and a line for each thing that could not be looked at.
 Status StatusOf(const SystemStatus& look, Console& console) {
   if (look.spool_error != 0) {
     console.err << paths::kSpool << ": " << std::strerror(look.spool_error) << '\n';
@@ -76,7 +82,57 @@ Status StatusOf(const SystemStatus& look, Console& console) {
   return status;
 }
 
+void CountFiles(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& status) {
+  std::time_t oldest = now;
+  for (const SpoolEntry& file : folder.files) {
+    switch (file.state) {
+      case FileState::kWaiting:
+        ++status.waiting;
+        status.waiting_bytes += static_cast<std::uint64_t>(file.status.st_size);
+        oldest = std::min(oldest, file.status.st_mtime);
+        break;
+      case FileState::kLoaded:
+        ++status.loaded;
+        break;
+      case FileState::kFailed:
+        ++status.failed;
+        break;
+      case FileState::kKept:
+      case FileState::kSetAside:
+        ++status.kept;
+        break;
+      case FileState::kOther:
+        break;
+    }
+  }
+  status.oldest_seconds = now - oldest;
+}
+
 }  // namespace
+
+void Observer::MeasureSpeed(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& status) {
+  std::time_t first = now;
+  std::uint64_t files = 0;
+  std::uint64_t rows = 0;
+  for (const SpoolEntry& file : folder.files) {
+    const std::time_t loaded = file.status.st_ctime;
+    if (file.state != FileState::kLoaded || loaded + kRateSeconds < now || !file.IsRegular()) {
+      continue;
+    }
+    ++files;
+    rows += RowsOf(folder.Path() + file.name, loaded);
+    first = std::min(first, loaded);
+  }
+  // From the first of these files on: a service that has just been started is not taken for slow.
+  const auto span = static_cast<double>(std::max<std::time_t>(now - first, 1));
+  status.files_per_second = static_cast<double>(files) / span;
+  status.rows_per_second = static_cast<double>(rows) / span;
+  if (status.waiting == 0) {
+    status.seconds_to_empty = 0;
+  } else if (files > 0) {
+    status.seconds_to_empty = static_cast<double>(status.waiting) / status.files_per_second;
+  }
+}
 
 SystemStatus Observer::Look() {
   SystemStatus status;
@@ -99,48 +155,12 @@ DatabaseStatus Observer::LookAt(const DatabaseFolder& folder, std::time_t now) {
   status.database = folder.Database();
   status.error = folder.error;
   if (status.error != 0) return status;
-  std::time_t oldest = now;
-  std::time_t first = now;
-  std::uint64_t files = 0;
-  std::uint64_t rows = 0;
-  for (const SpoolEntry& file : folder.files) {
-    switch (file.state) {
-      case FileState::kWaiting:
-        ++status.waiting;
-        status.waiting_bytes += static_cast<std::uint64_t>(file.status.st_size);
-        oldest = std::min(oldest, file.status.st_mtime);
-        break;
-      case FileState::kLoaded:
-        ++status.loaded;
-        if (file.status.st_ctime + kRateSeconds >= now && file.IsRegular()) {
-          ++files;
-          rows += RowsOf(folder.Path() + file.name, file.status.st_ctime);
-          first = std::min(first, file.status.st_ctime);
-        }
-        break;
-      case FileState::kFailed:
-        ++status.failed;
-        break;
-      case FileState::kKept:
-      case FileState::kSetAside:
-        ++status.kept;
-        break;
-      case FileState::kOther:
-        break;
-    }
-  }
-  status.oldest_seconds = now - oldest;
-  const auto span = static_cast<double>(std::max<std::time_t>(now - first, 1));
-  status.files_per_second = static_cast<double>(files) / span;
-  status.rows_per_second = static_cast<double>(rows) / span;
-  if (status.waiting == 0) {
-    status.seconds_to_empty = 0;
-  } else if (files > 0) {
-    status.seconds_to_empty = static_cast<double>(status.waiting) / status.files_per_second;
-  }
+  CountFiles(folder, now, status);
+  MeasureSpeed(folder, now, status);
   return status;
 }
 
+// The lines of a loaded file. Its content never changes again, so it is read once.
 std::uint64_t Observer::RowsOf(const std::string& path, std::time_t loaded) {
   const auto known = m_rows.find(path);
   if (known != m_rows.end() && known->second.loaded == loaded) return known->second.rows;
@@ -151,7 +171,7 @@ std::uint64_t Observer::RowsOf(const std::string& path, std::time_t loaded) {
   for (ssize_t size = 0; file && (size = read(file.get(), chunk.data(), chunk.size())) > 0;) {
     rows += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + size, '\n'));
   }
-  m_rows.insert_or_assign(path, Counted{loaded, rows});
+  m_rows.insert_or_assign(path, CountedFile{loaded, rows});
   return rows;
 }
 
@@ -160,19 +180,22 @@ void Observer::LookAtMemTables(SystemStatus& status) {
     status.server_error = "the settings cannot be used: midtablectl check tells why";
     return;
   }
-  // Where each database is a user, no login sees the tables of all.
-  if (IsOracle(*m_auth)) return;
+  const Dialect& dialect = Dialect::Of(*m_auth);
+  // No login sees the tables of all users.
+  if (dialect.DatabasesAreUsers()) return;
+  // A watch keeps the connection from one look to the next.
   if (m_sql == nullptr) m_sql = CreateSqlBase(*m_auth);
   if ((m_sql->isDBAlive() ? 0 : m_sql->reconnectDB()) != 0) {
     status.server_error = ServerWords(m_sql->getLastError());
     return;
   }
-  Server server(*m_sql);
+  Server server(*m_sql, dialect);
   std::map<std::string, std::uint64_t> rows;
   for (SqlRecord& table :
        server.Rows("select table_schema as d, table_name as t from information_schema.tables where "
-                   "table_schema like 'WLAN\\_%' and table_name like 'MEM\\_%' and table_name not "
-                   "like '%\\_external'")) {
+                   "table_schema like '" +
+                   DatabasePattern() +
+                   "' and table_name like 'MEM\\_%' and table_name not like '%\\_external'")) {
     const std::string count =
         server.Value("select count(*) from `" + table["d"] + "`.`" + table["t"] + "`");
     rows[table["d"]] += std::strtoull(count.c_str(), nullptr, 10);

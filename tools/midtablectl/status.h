@@ -1,4 +1,5 @@
-// What waits, what is done and what failed, for each database.
+// What waits, what is done and what failed, for each database: for people, for scripts and for a
+// monitoring system.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +17,7 @@
 
 namespace ctl {
 
+// What is known of one database at one moment.
 struct DatabaseStatus {
   std::string database;
   int error = 0;  // errno when its folder could not be listed: all but mem_rows is unknown
@@ -23,57 +25,62 @@ struct DatabaseStatus {
   std::uint64_t waiting_bytes = 0;
   std::int64_t oldest_seconds = 0;  // age of the oldest file that waits
   std::uint64_t loaded = 0;
-  std::uint64_t failed = 0;  // .err, those kept beside a loaded file left out
-  std::uint64_t kept = 0;    // the latter, .orig, and those set aside
-  // Of the last minute, from the times at which files got their .mid name.
+  std::uint64_t failed = 0;  // .err whose rows are nowhere else
+  std::uint64_t kept = 0;    // .err beside a .mid or .dat, .orig, and files that were set aside
+  // The speed of the last minute, by the times at which files got their .mid name.
   double files_per_second = 0;
   double rows_per_second = 0;
   std::optional<std::uint64_t> mem_rows;   // unknown without a server
   std::optional<double> seconds_to_empty;  // 0 when nothing waits; unknown while nothing moves
 };
 
+// One look at everything.
 struct SystemStatus {
   std::time_t time = 0;
-  bool running = false;  // somebody holds the service's lock
-  long pid = 0;          // who, where that can be seen; else 0
-  int spool_error = 0;   // errno when the spool could not be listed
-  std::string server_error;
+  bool running = false;      // somebody holds the service's lock
+  long pid = 0;              // who, where that can be seen; else 0
+  int spool_error = 0;       // errno when the spool could not be listed
+  std::string server_error;  // why the mem tables could not be looked at; empty when they were
   std::vector<DatabaseStatus> databases;
 };
 
-// Takes looks; keeps between them what need not be read again.
+// Takes one look after another. The connection, and the numbers of rows in files that do not change
+// any more, are kept between them.
 class Observer {
  public:
-  // Without settings mem tables are not looked at.
+  // Without settings the mem tables are not looked at.
   explicit Observer(std::optional<MYSQLAUTH> auth) : m_auth(std::move(auth)) {}
   SystemStatus Look();
 
  private:
-  struct Counted {
-    std::time_t loaded;
+  struct CountedFile {
+    std::time_t
+        loaded;  // when the file got its .mid name: another file of that name has another time
     std::uint64_t rows;
   };
 
   DatabaseStatus LookAt(const DatabaseFolder& folder, std::time_t now);
+  void MeasureSpeed(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& status);
   std::uint64_t RowsOf(const std::string& path, std::time_t loaded);
   void LookAtMemTables(SystemStatus& status);
 
   std::optional<MYSQLAUTH> m_auth;
   std::unique_ptr<CSqlBase> m_sql;
-  std::map<std::string, Counted> m_rows;  // of files loaded lately, by path
+  std::map<std::string, CountedFile> m_rows;  // of files loaded lately, by path
 };
 
 // --- reports (status_report.cpp)
 
-// `first`: the first look of this watch, against which the bars grow; null for a single look.
+// As a table, with a line for each database and one for all. `first` is the first look of a watch:
+// the bars show what was done since; null for a single look, which has no bars.
 void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& console);
-// One object with the main fields of SystemStatus; unknown ones are null.
+// As a JSON object with the main fields of SystemStatus. What is unknown is null.
 std::string ToJson(const SystemStatus& status);
-// The text exposition format, all gauges; unknown values have no sample.
+// In the text exposition format, all figures being gauges. What is unknown has no sample.
 std::string ToPrometheus(const SystemStatus& status);
 
 struct StatusOptions {
-  std::optional<int> watch_seconds;
+  std::optional<int> watch_seconds;  // between two looks; nothing for a single look
   bool json = false;
   std::string prometheus;  // file to write
   std::string settings;    // empty: the service's own

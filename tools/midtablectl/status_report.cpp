@@ -1,4 +1,5 @@
-// The forms in which a status is given out.
+// The forms in which a status is given out: a table for people, JSON for scripts, and the text
+// exposition format for monitoring.
 
 #include <algorithm>
 #include <cmath>
@@ -6,14 +7,14 @@
 #include <nlohmann/json.hpp>
 
 #include "log/zux_center_log.h"
-#include "midtablectl/findings.h"
+#include "midtablectl/local_time.h"
 #include "midtablectl/status.h"
 
 namespace ctl {
 
 namespace {
 
-constexpr int kBarWidth = 18;
+constexpr int kBarWidth = 18;  // characters
 
 std::string Bytes(std::uint64_t bytes) {
   static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
@@ -23,6 +24,7 @@ std::string Bytes(std::uint64_t bytes) {
   return Format(unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
 }
 
+// Two units at most: nobody wants the seconds of a backlog of days.
 std::string Duration(double seconds) {
   const auto whole = std::lround(seconds);
   constexpr long kHour = 3600;
@@ -33,6 +35,8 @@ std::string Duration(double seconds) {
   return Format("%ld days", whole / kDay);
 }
 
+// The share of the files that were loaded since `before`, among these and those that still wait.
+// Empty without `before`.
 std::string Bar(const DatabaseStatus& now, const DatabaseStatus* before) {
   if (before == nullptr) return {};
   const std::uint64_t done = now.loaded > before->loaded ? now.loaded - before->loaded : 0;
@@ -44,6 +48,7 @@ std::string Bar(const DatabaseStatus& now, const DatabaseStatus* before) {
          std::string(static_cast<std::size_t>(kBarWidth - full), '.') + Format("] %3d%%", percent);
 }
 
+// The database in an earlier look; null where there is none.
 const DatabaseStatus* Find(const SystemStatus* status, const std::string& database) {
   if (status == nullptr) return nullptr;
   for (const DatabaseStatus& one : status->databases) {
@@ -52,12 +57,14 @@ const DatabaseStatus* Find(const SystemStatus* status, const std::string& databa
   return nullptr;
 }
 
+// Whether no folder's files are unknown.
 bool AllListed(const SystemStatus& status) {
   return status.spool_error == 0 &&
          std::all_of(status.databases.begin(), status.databases.end(),
                      [](const DatabaseStatus& one) { return one.error == 0; });
 }
 
+// The sums of all databases. A figure that is unknown of one database is unknown of all.
 DatabaseStatus Total(const SystemStatus& status) {
   DatabaseStatus total;
   total.database = AllListed(status) ? "all" : "all listed";
@@ -82,6 +89,7 @@ DatabaseStatus Total(const SystemStatus& status) {
   return total;
 }
 
+// One line of the table, in the columns that PrintTable's heading names.
 void PrintLine(const DatabaseStatus& one, const std::string& bar, Console& console) {
   const auto big = [](std::uint64_t number) { return static_cast<unsigned long long>(number); };
   std::string failed = Format("%7llu", big(one.failed));
@@ -119,6 +127,7 @@ void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& 
       continue;
     }
     const DatabaseStatus* before = Find(first, one.database);
+    // A database that came up since then had nothing at the first look.
     static const DatabaseStatus kNew;
     PrintLine(one, first == nullptr ? "" : Bar(one, before != nullptr ? before : &kNew), console);
   }
@@ -131,6 +140,7 @@ void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& 
   PrintLine(total, Bar(total, first != nullptr ? &before : nullptr), console);
 }
 
+// The members keep their order, for whoever reads the text without a script.
 std::string ToJson(const SystemStatus& status) {
   nlohmann::ordered_json json = {
       {"time", status.time}, {"running", status.running}, {"databases", nlohmann::json::array()}};
@@ -146,6 +156,8 @@ std::string ToJson(const SystemStatus& status) {
                                     {"rows_per_second", one.rows_per_second},
                                     {"mem_rows", nullptr},
                                     {"seconds_to_empty", nullptr}};
+    // Of a folder that could not be listed all figures are unknown but the rows, which are asked of
+    // the server.
     if (one.error != 0) {
       for (auto& member : entry.items()) {
         if (member.key() != "database") member.value() = nullptr;
@@ -161,17 +173,23 @@ std::string ToJson(const SystemStatus& status) {
 
 namespace {
 
+using Sample = std::optional<double>;
+using Labels = std::vector<std::pair<std::string, std::string>>;
+
+// Collects samples in the text exposition format: a family has a name, a line of help, and one
+// sample for each set of labels.
 class Exposition {
  public:
   void Family(const std::string& name, const std::string& help) {
     m_name = "midtable_" + name;
     m_text += "# HELP " + m_name + " " + help + "\n# TYPE " + m_name + " gauge\n";
   }
-  void Sample(double value, const std::vector<std::pair<std::string, std::string>>& labels = {}) {
+  void Add(double value, const Labels& labels = {}) {
     m_text += m_name;
     for (std::size_t i = 0; i < labels.size(); ++i) {
       m_text += (i == 0 ? "{" : ",") + labels[i].first + "=\"" + Escaped(labels[i].second) + "\"";
     }
+    // 17 digits tell any two numbers of this type apart.
     m_text += (labels.empty() ? "" : "}") + Format(" %.17g\n", value);
   }
   const std::string& text() const { return m_text; }
@@ -190,48 +208,57 @@ class Exposition {
   std::string m_text;
 };
 
+void AddSystem(const SystemStatus& status, Exposition& out) {
+  out.Family("running", "1 while the service holds its lock.");
+  out.Add(status.running ? 1 : 0);
+  out.Family("server_reachable", "1 when the mem tables could be looked at.");
+  out.Add(status.server_error.empty() ? 1 : 0);
+  out.Family("spool_readable", "1 when the spool and all folders in it could be listed.");
+  out.Add(AllListed(status) ? 1 : 0);
+}
+
+void AddFiles(const SystemStatus& status, Exposition& out) {
+  out.Family("files", "Mem files in the spool, by state.");
+  for (const DatabaseStatus& one : status.databases) {
+    if (one.error != 0) continue;
+    const auto add = [&](std::uint64_t files, const char* state) {
+      out.Add(static_cast<double>(files), {{"database", one.database}, {"state", state}});
+    };
+    add(one.waiting, "waiting");
+    add(one.loaded, "loaded");
+    add(one.failed, "failed");
+    add(one.kept, "kept");
+  }
+}
+
+// A figure of a folder, which is unknown when the folder could not be listed.
+Sample Listed(const DatabaseStatus& one, double figure) {
+  return one.error == 0 ? Sample(figure) : std::nullopt;
+}
+
 }  // namespace
 
 std::string ToPrometheus(const SystemStatus& status) {
   Exposition out;
-  out.Family("running", "1 while the service holds its lock.");
-  out.Sample(status.running ? 1 : 0);
-  out.Family("server_reachable", "1 when the mem tables could be looked at.");
-  out.Sample(status.server_error.empty() ? 1 : 0);
-  out.Family("spool_readable", "1 when the spool and all folders in it could be listed.");
-  out.Sample(AllListed(status) ? 1 : 0);
-  out.Family("files", "Mem files in the spool, by state.");
-  for (const DatabaseStatus& one : status.databases) {
-    if (one.error != 0) continue;
-    out.Sample(static_cast<double>(one.waiting),
-               {{"database", one.database}, {"state", "waiting"}});
-    out.Sample(static_cast<double>(one.loaded), {{"database", one.database}, {"state", "loaded"}});
-    out.Sample(static_cast<double>(one.failed), {{"database", one.database}, {"state", "failed"}});
-    out.Sample(static_cast<double>(one.kept), {{"database", one.database}, {"state", "kept"}});
-  }
+  AddSystem(status, out);
+  AddFiles(status, out);
   const auto gauge = [&](const char* name, const char* help, auto value) {
     out.Family(name, help);
     for (const DatabaseStatus& one : status.databases) {
-      if (const std::optional<double> sample = value(one)) {
-        out.Sample(*sample, {{"database", one.database}});
-      }
+      if (const Sample sample = value(one)) out.Add(*sample, {{"database", one.database}});
     }
   };
-  using Sample = std::optional<double>;
-  const auto listed = [](const DatabaseStatus& one, double figure) {
-    return one.error == 0 ? Sample(figure) : std::nullopt;
-  };
-  gauge("waiting_bytes", "Size of the files that wait.", [&](const DatabaseStatus& one) {
-    return listed(one, static_cast<double>(one.waiting_bytes));
+  gauge("waiting_bytes", "Size of the files that wait.", [](const DatabaseStatus& one) {
+    return Listed(one, static_cast<double>(one.waiting_bytes));
   });
   gauge("oldest_waiting_seconds", "Age of the oldest file that waits.",
-        [&](const DatabaseStatus& one) {
-          return listed(one, static_cast<double>(one.oldest_seconds));
+        [](const DatabaseStatus& one) {
+          return Listed(one, static_cast<double>(one.oldest_seconds));
         });
   gauge("loaded_files_per_second", "Files loaded, over the last minute.",
-        [&](const DatabaseStatus& one) { return listed(one, one.files_per_second); });
+        [](const DatabaseStatus& one) { return Listed(one, one.files_per_second); });
   gauge("loaded_rows_per_second", "Rows loaded, over the last minute.",
-        [&](const DatabaseStatus& one) { return listed(one, one.rows_per_second); });
+        [](const DatabaseStatus& one) { return Listed(one, one.rows_per_second); });
   gauge("seconds_to_empty", "Time until no file waits, at the speed of the last minute.",
         [](const DatabaseStatus& one) { return one.seconds_to_empty; });
   gauge("mem_table_rows", "Rows that wait in mem tables.", [](const DatabaseStatus& one) {

@@ -1,4 +1,5 @@
-// What the run log says of a failure, what to do about it, and how to go on.
+// What the run log says of a failure, what to do about it, and how to go on: in that order, so that
+// the last line on the screen is the next command.
 #include "midtablectl/why.h"
 
 #include <sys/stat.h>
@@ -11,17 +12,39 @@
 #include <set>
 
 #include "log/zux_center_log.h"
-#include "midtable/mem_file_name.h"
 #include "midtablectl/advice.h"
 #include "midtablectl/failure.h"
-#include "midtablectl/findings.h"
+#include "midtablectl/local_time.h"
 #include "midtablectl/retry.h"
 #include "midtablectl/spool_scan.h"
+#include "midtablectl/text.h"
+#include "spool/mem_file.h"
 
 namespace ctl {
 
 namespace {
 
+// Of a long line so much is repeated beside its advice: the line itself stands above.
+constexpr std::size_t kQuotedLength = 60;
+
+// The beginning of an entry, for a reader who looks for the line that an advice belongs to.
+std::string Quotation(const LogEntry& entry) {
+  const std::vector<std::string_view> lines = Lines(entry.text);
+  const std::string line = OneLine(lines.empty() ? "" : lines[0]);
+  const bool is_long = line.size() > kQuotedLength;
+  return "\"" + line.substr(0, kQuotedLength) + (is_long ? "...\": " : "\": ");
+}
+
+// Whether the manual has more to say of this message than "see the line before", or than what the
+// server's words told already.
+bool AddsToAdvice(const Message& message, bool is_first) {
+  // The message of unit MysqlBase is a statement and its error, whatever these are.
+  if (message.format == "%s") return false;
+  return is_first || !message.action.starts_with(kSeeOtherLine.text);
+}
+
+// Prints what to do, each advice once: first by the server's words, which say more than the line
+// around them, then by the manual's rows for the messages.
 void GiveAdvice(const std::vector<LogEntry>& entries, Console& console) {
   if (std::none_of(entries.begin(), entries.end(), std::mem_fn(&LogEntry::IsTrouble))) return;
   std::set<std::string> given;
@@ -29,25 +52,21 @@ void GiveAdvice(const std::vector<LogEntry>& entries, Console& console) {
     if (!text.empty() && given.insert(text).second) console.out << "  - " << text << '\n';
   };
   console.out << "What to do:\n";
-  // The server's words say more than the line around them.
   for (const LogEntry& entry : entries) {
-    if (entry.IsError() && entry.text.find("error") != std::string::npos) {
+    if (entry.IsError() && entry.text.find(kErrorWord.text) != std::string::npos) {
       give(ServerAdvice(entry.text));
     }
   }
   for (const LogEntry& entry : entries) {
     const Message* message = FindMessage(entry);
-    // That of unit MysqlBase fits every line; the line behind it says more.
-    const bool adds =
-        message != nullptr && (given.empty() || !message->action.starts_with("See the line"));
-    if (!entry.IsTrouble() || !adds || message->format == "%s") continue;
-    const std::string line = OneLine(Lines(entry.text).empty() ? "" : Lines(entry.text)[0]);
-    give("\"" + line.substr(0, 60) + (line.size() > 60 ? "...\": " : "\": ") + message->meaning +
-         " " + message->action);
+    if (!entry.IsTrouble() || message == nullptr) continue;
+    if (!AddsToAdvice(*message, given.empty())) continue;
+    give(Quotation(entry) + message->meaning + " " + message->action);
   }
 }
 
-// As a shell takes it for one word. What retry moves has no quote in its path.
+// The path as a shell takes it for one word. A name with a quote in it is refused by retry, so
+// there is none to escape.
 std::string Quoted(const std::string& path) {
   const bool plain = std::all_of(path.begin(), path.end(), [](unsigned char c) {
     return std::isalnum(c) != 0 || std::strchr("/._-+:,@%=", c) != nullptr;
@@ -55,13 +74,25 @@ std::string Quoted(const std::string& path) {
   return plain ? path : "'" + path + "'";
 }
 
-void TellState(const std::string& path, Console& console) {
-  if (path.ends_with(".mid")) {
-    console.out << "The file is loaded; its rows stay in the mem table " << MemFileDatabase(path)
-                << "." << MemFileTable(path)
-                << ".\nThey are converted with the next file of it, also with an empty one.\n";
+// What is true of the rows of a loaded file.
+void TellRows(const std::string& path, const std::vector<LogEntry>& entries, Console& console) {
+  const std::string table = MemFile::Parse(path).QualifiedTable();
+  if (TellOfConvertedRows(entries)) {
+    console.out << "The file is loaded and its rows are converted, but the mem table " << table
+                << " may hold them still.\nThe service tries to empty it once a minute, and before "
+                   "the next load. A service that is started\nanew counts them again, so empty it "
+                   "before that: truncate table "
+                << table << '\n';
     return;
   }
+  console.out << "The file is loaded; its rows stay in the mem table " << table
+              << ".\nThe service tries them again with the next file of it, when the definition "
+                 "file has changed, at its next\nstart and, where the server was at fault, once a "
+                 "minute.\n";
+}
+
+// What is true of a failed file now, and the command that goes on with it.
+void TellState(const std::string& path, Console& console) {
   LoadDoubts doubts;
   const RetryPlan plan = PlanRetry(path, doubts);
   if (!plan.refusal.empty()) {
@@ -75,7 +106,8 @@ void TellState(const std::string& path, Console& console) {
               << "midtablectl retry " << Quoted(path) << '\n';
 }
 
-Status SayNothing(const std::string& path, const RunLog& log, Console& console) {
+// The answer when the log has no entry of the failure.
+Status TellOfSilentLog(const std::string& path, const RunLog& log, Console& console) {
   if (!log.error.empty()) {
     console.err << "the run log cannot be read: " << log.error << '\n';
     return Status::kCouldNotLook;
@@ -86,9 +118,8 @@ Status SayNothing(const std::string& path, const RunLog& log, Console& console) 
   }
   console.out
       << "The run log says nothing of it" << (log.found ? " (yet)" : ": there is none of that day")
-      << ".\nIts newest lines are written when more have come or the service ends. Try again "
-         "later, or stop the service\nand look again; midtablectl check may tell the reason "
-         "too.\n\n";
+      << ".\nIts newest lines may not be written yet. Try again in a minute, or stop the service "
+         "and look again;\nmidtablectl check may tell the reason too.\n\n";
   TellState(path, console);
   return Status::kFindings;
 }
@@ -106,18 +137,22 @@ Status Why(const std::string& file, Console& console) {
     console.err << OneLine(path) << ": " << std::strerror(errno) << '\n';
     return Status::kCouldNotLook;
   }
-  // A rename leaves the time of the content alone; this one is when the file got its name.
+  // A rename leaves the time of the content alone, but sets this one.
   const std::tm when = LocalTime(status.st_ctime);
   console.out << OneLine(path) << '\n'
               << Format("%s %04d-%02d-%02d at %02d:%02d:%02d, or was touched then\n\n",
                         path.ends_with(".mid") ? "loaded" : "failed", when.tm_year + 1900,
                         when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec);
   const RunLog log = FindFailure(path, status.st_ctime);
-  if (log.entries.empty()) return SayNothing(path, log, console);
+  if (log.entries.empty()) return TellOfSilentLog(path, log, console);
   for (const LogEntry& entry : log.entries) console.out << entry.Show() << '\n';
   console.out << '\n';
   GiveAdvice(log.entries, console);
-  TellState(path, console);
+  if (path.ends_with(".mid")) {
+    TellRows(path, log.entries, console);
+  } else {
+    TellState(path, console);
+  }
   return Status::kFine;
 }
 

@@ -1,5 +1,5 @@
-// Why a mem file failed, or the conversion of a loaded one: the run log's lines of that moment, and
-// what to do.
+// Why a mem file failed, or why the conversion of a loaded one did: the lines of the run log about
+// it, and what to do.
 #pragma once
 
 #include <string>
@@ -8,7 +8,8 @@
 
 namespace ctl {
 
-// `file`: a path, or the bare name of a file in the spool.
+// `file` is a path, or the bare name of a file in the spool. kFine when the run log tells the
+// reason, or has nothing against a loaded file; kFindings when it says nothing of a failed one.
 Status Why(const std::string& file, Console& console);
 
 }  // namespace ctl

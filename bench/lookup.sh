@@ -1,4 +1,0 @@
-#!/usr/bin/env bash
-# bench/lookup.sh PROGRAM: what one lookup of a number block costs. PROGRAM is the built lookup_bench.
-set -euo pipefail
-exec "$1" 2>/dev/null

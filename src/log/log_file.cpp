@@ -1,0 +1,87 @@
+#include "log/log_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+constexpr mode_t kFileMode = 0640;
+
+std::size_t LinesIn(std::string_view text) {
+  return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+}  // namespace
+
+bool LogFile::Open(const std::string& path) {
+  Close();
+  m_path = path;
+  m_file = CreateRegular(path, O_WRONLY | O_APPEND, kFileMode);
+  if (!m_file) {
+    if (m_trouble.error == 0) m_trouble.error = errno;
+    return false;
+  }
+  m_unseen = 0;
+  if (std::exchange(m_torn, false)) {
+    m_buffer.erase(0, m_buffer.find('\n') + 1);
+    ++m_trouble.lines;
+  }
+  return true;
+}
+
+void LogFile::Close() {
+  if (!m_file) return;
+  if (IsInPlace()) {
+    WriteOut();
+  } else {
+    if (m_trouble.error == 0) m_trouble.error = ENOENT;
+    m_trouble.lines += m_unseen;
+  }
+  m_file.reset(-1);
+}
+
+bool LogFile::IsInPlace() {
+  if (!m_file || !StillNames(m_path, m_file.get())) return false;
+  m_unseen = 0;
+  return true;
+}
+
+off_t LogFile::Size() const {
+  struct stat status {};
+  if (!m_file || fstat(m_file.get(), &status) != 0) return 0;
+  return status.st_size + static_cast<off_t>(m_buffer.size());
+}
+
+bool LogFile::Append(std::string_view line, bool at_once) {
+  const bool full = m_trouble.error != 0 && m_buffer.size() + line.size() > kMostKept;
+  if (!m_file || full) {
+    m_trouble.lines += LinesIn(line);
+    return false;
+  }
+  m_buffer += line;
+  if (m_trouble.error == 0 && (at_once || m_buffer.size() >= kWriteAt)) WriteOut();
+  return true;
+}
+
+bool LogFile::WriteOut() {
+  while (m_file && !m_buffer.empty()) {
+    const ssize_t written = write(m_file.get(), m_buffer.data(), m_buffer.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      if (m_trouble.error == 0) m_trouble.error = errno;
+      return false;
+    }
+    const std::string_view out(m_buffer.data(), static_cast<std::size_t>(written));
+    m_unseen += LinesIn(out);
+    m_torn = !out.ends_with('\n');
+    m_buffer.erase(0, out.size());
+  }
+  return static_cast<bool>(m_file);
+}
+
+LogFile::Trouble LogFile::TakeTrouble() { return std::exchange(m_trouble, {}); }

@@ -1,0 +1,20 @@
+#include "midtable/mid_table_failures.h"
+
+#include "log/engine_unit.h"
+#include "log/zux_center_log.h"
+
+namespace {
+
+constexpr int kMostFailures = 100;
+
+}  // namespace
+
+bool MidTableFailures::IsBad(const std::string& key) {
+  const auto entry = m_failures.find(key);
+  if (entry == m_failures.end()) return false;
+  if (entry->second == kMostFailures) {
+    ++entry->second;
+    g_loger(kUnit, __LINE__, kError, "midtable %s is bad, skipped!", entry->first.c_str());
+  }
+  return entry->second > kMostFailures;
+}

@@ -1,0 +1,52 @@
+#include "spool/settled_files.h"
+
+#include <cerrno>
+
+#include "log/engine_unit.h"
+#include "log/zux_center_log.h"
+#include "spool/renames.h"
+#include "support/names.h"
+
+namespace {
+
+// The folder that `path` is in; nothing when it cannot be looked at.
+std::optional<ino_t> FolderOf(const std::string& path) {
+  const auto folder = IdentityOf(path.substr(0, path.rfind('/')));
+  return folder ? std::optional(folder->inode) : std::nullopt;
+}
+
+}  // namespace
+
+// What has the name now is what was loaded, as far as anybody can tell. Where the folder cannot be
+// looked at, the identity that was noted before the load has to do.
+void SettledFiles::Add(const std::string& path, const std::string& target,
+                       const std::optional<FileIdentity>& last_seen) {
+  const auto now = IdentityOf(path);
+  if (!now && !last_seen) return;
+  m_entries.insert_or_assign(path, Entry{now ? *now : *last_seen, FolderOf(path), target});
+}
+
+bool SettledFiles::Contains(const std::string& path) const {
+  const auto found = m_entries.find(path);
+  if (found == m_entries.end()) return false;
+  const auto now = IdentityOf(path);
+  return now && now->IsUnchangedSince(found->second.identity);
+}
+
+void SettledFiles::RetryRenames() {
+  std::erase_if(m_entries, [](const auto& item) {
+    const auto& [path, entry] = item;
+    if (IsOver(path, entry)) return true;
+    if (!MoveMemFile(path, entry.target)) return false;
+    g_loger(kUnit, __LINE__, kInfo, "file (%s) renamed to (%s) at last", Printable(path).c_str(),
+            Printable(entry.target).c_str());
+    return true;
+  });
+}
+
+// A file that is missing is over only while its folder is the same one: a folder that was moved
+// away, or is not mounted, may come back with the file.
+bool SettledFiles::IsOver(const std::string& path, const Entry& entry) {
+  if (const auto now = IdentityOf(path)) return !now->IsUnchangedSince(entry.identity);
+  return errno == ENOENT && entry.folder && FolderOf(path) == entry.folder;
+}

@@ -1,0 +1,14 @@
+#include "support/file_identity.h"
+
+// Size and time of the last write are enough to see that a file was written to: whoever appends
+// changes the one, and whoever rewrites it in place the other.
+FileIdentity IdentityOf(const struct stat& status) {
+  return {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+          status.st_mtim.tv_nsec};
+}
+
+std::optional<FileIdentity> IdentityOf(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0) return std::nullopt;
+  return IdentityOf(status);
+}

@@ -1,0 +1,223 @@
+// How long the MySQL back end waits: for a server that is frozen or says nothing, for locks, and
+// once the service is to stop.
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "db/MysqlBase.h"
+#include "db/server_wait.h"
+#include "gmock/gmock.h"
+#include "support/run_state.h"
+#include "testing/files.h"
+#include "testing/frozen_server.h"
+
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+
+namespace {
+
+// Runs something and tells how long it took.
+milliseconds Timed(const std::function<void()>& action) {
+  const auto begin = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
+}
+
+// Tells the service to stop, a moment after its construction; at its end all is as before.
+class StopSoon {
+ public:
+  StopSoon() = default;
+  ~StopSoon() {
+    m_thread.join();
+    g_nMainRun = 1;
+  }
+  StopSoon(const StopSoon&) = delete;
+  StopSoon& operator=(const StopSoon&) = delete;
+
+ private:
+  std::thread m_thread{[] {
+    std::this_thread::sleep_for(milliseconds(200));
+    g_nMainRun = 0;
+  }};
+};
+
+// A question ends about 0.8 s after StopSoon began; a busy machine gets some more.
+constexpr milliseconds kSoon{2500};
+
+// --- the waiting itself, on one end of a pair of sockets
+
+class ServerWaitTest : public testing::Test {
+ protected:
+  ServerWaitTest() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, m_ends)); }
+  ~ServerWaitTest() override {
+    for (const int end : m_ends) close(end);
+  }
+  int AwaitAnswer() const { return ServerWait::Wait(m_ends[0], 1, 1); }
+  void Answer() const { EXPECT_EQ(1, write(m_ends[1], "x", 1)); }
+
+  int m_ends[2] = {-1, -1};
+  std::string m_reason = "of an earlier wait";
+};
+
+TEST_F(ServerWaitTest, AQuestionIsGivenUpWhenItsLimitHasPassed) {
+  const ServerWait wait(m_reason, milliseconds(1200));
+  EXPECT_EQ("", m_reason);
+  const auto waited = Timed([&] {
+    EXPECT_EQ(0, AwaitAnswer());
+    EXPECT_EQ(ETIMEDOUT, errno);
+  });
+  EXPECT_GE(waited, milliseconds(1200));
+  EXPECT_EQ("no answer from the server within 1 s", m_reason);
+}
+
+TEST_F(ServerWaitTest, AQuestionIsGivenUpSoonAfterAStop) {
+  const StopSoon stop;
+  const ServerWait wait(m_reason, std::chrono::hours(1));
+  EXPECT_LT(Timed([&] { EXPECT_EQ(0, AwaitAnswer()); }), kSoon);
+  EXPECT_EQ("stopped while waiting for the server", m_reason);
+}
+
+TEST_F(ServerWaitTest, WorkIsAwaitedAlsoAfterAStop) {
+  g_nMainRun = 0;
+  std::thread later([&] {
+    std::this_thread::sleep_for(milliseconds(1200));
+    Answer();
+  });
+  const ServerWait wait(m_reason);
+  EXPECT_EQ(1, AwaitAnswer());
+  EXPECT_EQ("", m_reason);
+  later.join();
+  g_nMainRun = 1;
+}
+
+TEST_F(ServerWaitTest, TheInnermostOfAThreadCounts) {
+  std::string outer_reason;
+  const ServerWait outer(outer_reason, milliseconds(0));
+  {
+    const ServerWait inner(m_reason, milliseconds(0));
+    EXPECT_EQ(0, AwaitAnswer());
+    EXPECT_EQ("", outer_reason);
+    std::thread([&] {
+      Answer();
+      EXPECT_EQ(1, AwaitAnswer()) << "another thread's waits are its own";
+    }).join();
+  }
+  char taken = 0;
+  EXPECT_EQ(1, read(m_ends[0], &taken, 1));
+  EXPECT_EQ(0, AwaitAnswer());
+  EXPECT_NE("", outer_reason);
+}
+
+// --- the back end
+
+class TimeOut : public testing::Test {
+ protected:
+  TimeOut() { m_server.Run("create or replace database alpha; create table alpha.t (x int)"); }
+
+  std::unique_ptr<CMysqlBase> Connected() {
+    auto sql = std::make_unique<CMysqlBase>(&m_auth);
+    EXPECT_EQ(0, sql->connectDB()) << sql->getLastError();
+    return sql;
+  }
+  static std::string Value(CMysqlBase& sql, const char* query) {
+    std::vector<SqlRecord> rows;
+    EXPECT_EQ(0, sql.fetchRecordSet(query, rows)) << sql.getLastError();
+    return rows.size() == 1 ? rows[0].begin()->second : "not one row";
+  }
+  static std::string LockLimits(CMysqlBase& sql) {
+    return Value(sql, "select concat(@@lock_wait_timeout, ' ', @@innodb_lock_wait_timeout) as v");
+  }
+
+  MariadbServer& m_server = MariadbServer::Get();
+  MYSQLAUTH m_auth = m_server.Auth("alpha");
+};
+
+TEST_F(TimeOut, AStopEndsConnectingToAServerThatSaysNothing) {
+  const int silent = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* const any = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(0, bind(silent, any, size));
+  ASSERT_EQ(0, listen(silent, 5));
+  ASSERT_EQ(0, getsockname(silent, any, &size));
+  m_auth.port = ntohs(address.sin_port);
+  CMysqlBase sql(&m_auth);
+  const StopSoon stop;
+  EXPECT_LT(Timed([&] { EXPECT_EQ(-1, sql.connectDB()); }), kSoon);
+  EXPECT_EQ("connect failed, error:stopped while waiting for the server", sql.getLastError());
+  EXPECT_EQ(SqlFailure::kConnection, sql.lastFailure());
+  close(silent);
+}
+
+TEST_F(TimeOut, AStopEndsEveryQuestionToAFrozenServer) {
+  std::vector<SqlRecord> rows;
+  unsigned int count = 0;
+  const std::pair<const char*, std::function<bool(CMysqlBase&)>> questions[] = {
+      {"reconnectDB", [](auto& sql) { return sql.reconnectDB() == 0; }},
+      {"isDBAlive", [](auto& sql) { return sql.isDBAlive(); }},
+      {"existDB", [](auto& sql) { return sql.existDB("alpha"); }},
+      {"existTable", [](auto& sql) { return sql.existTable("t"); }},
+      {"changeDB", [](auto& sql) { return sql.changeDB("alpha") == 0; }},
+      {"fetchRecordSet", [&](auto& sql) { return sql.fetchRecordSet("select 1", rows) == 0; }},
+      {"RowsCountBySQL", [&](auto& sql) { return sql.RowsCountBySQL("select 1", &count) == 0; }}};
+  std::vector<std::unique_ptr<CMysqlBase>> sessions;
+  for (std::size_t i = 0; i < std::size(questions); ++i) sessions.push_back(Connected());
+  const FrozenServer frozen(m_server);
+  for (std::size_t i = 0; i < std::size(questions); ++i) {
+    const auto& [name, ask] = questions[i];
+    const StopSoon stop;
+    EXPECT_LT(Timed([&] { EXPECT_FALSE(ask(*sessions[i])) << name; }), kSoon) << name;
+    EXPECT_EQ(SqlFailure::kConnection, sessions[i]->lastFailure()) << name;
+    if (std::string_view(name) == "RowsCountBySQL") continue;  // it leaves the last error
+    EXPECT_THAT(sessions[i]->getLastError(), HasSubstr("stopped while waiting")) << name;
+  }
+}
+
+TEST_F(TimeOut, AStopDoesNotCutAStatementShort) {
+  const auto sql = Connected();
+  const StopSoon stop;
+  EXPECT_EQ(0, sql->executeSQL("insert into t select sleep(2)", 0)) << sql->getLastError();
+  EXPECT_EQ("1", Value(*sql, "select count(*) as v from t")) << "a server that answers is asked";
+}
+
+TEST_F(TimeOut, EveryConnectionLimitsItsWaitsForLocks) {
+  const auto sql = Connected();
+  EXPECT_EQ("60 60", LockLimits(*sql));
+  sql->setLockWaitSeconds(5);
+  EXPECT_EQ("60 60", LockLimits(*sql)) << "not before the next connect";
+  EXPECT_EQ(0, sql->reconnectDB());
+  EXPECT_EQ("5 5", LockLimits(*sql));
+}
+
+// An option of this process's only TCP connection.
+int OptionOfConnection(int level, int name) {
+  int found = -1;
+  for (const std::string& fd : ListFolder("/proc/self/fd")) {
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    const int socket = std::stoi(fd);
+    if (getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) != 0) continue;
+    EXPECT_EQ(-1, found) << "more than one connection";
+    size = sizeof found;
+    EXPECT_EQ(0, getsockopt(socket, level, name, &found, &size));
+  }
+  return found;
+}
+
+TEST_F(TimeOut, ThePeerOfASilentConnectionIsLookedAfter) {
+  const auto sql = Connected();
+  EXPECT_EQ(1, OptionOfConnection(SOL_SOCKET, SO_KEEPALIVE));
+  EXPECT_EQ(60, OptionOfConnection(IPPROTO_TCP, TCP_KEEPIDLE));
+  EXPECT_EQ(15, OptionOfConnection(IPPROTO_TCP, TCP_KEEPINTVL));
+  EXPECT_EQ(8, OptionOfConnection(IPPROTO_TCP, TCP_KEEPCNT));
+  EXPECT_EQ(180'000, OptionOfConnection(IPPROTO_TCP, TCP_USER_TIMEOUT));
+}
+
+}  // namespace

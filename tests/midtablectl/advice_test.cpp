@@ -1,0 +1,41 @@
+// Which row of docs/messages.md a line of the run log is, and what a server's words mean.
+#include "midtablectl/advice.h"
+
+#include <regex>
+
+#include "gtest/gtest.h"
+
+namespace {
+
+TEST(Advice, EachMessageIsFoundByATextOfItsOwn) {
+  ASSERT_GT(ctl::Messages().size(), 50U);
+  for (const ctl::Message& message : ctl::Messages()) {
+    const std::string text = std::regex_replace(message.format, std::regex("%(zu|[sdu])"), "17");
+    const auto* found = ctl::FindMessage({message.unit, message.level, 0, text});
+    EXPECT_TRUE(found != nullptr && found->format == message.format) << message.format;
+  }
+}
+
+TEST(Advice, NoMessageOfAnotherUnitLevelOrNumber) {
+  EXPECT_EQ(ctl::FindMessage({"main", "InfoLog", 0, "commit ok!"}), nullptr);
+  EXPECT_EQ(ctl::FindMessage({"Midtable", "ErrLog", 0, "commit ok!"}), nullptr);
+  EXPECT_EQ(ctl::FindMessage({"Midtable", "ErrLog", 0, "ret (none) (x)"}), nullptr);
+}
+
+TEST(Advice, WordsOfTheServer) {
+  const struct {
+    std::string text, advice;
+  } table[] = {
+      {"TABLE 't' IS FULL", "the server's disk or its tablespace is full: make room"},
+      {"execute load data infile \"x\" failed, error:Access denied for user",
+       "the service's user lacks the privilege FILE, whatever the server says of a password: grant "
+       "file on *.* to it"},
+      {"execute create table t failed, error:Access denied for user",
+       "a privilege is missing: midtablectl check names it with its grant statement"},
+      {"error:Access denied for user 'x'@'y' (using password: YES)",
+       "wrong user or password: mend them in dbinfo.conf, or set the password on the server"},
+      {"execute select 'is full' failed, error:what is that", ""}};
+  for (const auto& [text, advice] : table) EXPECT_EQ(ctl::ServerAdvice(text), advice) << text;
+}
+
+}  // namespace

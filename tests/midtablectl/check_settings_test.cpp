@@ -1,0 +1,54 @@
+// What `midtablectl check` finds in the settings file.
+
+#include "midtablectl/check_fixture.h"
+
+namespace {
+
+Step Line(const std::string& part, const std::string& by) { return Edit(kSettings, part, by); }
+
+class CheckSettings : public CheckTest {};
+
+TEST_P(CheckSettings, Finds) {
+  GetParam().SetUp();
+  Finds(Of(kSettings, GetParam().lines));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    That, CheckSettings,
+    testing::Values(
+        Case("EverybodyMayChange", {SetMode(kSettings, 0666)},
+             ": warning: everybody on this machine may change it"),
+        Case("HoldZeroBytes", {Line("vqcfg\n", std::string("vqcfg\0\n", 7))},
+             ": error: holds zero bytes, after which text is lost"),
+        Case("HaveALineWithoutEqualsSign", {Line("user=", "# who logs in\nuser=")},
+             ":3: error: no \"=\" in this line, which refuses the whole file"),
+        Case("HaveAKeyInCapitals", {Line("user=", "User=")},
+             ":3: error: key \"User\" is not read: letter case counts", ": error: no user"),
+        Case("MisspellAKey", {Line("password=", "pasword=")},
+             ":4: warning: key \"pasword\" is not read, and there is no password",
+             ": warning: no password"),
+        Case("BeginWithAByteOrderMark", {Line("host=", "\xEF\xBB\xBFhost=")},
+             ":1: error: a byte order mark stands before \"host\"",
+             ": warning: no host: the client library takes its local socket"),
+        Case("NameOracleInCapitals", {Line("=mysql", "=Oracle")},
+             ":5: error: dbtype \"Oracle\" selects MySQL, not Oracle"),
+        Case("HaveAPortThatIsNone", {Line("=3306", "=65536")},
+             ":2: error: no port, or none from 1 to 65535"),
+        Case("NeedNoHostOnOracle", {UseOracle, Line("host=127.0.0.1\nport=3306\n", "")}),
+        Case("HaveARefusedPasswordOfDatabases",
+             {UseOracle, Line("set_password=secret", "set_password=;'x")},
+             ":6: error: set_password is refused: the users of the databases cannot be made")),
+    kNameOfCase);
+
+TEST_F(MidtablectlTest, ThatThisUserMayNotRead) {
+  fs::permissions(kSettings, fs::perms::none);
+  const std::string found =
+      ": error: cannot be read: Permission denied; the service ends at once with status 1 -> mend "
+      "its mode or that of the folders above";
+  const std::string blind = ": run check as root or as the service's user\n";
+  EXPECT_EQ(Midtablectl({"check", "--offline"}),
+            (Outcome{2, kSettings + found + "\n1 error, 0 warnings\n",
+                     "this user may not read " + kSettings + blind}));
+}
+
+}  // namespace

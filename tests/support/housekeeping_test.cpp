@@ -1,0 +1,38 @@
+#include "support/housekeeping.h"
+
+#include <thread>
+
+#include "gtest/gtest.h"
+
+namespace {
+
+TEST(Housekeeping, IsDoneByWhoeverKeepsHouse) {
+  int done = 0;
+  const Housekeeping house([&done] { ++done; });
+  KeepHouse();
+  std::thread(KeepHouse).join();
+  EXPECT_EQ(done, 2);
+}
+
+TEST(Housekeeping, IsNotDoneAfterItsEnd) {
+  int done = 0;
+  {
+    const Housekeeping house([&done] { ++done; });
+  }
+  KeepHouse();
+  EXPECT_EQ(done, 0);
+}
+
+TEST(Housekeeping, IsDoneByOneThreadAtATime) {
+  int done = 0;  // a race, were there two
+  const Housekeeping house([&done] { ++done; });
+  const auto keep = [] {
+    for (int i = 0; i < 100'000; ++i) KeepHouse();
+  };
+  std::thread other(keep);
+  keep();
+  other.join();
+  EXPECT_EQ(done, 200'000);
+}
+
+}  // namespace
