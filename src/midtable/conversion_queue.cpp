@@ -45,7 +45,8 @@ bool ConversionQueue::AddLeftRows(Store& store, const std::string& database) {
   if (!store.FilledMemTables(database, tables)) return false;
   m_searched.insert(database);
   for (const std::string& table : tables) {
-    const MemFile file{database + "." + table, database, table};
+    MemFile file{{}, database, table};
+    file.path = file.QualifiedTable();
     if (Holds(file)) continue;
     g_loger(kUnit, __LINE__, kInfo, "memtable %s holds rows of an earlier run", file.path.c_str());
     m_line.push_back({file});
