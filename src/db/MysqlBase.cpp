@@ -109,6 +109,7 @@ bool CMysqlBase::logIn() {
     mysql_optionsv(handle, option, &kLibraryTimeoutSeconds);
   }
   mysql_optionsv(handle, MARIADB_OPT_IO_WAIT, &ServerWait::Wait);
+  if (m_allowsLocalLoads) prepareLocalLoads();
   if (mysql_real_connect(handle, m_auth->host.c_str(), m_auth->user.c_str(),
                          m_auth->password.c_str(), m_auth->dbname.c_str(),
                          static_cast<unsigned int>(m_auth->port), nullptr, 0) == nullptr) {
@@ -192,7 +193,7 @@ bool CMysqlBase::commitsByItself() {
 }
 
 int CMysqlBase::executeSQL(const char* sql, int logOnError) {
-  const ServerWait wait(m_gaveUp);
+  const ServerWait wait(m_gaveUp, m_stopEndsWork);
   return run(sql, logOnError);
 }
 

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "config/dbinfo.h"
+#include "db/LocalLoad.h"
 #include "db/SqlBase.h"
 
 class CMysqlBase : public CSqlBase {
@@ -73,6 +74,21 @@ class CMysqlBase : public CSqlBase {
   // record's own again. Always 1.
   int setAuth(MYSQLAUTH* auth);
 
+  // --- for callers that need more than the interface
+
+  // From the next connection on: loadLocal may be used. Nothing but the bytes that it is given ever
+  // goes to the server, whatever file the server asks for, and nothing outside of loadLocal.
+  void allowLocalLoads() { m_allowsLocalLoads = true; }
+  // From now on a stop ends every statement, the work of executeSQL and loadLocal, too.
+  void endWorkOnStop() { m_stopEndsWork = true; }
+  // Runs a "load data local infile" statement on `bytes`: 0, or -1 with the last error set. It may
+  // take hours, as executeSQL may.
+  int loadLocal(const char* sql, LoadBytes& bytes, LoadCounts& counts);
+  // Rows that the last successful statement changed.
+  std::uint64_t affectedRows() const;
+  // The server's number of the last failure; 0 for none.
+  unsigned int errorNumber() const;
+
   // Reading row by row. All but fetchRecord give 0, or -1 with the last error set.
   int fetchRecordSet(const char* sql);
   // 0 and the next row; 0 and `record` as it was when no read is open; -1 after the last row.
@@ -106,6 +122,11 @@ class CMysqlBase : public CSqlBase {
   bool lastDatabaseIsClosed() const;
   bool limitLockWaits();
   bool commitsByItself();
+  void prepareLocalLoads();
+  static int beginLoad(void** state, const char* name, void* self);
+  static int readLoad(void* state, char* buffer, unsigned int size);
+  static void endLoad(void* state);
+  static int explainLoad(void* state, char* text, unsigned int size);
   int run(const char* sql, int logOnError);
   bool firstRowIs(Result list, const char* name);
 
@@ -113,6 +134,9 @@ class CMysqlBase : public CSqlBase {
   std::unique_ptr<MYSQLAUTH> m_auth;  // its dbname is the database that was used last
   std::string m_ownDatabase;          // the record's
   int m_lockWaitSeconds = kLockWaitSeconds;
+  bool m_allowsLocalLoads = false;
+  bool m_stopEndsWork = false;
+  LoadBytes* m_loadBytes = nullptr;  // those of the load at work
   bool m_initialised = false;
   bool m_connected = false;
   Result m_result;

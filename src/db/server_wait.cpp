@@ -29,8 +29,12 @@ std::string NoAnswerWithin(milliseconds limit) {
 
 }  // namespace
 
-ServerWait::ServerWait(std::string& reason)
-    : m_reason(reason), m_isQuestion(false), m_limit(0), m_outer(t_current) {
+ServerWait::ServerWait(std::string& reason, bool ends_on_stop)
+    : m_reason(reason),
+      m_isQuestion(ends_on_stop),
+      m_limit(0),
+      m_end(Clock::time_point::max()),
+      m_outer(t_current) {
   m_reason.clear();
   t_current = this;
 }

@@ -14,8 +14,9 @@
 class ServerWait {
  public:
   // For work, which may take hours: waits until the server answers or the connection breaks,
-  // whatever the service is told meanwhile.
-  explicit ServerWait(std::string& reason);
+  // whatever the service is told meanwhile; with `ends_on_stop` a stop ends it as it ends a
+  // question.
+  explicit ServerWait(std::string& reason, bool ends_on_stop = false);
   // For a question: gives up when `limit` has passed since construction, and half a second after
   // the service was told to stop. An answer that is there already is always taken.
   //

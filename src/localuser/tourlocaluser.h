@@ -32,6 +32,7 @@
 #include "config/dbinfo.h"
 #include "db/SqlBase.h"
 #include "localuser/block_set.h"
+#include "localuser/flagged_records.h"
 #include "support/mutex.h"
 #include "support/paths.h"
 
@@ -90,14 +91,11 @@ class TourLocalUser {
   // of 0 ends the process.
   std::string GetUserName(unsigned int user_crc) const;
 
+  // The local flag of the records of a user code.
+  LocalFlag FlagOf(std::uint32_t code) EXCLUDES(m_localLock, m_enterpriseLock);
   // Rewrites a mem file: copies the records of `in_path` to a new file `out_path` (another name; an
-  // existing file is replaced), each followed by the local flag of its user. Always 1.
-  //
-  // A record is a line of 11 fields between tabs, where tabs in a row count as one and tabs at the
-  // ends for nothing; field 1 is the user code, and a carriage return belongs to the last field. It
-  // leaves as the 11 fields, each with a tab behind it, then 1 (local), 0 (visitor) or 2 (no user)
-  // and a line feed, in one write per record. Any other line, and one of more than a MiB, is logged
-  // with its number and left out.
+  // existing file is replaced), each followed by the local flag of its user, as FlaggedRecords has
+  // it, in one write per record. Always 1.
   //
   // The copy has the mode and, as far as allowed, the owner of the input. There is no copy when the
   // input is not a readable regular file (a link included), or when any read or write failed: the

@@ -1,0 +1,33 @@
+// Something that holds files back, as the run log tells it: a line when it begins, one a minute
+// while it lasts, one when it has ended. Tried again after pauses that grow from a second to eight.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+class Trouble {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  // `what` is held back, as the log names it: "WLAN_1a2b3c4d, kind F".
+  explicit Trouble(std::string what) : m_what(std::move(what)) {}
+
+  // A try has failed for `reason`; `files` wait.
+  void Failed(const std::string& reason, std::size_t files, Clock::time_point now);
+  // A try has succeeded; nothing when there was no trouble.
+  void Ended();
+  // The next try is due at once.
+  void Hurry() { m_next_try = {}; }
+
+  bool lasts() const { return m_lasts; }
+  bool IsDue(Clock::time_point now) const { return !m_lasts || now >= m_next_try; }
+  Clock::time_point nextTry() const { return m_next_try; }
+
+ private:
+  const std::string m_what;
+  bool m_lasts = false;
+  std::string m_reason;
+  std::chrono::seconds m_pause{1};
+  Clock::time_point m_next_try;
+  Clock::time_point m_logged_at;
+};

@@ -1,0 +1,224 @@
+// What delivery=once promises, on a real server.
+#include <sys/stat.h>
+
+#include "delivery/delivery_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+using Once = DeliveryTest;
+
+TEST_F(Once, FilesOfOneTableAreCountedTogetherAndBecomeMid) {
+  const std::string first = Drop("101500", "1\t10\n2\t20\n");
+  const std::string second = Drop("101600", "2\t20\n3\t30\n");
+  RunUntil([&] { return Exists(first + ".mid") && Exists(second + ".mid"); });
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "2:2", "3:1"));
+  EXPECT_EQ(RowsWaiting(), "0");
+  EXPECT_THAT(server.Run("select name, file_rows from WLAN_1a2b3c4d.midtable_ledger where kind = "
+                         "'F' order by name"),
+              ElementsAre("1a2b3c4d-MEM_20121231_1000A-20121231-101500.dat\t2",
+                          "1a2b3c4d-MEM_20121231_1000A-20121231-101600.dat\t2"));
+}
+
+TEST_F(Once, AFileThatComesWhileItRunsIsSeenByTheWatch) {
+  Start();
+  ASSERT_TRUE(Eventually([] { return ReadLog().find("delivery is once") != std::string::npos; }));
+  const std::string stem = Drop("101500", "1\t10\n");
+  EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
+  fs::create_directories(std::string(paths::kSpool) + "ffffffff");
+  const std::string other =
+      std::string(paths::kSpool) + "ffffffff/ffffffff-MEM_20121231_1000F-20121231-101500";
+  WriteFile(other + ".dat", "");
+  EXPECT_TRUE(Eventually([&] { return Exists(other + ".mid"); })) << "a new device's folder";
+}
+
+TEST_F(Once, ACountedFileThatGetsItsOldNameBackIsNotCountedAgain) {
+  const std::string stem = Drop("101500", "1\t10\n");
+  RunUntil([&] { return Exists(stem + ".mid"); });
+  fs::rename(stem + ".mid", stem + ".dat");
+  RunUntil([&] { return Exists(stem + ".mid"); });
+  EXPECT_THAT(Counted(), ElementsAre("1:1"));
+  EXPECT_THAT(ReadLog(), HasSubstr("file (" + stem + ".dat) is counted already"));
+}
+
+TEST_F(Once, AnotherFileOfACountedNameIsCounted) {
+  const std::string stem = Drop("101500", "1\t10\n");
+  RunUntil([&] { return Exists(stem + ".mid"); });
+  Drop("101500", "1\t10\n2\t20\n");
+  RunUntil([&] { return !Exists(stem + ".dat"); });
+  EXPECT_THAT(Counted(), ElementsAre("1:2", "2:1"));
+}
+
+TEST_F(Once, ARowWhoseKeyAnotherFileHasIsCountedAsInFileAfterFile) {
+  Define("create table %s (id int not null primary key, v int not null) engine=InnoDB", kConvert);
+  const std::string first = Drop("101500", "1\t10\n2\t20\n");
+  const std::string second = Drop("101600", "2\t20\n3\t30\n3\t31\n");
+  const std::string third = Drop("101700", "4\t40\n");
+  RunUntil([&] { return Exists(third + ".mid") && Exists(second + ".mid"); });
+  EXPECT_TRUE(Exists(first + ".mid"));
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "2:2", "3:1", "4:1"));
+}
+
+TEST_F(Once, RowsThatTheOtherWayOfWorkingLeftAreCountedOnce) {
+  server.Run(
+      "create table WLAN_1a2b3c4d.MEM_20121231_0000A (id int not null, v int not null) "
+      "engine=InnoDB; insert into WLAN_1a2b3c4d.MEM_20121231_0000A values (7, 1), (7, 2)");
+  const std::string stem = Drop("101500", "1\t10\n");
+  RunUntil([&] { return Exists(stem + ".mid"); });
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "7:2"));
+}
+
+TEST_F(Once, RowsThatAreCountedAlreadyAreRemovedAndNotCountedAgain) {
+  const std::string stem = Drop("101500", "1\t10\n");
+  RunUntil([&] { return Exists(stem + ".mid"); });
+  // As after a kill between the commit and the emptying.
+  server.Run(
+      "insert into WLAN_1a2b3c4d.MEM_20121231_0000A values (1, 10); update "
+      "WLAN_1a2b3c4d.midtable_ledger set state = 'C' where kind = 'M'");
+  const std::string next = Drop("101600", "2\t20\n");
+  RunUntil([&] { return Exists(next + ".mid"); });
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "2:1"));
+}
+
+TEST_F(Once, AFileThatATriggerRefusesIsSetAsideAndTheOthersAreCounted) {
+  server.Run(
+      "create table WLAN_1a2b3c4d.MEM_20121231_0000A (id int not null, v int not null) "
+      "engine=InnoDB; create trigger WLAN_1a2b3c4d.no_nine before insert on "
+      "WLAN_1a2b3c4d.MEM_20121231_0000A for each row begin if new.id = 9 then signal "
+      "sqlstate '45000' set message_text = 'no nine'; end if; end");
+  const std::string good = Drop("101500", "1\t10\n");
+  const std::string bad = Drop("101600", "2\t20\n9\t90\n");
+  const std::string late = Drop("101700", "3\t30\n");
+  RunUntil([&] { return Exists(late + ".mid") && Exists(bad + ".err"); });
+  EXPECT_TRUE(Exists(good + ".mid"));
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "3:1"));
+  EXPECT_THAT(ReadLog(), HasSubstr("file (" + bad + ".dat) set aside: no nine"));
+}
+
+TEST_F(Once, AFileThatOnlyAConversionRefusesIsSetAsideOnceAnotherHasPassed) {
+  Define(kCreateMem,
+         " select id, 10 div (id <> 9) + count(*) - 10 from %s group by 1 on duplicate key update "
+         "n = n + values(n)");
+  server.Run("set global sql_mode = 'STRICT_ALL_TABLES,ERROR_FOR_DIVISION_BY_ZERO'");
+  const std::string bad = Drop("101500", "9\t90\n");
+  const std::string good = Drop("101600", "1\t10\n");
+  RunUntil([&] { return Exists(good + ".mid") && Exists(bad + ".err"); });
+  server.Run("set global sql_mode = default");
+  EXPECT_THAT(Counted(), ElementsAre("1:1"));
+}
+
+TEST_F(Once, ABrokenDefinitionHoldsFilesBackUntilItIsMended) {
+  Define(kCreateMem, " select no_such_column, 1 from %s");
+  const std::string stem = Drop("101500", "1\t10\n");
+  Start();
+  EXPECT_TRUE(Eventually([] { return ReadLog().find("held back") != std::string::npos; }));
+  EXPECT_TRUE(Exists(stem + ".dat"));
+  Define(kCreateMem, kConvert);
+  EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
+  Stop();
+  EXPECT_THAT(Counted(), ElementsAre("1:1"));
+  EXPECT_THAT(ReadLog(),
+              HasSubstr("table WLAN_1a2b3c4d.MEM_20121231_0000A held back, 1 files wait: "
+                        "Unknown column 'no_such_column'"));
+  EXPECT_THAT(ReadLog(), HasSubstr("table WLAN_1a2b3c4d.MEM_20121231_0000A goes on"));
+}
+
+TEST_F(Once, AMissingYearTableHoldsOneKindBackAndNoOther) {
+  server.Run("drop table WLAN_1a2b3c4d.T_KIND1Y_A2012");
+  const std::string held = Drop("101500", "1\t10\n");
+  const std::string other = Drop("101500", "", "F");
+  RunUntil([&] { return Exists(other + ".mid"); });
+  EXPECT_TRUE(Exists(held + ".dat"));
+}
+
+TEST_F(Once, TablesThatCannotBeRolledBackAreRefusedByNameBeforeARowMoves) {
+  server.Run("alter table WLAN_1a2b3c4d.T_KIND1Y_A2012 engine=MyISAM");
+  const std::string stem = Drop("101500", "1\t10\n");
+  Start();
+  EXPECT_TRUE(Eventually([] {
+    return ReadLog().find(
+               "table WLAN_1a2b3c4d.T_KIND1Y_A2012 has engine MyISAM, which cannot be "
+               "rolled back") != std::string::npos;
+  }));
+  Stop();
+  EXPECT_TRUE(Exists(stem + ".dat"));
+  EXPECT_THAT(server.Run("select * from WLAN_1a2b3c4d.MEM_20121231_0000A"), IsEmpty());
+}
+
+TEST_F(Once, WhatIsNoRegularFileOrOfUnknownKindIsSetAsideUnread) {
+  const std::string stem = kFolder + "1a2b3c4d-MEM_20121231_1000A-20121231-";
+  fs::create_symlink(paths::kSettingsFile, stem + "101500.dat");
+  ASSERT_EQ(mkfifo((stem + "101600.dat").c_str(), 0600), 0);
+  fs::create_directories(stem + "101700.dat");
+  const std::string unknown = Drop("101500", "1\n", "Z");
+  const std::string good = Drop("101800", "1\t10\n");
+  RunUntil([&] { return Exists(good + ".mid") && Exists(unknown + ".err"); });
+  for (const char* time : {"101500", "101600", "101700"}) {
+    EXPECT_NE(fs::symlink_status(stem + time + ".err").type(), fs::file_type::not_found) << time;
+  }
+  EXPECT_THAT(Counted(), ElementsAre("1:1"));
+}
+
+TEST_F(Once, RecordsOfKindFGetTheirFlagsOnTheWayAndTheFileStaysAsItCame) {
+  const auto record = [](const char* user) {
+    return std::string("a\t") + user + "\tc\td\te\tf\tg\th\ti\tj\tk\n";
+  };
+  const std::string rows =
+      record("800138000") + record("1") + record("0") + "a line that is no record\n";
+  const std::string stem = Drop("101500", rows, "F");
+  RunUntil([&] { return Exists(stem + ".mid"); });
+  EXPECT_THAT(server.Run("select * from WLAN_1a2b3c4d.T_FLAG1D_20121231 order by 1"),
+              ElementsAre("0\t1", "1\t1", "2\t1"));
+  EXPECT_EQ(ReadFile(stem + ".mid"), rows);
+  EXPECT_THAT(ListFolder(kFolder), testing::SizeIs(1)) << "no copy, no .orig";
+  EXPECT_THAT(ReadLog(), HasSubstr("local 1 visitors 1 without user 1 dropped 1"));
+}
+
+TEST_F(Once, TheServerIsWaitedForAtTheStartToo) {
+  server.Kill();
+  const std::string stem = Drop("101500", "1\t10\n");
+  Start();
+  EXPECT_TRUE(Eventually(
+      [] { return ReadLog().find("server held back, 1 files wait: ") != std::string::npos; }));
+  server.Start();
+  EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
+  Stop();
+  EXPECT_THAT(Counted(), ElementsAre("1:1"));
+}
+
+TEST_F(Once, AStopInTheMiddleOfALargeFileTakesASecondAndLeavesNothing) {
+  std::string rows;
+  while (rows.size() < 64 << 20) rows += std::to_string(rows.size()) + "\t1\n";
+  const std::string stem = Drop("101500", rows);
+  Start();
+  ASSERT_TRUE(Eventually([&] {
+    return !server.Run("select 1 from information_schema.processlist where info like 'load%'")
+                .empty();
+  }));
+  const auto begin = std::chrono::steady_clock::now();
+  g_nMainRun = 0;
+  thread.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+  delivery.reset();
+  EXPECT_TRUE(Exists(stem + ".dat"));
+  EXPECT_TRUE(Eventually([&] { return RowsWaiting() == "0"; })) << "the server takes it back";
+}
+
+TEST(LocalLoads, TheServerGetsNothingOutsideOfALoad) {
+  MYSQLAUTH auth = MariadbServer::Get().Auth("mysql");
+  Connection sql(&auth);
+  ASSERT_EQ(sql.connectDB(), 0);
+  ASSERT_TRUE(sql.Run("create temporary table t (line text)"));
+  EXPECT_FALSE(sql.Run("load data local infile '/etc/passwd' into table t"));
+  EXPECT_EQ(sql.Reason(), "no load is at work");
+  std::vector<SqlRecord> rows;
+  EXPECT_TRUE(sql.Query("select * from t", rows));
+  EXPECT_THAT(rows, IsEmpty());
+}
+
+}  // namespace
