@@ -23,6 +23,7 @@
 #include "config/dbinfo.h"
 #include "db/LocalLoad.h"
 #include "db/SqlBase.h"
+#include "db/server_wait.h"
 
 class CMysqlBase : public CSqlBase {
  public:
@@ -79,8 +80,16 @@ class CMysqlBase : public CSqlBase {
   // From the next connection on: loadLocal may be used. Nothing but the bytes that it is given ever
   // goes to the server, whatever file the server asks for, and nothing outside of loadLocal.
   void allowLocalLoads() { m_allowsLocalLoads = true; }
-  // From now on a stop ends every statement, the work of executeSQL and loadLocal, too.
-  void endWorkOnStop() { m_stopEndsWork = true; }
+  // From now on a stop ends every statement, the work of executeSQL and loadLocal, too, and one
+  // that is begun after the stop fails at once.
+  void endWorkOnStop() { m_policy.ends_on_stop = true; }
+  // From the next connection on: when the server was silent for so long, a second connection looks
+  // at the process list. An answer that is not being worked on any more is not waited for; a
+  // statement at work may take as long as it takes. The server in turn does not wait for the bytes
+  // of a load longer than that, in whole seconds.
+  void noticeLostAnswers(std::chrono::milliseconds silence);
+  // From now on failures are for the caller to log.
+  void logNothing() { m_logs = false; }
   // Runs a "load data local infile" statement on `bytes`: 0, or -1 with the last error set. It may
   // take hours, as executeSQL may.
   int loadLocal(const char* sql, LoadBytes& bytes, LoadCounts& counts);
@@ -122,6 +131,8 @@ class CMysqlBase : public CSqlBase {
   bool lastDatabaseIsClosed() const;
   bool limitLockWaits();
   bool commitsByItself();
+  bool prepareToNotice();
+  bool answerMayCome() const;
   void prepareLocalLoads();
   static int beginLoad(void** state, const char* name, void* self);
   static int readLoad(void* state, char* buffer, unsigned int size);
@@ -135,7 +146,9 @@ class CMysqlBase : public CSqlBase {
   std::string m_ownDatabase;          // the record's
   int m_lockWaitSeconds = kLockWaitSeconds;
   bool m_allowsLocalLoads = false;
-  bool m_stopEndsWork = false;
+  WaitPolicy m_policy;
+  bool m_logs = true;
+  std::string m_serverName;  // where lost answers are to be noticed
   LoadBytes* m_loadBytes = nullptr;  // those of the load at work
   bool m_initialised = false;
   bool m_connected = false;

@@ -45,7 +45,7 @@ int CMysqlBase::explainLoad(void* state, char* text, unsigned int size) {
 }
 
 int CMysqlBase::loadLocal(const char* sql, LoadBytes& bytes, LoadCounts& counts) {
-  const ServerWait wait(m_gaveUp, m_stopEndsWork);
+  const ServerWait wait(m_gaveUp, m_policy);
   m_loadBytes = &bytes;
   const int result = run(sql, 0);
   m_loadBytes = nullptr;

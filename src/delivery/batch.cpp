@@ -106,6 +106,7 @@ bool Batch::Load(std::size_t number, const std::vector<MemFile>& files, BatchOut
     return false;
   }
   m_entries[number].rows = counts.records;
+  m_rows += counts.records;
   source.LogCounts();
   g_loger(kUnit, __LINE__, kDebug, "load table (%s.%s) success", file.database.c_str(),
           file.table.c_str());

@@ -42,8 +42,9 @@ class Batch {
   BatchOutcome Run(const std::vector<MemFile>& files, const std::string& before,
                    const std::string& token);
 
-  // After kCommitted: the files that were counted before, and all that are counted now, each by its
+  // After kCommitted: whether files brought rows; the files that were counted before, and all that are counted now, each by its
   // number in `files`.
+  bool HasCountedRows() const { return m_rows > 0; }
   const std::vector<std::size_t>& countedBefore() const { return m_counted_before; }
   const std::vector<LedgerFile>& identities() const { return m_entries; }
 
@@ -66,4 +67,5 @@ class Batch {
   std::vector<std::unique_ptr<LoadSource>> m_sources;
   std::vector<LedgerFile> m_entries;
   std::vector<std::size_t> m_counted_before;
+  std::uint64_t m_rows = 0;
 };

@@ -14,6 +14,17 @@ namespace {
 
 // How long a session that was ended may take to go.
 constexpr int kClaimSeconds = 2;
+// A lock that somebody else holds for longer is trouble: what met it is tried again later, and
+// others get their turn.
+constexpr int kLockSeconds = 5;
+
+// How MariaDB, MySQL, servers before them, and the client library say that no bytes may be sent.
+bool RefusesLocalFiles(unsigned int error) {
+  constexpr unsigned int kOnMysql = 3948;
+  constexpr unsigned int kInLibrary = 2068;
+  return error == ER_LOAD_INFILE_CAPABILITY_DISABLED || error == ER_NOT_ALLOWED_COMMAND ||
+         error == kOnMysql || error == kInLibrary;
+}
 
 // The first half of the machine's id, which no other machine has.
 std::string MachineName() {
@@ -25,7 +36,18 @@ std::string MachineName() {
 
 }  // namespace
 
+Connection::Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence) : CMysqlBase(auth) {
+  allowLocalLoads();
+  endWorkOnStop();
+  logNothing();
+  noticeLostAnswers(silence);
+  setLockWaitSeconds(kLockSeconds);
+}
+
 std::string Connection::Reason() {
+  if (lastFailure() == SqlFailure::kPrivilege && RefusesLocalFiles(errorNumber())) {
+    return "local_infile of the server is off, no file can be loaded: set global local_infile = 1";
+  }
   constexpr std::string_view kBegin = " failed, error:";
   const std::string error = getLastError();
   const std::size_t at = error.rfind(kBegin);
@@ -37,6 +59,27 @@ bool Connection::Ask(const std::string& query, std::string& value) {
   if (!Query(query, rows)) return false;
   value = rows.empty() || rows.front().empty() ? std::string() : rows.front().begin()->second;
   if (value == "NULL") value.clear();
+  return true;
+}
+
+bool Connection::FindDatabase(const std::string& database, bool& found) {
+  std::string there;
+  if (!Ask("select 1 as n from information_schema.schemata where schema_name = '" + database + "'",
+           there)) {
+    return false;
+  }
+  found = !there.empty();
+  return true;
+}
+
+bool Connection::FindTable(const std::string& database, const std::string& table, bool& found) {
+  std::string there;
+  if (!Ask("select 1 as n from information_schema.tables where table_schema = '" + database +
+               "' and table_name = '" + table + "'",
+           there)) {
+    return false;
+  }
+  found = !there.empty();
   return true;
 }
 

@@ -2,6 +2,7 @@
 // that fails is tried again and its worker says so once a minute.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -9,14 +10,10 @@
 
 class Connection : public CMysqlBase {
  public:
-  explicit Connection(MYSQLAUTH* auth) : CMysqlBase(auth) {
-    allowLocalLoads();
-    endWorkOnStop();
-  }
+  static constexpr std::chrono::seconds kSilence{10};
 
-  int executeSQL(const char* sql, int /*logOnError*/) override {
-    return CMysqlBase::executeSQL(sql, 0);
-  }
+  // `silence`: after how long an answer that does not come is looked for in the process list.
+  explicit Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence = kSilence);
 
   // As executeSQL and fetchRecordSet, in the terms of this folder.
   bool Run(const std::string& sql) { return executeSQL(sql.c_str(), 0) == 0; }
@@ -25,6 +22,9 @@ class Connection : public CMysqlBase {
   }
   // The server's own words about the last failure, without the statement.
   std::string Reason();
+  // Whether the database, or its table, is there, in `found`. False when that could not be asked.
+  bool FindDatabase(const std::string& database, bool& found);
+  bool FindTable(const std::string& database, const std::string& table, bool& found);
   // Makes this connection the one of this machine that works on `database`. A session that a kill
   // left behind on the server, maybe in the middle of a statement and with its locks, is ended
   // first. False when the server could not be asked.

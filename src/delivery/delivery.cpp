@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "log/engine_unit.h"
 #include "log/zux_center_log.h"
@@ -17,14 +18,16 @@ using std::chrono::milliseconds;
 using Clock = Trouble::Clock;
 
 constexpr int kMostSecondsForRegistry = 10;
-constexpr milliseconds kTick{1000};
+constexpr milliseconds kTick{500};
+constexpr std::chrono::seconds kPollEach{1};
 constexpr std::chrono::minutes kLookEach{1};
 constexpr std::chrono::seconds kPingEach{30};
 constexpr std::chrono::minutes kTidyEach{1};
 constexpr std::size_t kMostFeeds = 1'000;
-// A ledger grows to the larger number of files before the oldest of them leave it.
+// A ledger grows to that many files before the oldest of them leave it.
 constexpr std::uint64_t kMostFilesInLedger = 20'000;
-constexpr std::size_t kRemovedAtOnce = 1'000;
+constexpr std::size_t kFilesAtOnce = 1'000;
+constexpr int kMostLooks = 10;  // of kFilesAtOnce files
 
 bool IsSeenAsLoaded(const std::string& folder, const LedgerFile& file) {
   const std::string path = folder + file.name.substr(0, file.name.rfind('.')) + ".mid";
@@ -37,12 +40,13 @@ bool IsSeenAsLoaded(const std::string& folder, const LedgerFile& file) {
 
 }  // namespace
 
-Delivery::Delivery(const MYSQLAUTH& auth)
+Delivery::Delivery(const MYSQLAUTH& auth, milliseconds silence)
     : m_auth(auth),
-      m_sql(new Connection(&m_auth)),
+      m_localUser(nullptr),
+      m_sql(new Connection(&m_auth, silence)),
       m_store(std::unique_ptr<CSqlBase>(m_sql), m_auth),
       m_definitions(m_store.dialect()),
-      m_bench{*m_sql, m_store, m_definitions, m_backlog, m_settled, nullptr, {}, {}, {}} {
+      m_bench{*m_sql, m_store, m_definitions, m_backlog, m_settled, nullptr, {}, {}, {}, {}} {
   m_localUser.init();
   if (access(paths::kNoRewriteFlag, F_OK) != 0) m_bench.registry = &m_localUser;
 }
@@ -56,9 +60,10 @@ void Delivery::Run() {
   m_localUser.AwaitFirstRound(kMostSecondsForRegistry);
   LookAround();
   while (g_nMainRun != 0) {
+    m_worked = false;
     if (IsConnected() && !Turn()) m_connected = false;
     KeepHouse();
-    if (g_nMainRun != 0) TakeEvents(kTick);
+    if (g_nMainRun != 0) TakeEvents(m_worked ? milliseconds(0) : kTick);
   }
   // The server takes back what was begun; nothing waits for that.
 }
@@ -68,9 +73,7 @@ bool Delivery::IsConnected() {
   if (m_connected) return true;
   if (!m_connecting.IsDue(now)) return false;
   if (!m_store.Reconnect()) {
-    std::size_t files = 0;
-    for (const Backlog::TableKey& key : m_backlog.Tables()) files += m_backlog.CountFiles(key);
-    if (g_nMainRun != 0) m_connecting.Failed(m_sql->Reason(), files, now);
+    if (g_nMainRun != 0) m_connecting.Failed(m_sql->Reason(), CountFiles(), now);
     return false;
   }
   m_connecting.Ended();
@@ -106,82 +109,141 @@ void Delivery::NameRisks() {
   }
 }
 
+std::size_t Delivery::CountFiles() const {
+  std::size_t files = 0;
+  for (const Backlog::TableKey& key : m_backlog.Tables()) files += m_backlog.CountFiles(key);
+  return files;
+}
+
 bool Delivery::Turn() {
   const auto now = Clock::now();
   m_settled.RetryRenames();
   if (m_definitions.Refresh()) {
     for (auto& [key, feed] : m_feeds) feed.Replan();
   }
-  const bool had_files = !m_backlog.empty();
   if (!DeliverAll()) return false;
-  if (had_files) {
-    m_idle = false;
+  if (m_worked) {
+    m_rests = false;
     m_pinged_at = now;
-  } else if (!m_idle) {
-    m_idle = true;
-    if (!KeepLedgersSmall()) return false;
+  } else if (!m_rests && !HaveARest()) {
+    return false;
   }
+  if (!SearchForRows() || !KeepLedgersSmall()) return false;
   if (now - m_pinged_at < kPingEach) return true;
   m_pinged_at = now;
   return m_store.IsAlive();
 }
 
+// From the mem table on at which the last turn ended early: one that costs the connection each time
+// does not keep those behind it from their turn.
 bool Delivery::DeliverAll() {
-  for (bool worked = true; worked;) {
-    worked = false;
-    for (const Backlog::TableKey& key : m_backlog.Tables()) {
-      const auto now = Clock::now();
-      Feed& feed = FeedOf(key);
-      const std::size_t before = m_backlog.CountFiles(key);
-      if (!feed.IsDue(now)) continue;
-      if (!feed.Deliver(now)) return false;
-      worked = worked || m_backlog.CountFiles(key) < before;
-    }
-    TakeEvents(milliseconds(0));
+  std::vector<Backlog::TableKey> keys = m_backlog.Tables();
+  for (auto& [key, feed] : m_feeds) {
+    if (feed.HasWork() && m_backlog.CountFiles(key) == 0) keys.push_back(key);
   }
+  std::sort(keys.begin(), keys.end());
+  std::rotate(keys.begin(), std::lower_bound(keys.begin(), keys.end(), m_first), keys.end());
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    m_first = keys[i];
+    const auto now = Clock::now();
+    Feed& feed = m_feeds.try_emplace(keys[i], m_bench, keys[i]).first->second;
+    if (!feed.IsDue(now)) continue;
+    if (feed.TakesWishForSession()) return false;
+    const std::size_t before = m_backlog.CountFiles(keys[i]);
+    if (!feed.Deliver(now)) {
+      m_first = keys[(i + 1) % keys.size()];
+      return false;
+    }
+    m_worked = m_worked || m_backlog.CountFiles(keys[i]) < before;
+  }
+  m_first = {};
   return true;
 }
 
-Feed& Delivery::FeedOf(const Backlog::TableKey& key) {
-  return m_feeds.try_emplace(key, m_bench, key).first->second;
-}
-
-bool Delivery::KeepLedgersSmall() {
+bool Delivery::HaveARest() {
+  m_rests = true;
   for (auto& [key, feed] : m_feeds) {
     if (!feed.Settle()) return false;
   }
   // What is known of a table saves a few questions; years of tables are not worth their memory.
-  if (m_feeds.size() > kMostFeeds) m_feeds.clear();
-  const std::set<std::string> databases = m_bench.databases;
-  return std::all_of(databases.begin(), databases.end(),
-                     [this](const std::string& database) { return KeepLedgerSmall(database); });
+  if (m_feeds.size() > kMostFeeds) {
+    std::erase_if(m_feeds, [](const auto& item) { return !item.second.HasWork(); });
+  }
+  return true;
 }
 
-// The oldest files leave the ledger once they were seen under their final name. A file that is
-// merely missing may come back with its folder, and would be counted again without its entry.
+// Rows that an earlier run left, in a mem table for which no file may ever come again: once, one
+// database at a time.
+bool Delivery::SearchForRows() {
+  if (std::exchange(m_search_is_due, false)) {
+    for (const std::string& folder : m_backlog.Folders()) {
+      m_unsearched.push_back(DatabaseName(folder));
+    }
+  }
+  if (m_unsearched.empty()) return true;
+  const std::string database = m_unsearched.back();
+  std::vector<std::string> tables;
+  if (!m_store.FilledMemTables(database, tables)) return false;
+  m_unsearched.pop_back();
+  for (const std::string& table : tables) {
+    const Backlog::TableKey key{database, table};
+    m_feeds.try_emplace(key, m_bench, key).first->second.LookForRows();
+  }
+  m_worked = m_worked || !m_unsearched.empty();
+  return true;
+}
+
+// --- ledgers
+
+bool Delivery::KeepLedgersSmall() {
+  const auto now = Clock::now();
+  if (m_bench.untidy.empty() || now - m_tidied_at < kTidyEach) return true;
+  m_tidied_at = now;
+  const std::set<std::string> databases = std::exchange(m_bench.untidy, {});
+  return std::all_of(databases.begin(), databases.end(), [this](const std::string& database) {
+    return g_nMainRun == 0 || KeepLedgerSmall(database);
+  });
+}
+
 bool Delivery::KeepLedgerSmall(const std::string& database) {
   Ledger ledger(*m_sql);
-  const auto now = Clock::now();
-  if (const auto tidied = m_tidied.find(database);
-      tidied != m_tidied.end() && now - tidied->second < kTidyEach) {
-    return true;
-  }
-  m_tidied[database] = now;
-  if (m_bench.database != database) {
-    if (!m_store.Use(database)) return m_sql->lastFailure() != SqlFailure::kConnection;
-    m_bench.database = database;
-  }
-  ledger.RemoveEmptiedMarks();
   std::uint64_t count = 0;
-  while (ledger.CountFiles(count) && count > kMostFilesInLedger && g_nMainRun != 0) {
+  const bool done = Enter(database) && NoteSeenFiles(ledger, database) &&
+                    ledger.RemoveEmptiedMarks() && ledger.CountSeen(count);
+  if (!done) return m_sql->lastFailure() != SqlFailure::kConnection;
+  while (count > kMostFilesInLedger && g_nMainRun != 0) {
+    const auto removed = std::min<std::uint64_t>(kFilesAtOnce, count - kMostFilesInLedger);
+    if (!ledger.RemoveOldestSeen(removed)) return m_sql->lastFailure() != SqlFailure::kConnection;
+    count -= removed;
+  }
+  return true;
+}
+
+// Only a file that was seen under its final name may leave the ledger. One that is merely missing
+// may come back with its folder, and would be counted again without its entry. False as that of
+// a statement.
+bool Delivery::NoteSeenFiles(Ledger& ledger, const std::string& database) {
+  const std::string folder = paths::kSpool + database.substr(kDatabasePrefix.size()) + "/";
+  std::string& up_to = m_seen_up_to[database];
+  for (int i = 0; i < kMostLooks && g_nMainRun != 0; ++i) {
     std::vector<LedgerFile> files;
-    if (!ledger.OldestFiles(kRemovedAtOnce, files)) break;
-    const std::string folder = paths::kSpool + database.substr(kDatabasePrefix.size()) + "/";
+    if (!ledger.FilesNotSeen(up_to, kFilesAtOnce, files)) return false;
+    const bool is_end = files.size() < kFilesAtOnce;
+    up_to = is_end ? std::string() : files.back().name;
     std::erase_if(files,
                   [&folder](const LedgerFile& file) { return !IsSeenAsLoaded(folder, file); });
-    if (files.empty() || !ledger.RemoveFiles(files)) break;
+    if (!ledger.MarkSeen(files)) return false;
+    if (is_end) break;
   }
-  return m_sql->lastFailure() != SqlFailure::kConnection;
+  return true;
+}
+
+bool Delivery::Enter(const std::string& database) {
+  if (m_bench.database == database) return true;
+  m_bench.database.clear();
+  if (!m_store.Use(database)) return false;
+  m_bench.database = database;
+  return true;
 }
 
 // --- what comes
@@ -193,7 +255,7 @@ void Delivery::LookAround() {
 }
 
 void Delivery::TakeEvents(milliseconds longest) {
-  bool look_around = Clock::now() - m_looked_at >= (m_watching ? milliseconds(kLookEach) : kTick);
+  bool look_around = Clock::now() - m_looked_at >= (m_watching ? std::chrono::seconds(kLookEach) : kPollEach);
   for (const SpoolWatch::Event& event : m_watch.Wait(longest)) {
     if (event.folder.empty()) {
       look_around = true;

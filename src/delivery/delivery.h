@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "config/dbinfo.h"
 #include "delivery/connection.h"
@@ -28,8 +29,10 @@
 
 class Delivery {
  public:
-  // Starts the registry's watcher.
-  explicit Delivery(const MYSQLAUTH& auth);
+  // Starts the registry's watcher. `silence`: after how long a connection asks whether the answer
+  // that it waits for was lost.
+  explicit Delivery(const MYSQLAUTH& auth,
+                    std::chrono::milliseconds silence = Connection::kSilence);
   // Waits for the watcher, which ends once g_nMainRun is 0.
   ~Delivery();
   Delivery(const Delivery&) = delete;
@@ -41,14 +44,19 @@ class Delivery {
  private:
   bool IsConnected();
   void NameRisks();
-  // One turn: all that is due. False when the connection is of no use any more.
+  // One turn: a batch of each mem table that is due. False when the connection is of no use any
+  // more, or another one is wanted.
   bool Turn();
   bool DeliverAll();
+  bool HaveARest();
+  bool SearchForRows();
   bool KeepLedgersSmall();
   bool KeepLedgerSmall(const std::string& database);
+  bool NoteSeenFiles(Ledger& ledger, const std::string& database);
+  bool Enter(const std::string& database);
+  std::size_t CountFiles() const;
   void LookAround();
   void TakeEvents(std::chrono::milliseconds longest);
-  Feed& FeedOf(const Backlog::TableKey& key);
 
   MYSQLAUTH m_auth;
   TourLocalUser m_localUser;
@@ -60,11 +68,18 @@ class Delivery {
   SpoolWatch m_watch;
   Workbench m_bench;
   std::map<Backlog::TableKey, Feed> m_feeds;
-  Trouble m_connecting{"server"};
+  Trouble m_connecting{"server", std::chrono::seconds(2)};
   bool m_connected = false;
   bool m_watching = false;
-  bool m_idle = false;  // nothing was done since the last look at the ledgers
-  std::map<std::string, Trouble::Clock::time_point> m_tidied;  // ledgers, by database
+  bool m_worked = false;  // in the last turn
+  bool m_rests = false;   // what is done once when there is no more work is done
+  Backlog::TableKey m_first;  // of the next turn
+  // Databases that were not searched for rows of an earlier run yet; none before m_search_is_due
+  // was followed.
+  bool m_search_is_due = true;
+  std::vector<std::string> m_unsearched;
+  Trouble::Clock::time_point m_tidied_at;
+  std::map<std::string, std::string> m_seen_up_to;  // file names in ledgers, by database
   Trouble::Clock::time_point m_looked_at;
   Trouble::Clock::time_point m_pinged_at;
 };

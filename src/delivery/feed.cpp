@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::size_t kMostFiles = 64;
 constexpr std::uint64_t kMostBytes = 8 << 20;
-constexpr std::chrono::seconds kPutOff{1};
 
 // 128 bits that no other batch has.
 std::string NewToken() {
@@ -40,8 +39,6 @@ Feed::Feed(Workbench& bench, const Backlog::TableKey& key)
       m_key(key),
       m_trouble("table " + key.database + "." + key.table) {}
 
-bool Feed::IsDue(Trouble::Clock::time_point now) const { return m_trouble.IsDue(now); }
-
 void Feed::Forget() {
   m_prepared = false;
   m_emptied = false;
@@ -59,11 +56,18 @@ void Feed::Replan() {
 bool Feed::Deliver(Trouble::Clock::time_point now) {
   m_now = now;
   const std::vector<MemFile> files = ChooseFiles();
-  if (files.empty()) return true;
+  if (files.empty() && !m_owes) {
+    if (m_bench.backlog.CountFiles(m_key) == 0) m_trouble.Ended();
+    return true;
+  }
   Step step = Prepare();
-  if (step == Step::kDone) step = RunBatches(files);
+  if (step == Step::kDone) m_owes = false;
+  if (step == Step::kDone && !files.empty()) step = RunBatches(files);
   if (step == Step::kDone) m_trouble.Ended();
-  return step != Step::kBroken && g_nMainRun != 0;
+  if (g_nMainRun == 0) return false;
+  // A statement that costs the connection each time must not keep the others from their turn.
+  if (step == Step::kBroken) Hold(m_bench.sql.Reason());
+  return step != Step::kBroken;
 }
 
 Feed::Step Feed::Hold(const std::string& reason) {
@@ -71,11 +75,15 @@ Feed::Step Feed::Hold(const std::string& reason) {
   return Step::kHeld;
 }
 
-Feed::Step Feed::Fail() {
-  if (m_bench.sql.lastFailure() == SqlFailure::kConnection) return Step::kBroken;
+Feed::Step Feed::Fail() { return FailBy(m_bench.sql.lastFailure(), m_bench.sql.Reason()); }
+
+Feed::Step Feed::FailBy(SqlFailure failure, const std::string& reason) {
+  if (failure == SqlFailure::kConnection) return Step::kBroken;
   // The server's word may mean that something was removed behind our back.
   Forget();
-  return Hold(m_bench.sql.Reason());
+  m_bench.databases.erase(m_key.database);
+  m_wants_session = failure == SqlFailure::kPrivilege;
+  return Hold(reason);
 }
 
 // --- what a batch needs
@@ -107,9 +115,8 @@ Feed::Step Feed::MakePlan() {
       m_planned = true;
       return Step::kDone;
     case PlanResult::kUnknownKind:
-      for (const MemFile& file : m_bench.backlog.First(m_key, kMostFiles, UINT64_MAX, {})) {
-        SetAside(file, error);
-      }
+      if (m_bench.backlog.CountFiles(m_key) == 0) break;
+      for (const MemFile& file : ChooseFiles()) SetAside(file, error);
       return Step::kHeld;
     case PlanResult::kFaulty:
       break;
@@ -119,7 +126,9 @@ Feed::Step Feed::MakePlan() {
 
 Feed::Step Feed::EnterDatabase() {
   if (m_bench.databases.count(m_key.database) == 0) {
-    if (!m_bench.store.PrepareDatabase(m_key.database)) return Fail();
+    bool there = false;
+    if (!m_bench.sql.FindDatabase(m_key.database, there)) return Fail();
+    if (!there && !m_bench.sql.Run("create database " + m_key.database)) return Fail();
     m_bench.database.clear();
   }
   if (m_bench.database != m_key.database) {
@@ -137,9 +146,9 @@ Feed::Step Feed::EnterDatabase() {
 // already is as good as made: a kill may have come between two of them.
 Feed::Step Feed::MakeMemTable(MemTableMark& mark) {
   if (!m_ledger.ReadMark(m_key.table, mark)) return Fail();
-  const Presence there = m_bench.store.FindTable(m_key.table, m_key.database);
-  if (there == Presence::kUnknown) return Fail();
-  if (mark.known && there == Presence::kPresent) return Step::kDone;
+  bool there = false;
+  if (!m_bench.sql.FindTable(m_key.database, m_key.table, there)) return Fail();
+  if (mark.known && there) return Step::kDone;
   for (const std::string& create : m_plan.mem_creates) {
     if (!m_bench.sql.Run(create) && !m_bench.sql.SaysItExists()) return Fail();
   }
@@ -151,9 +160,9 @@ Feed::Step Feed::MakeMemTable(MemTableMark& mark) {
 Feed::Step Feed::MakeMidTables() {
   for (const MidTarget& target : m_plan.targets) {
     if (target.database.empty() || m_tables.count(target.name) != 0) continue;
-    const Presence there = m_bench.store.FindTable(target.name, target.database);
-    if (there == Presence::kUnknown) return Fail();
-    if (there == Presence::kAbsent && !m_bench.sql.Run(target.create)) return Fail();
+    bool there = false;
+    if (!m_bench.sql.FindTable(target.database, target.name, there)) return Fail();
+    if (!there && !m_bench.sql.Run(target.create)) return Fail();
   }
   return Step::kDone;
 }
@@ -204,6 +213,7 @@ Feed::Step Feed::Empty() {
     return Fail();
   }
   m_emptied = true;
+  m_owes = false;
   return Step::kDone;
 }
 
@@ -219,21 +229,31 @@ bool Feed::Settle() {
 
 // The files of the next batch. A suspect stands alone, once another file of its kind has passed.
 std::vector<MemFile> Feed::ChooseFiles() {
-  std::erase_if(m_put_off, [this](const auto& entry) { return entry.second <= m_now; });
-  std::set<std::string> passed;
-  for (const auto& [path, until] : m_put_off) passed.insert(path);
   const std::uint64_t commits = m_bench.commits[MemFile{{}, {}, m_key.table}.Kind()];
   for (const auto& [path, then] : m_suspects) {
     if (commits > then) return {MemFile{path, m_key.database, m_key.table}};
-    passed.insert(path);
   }
-  std::vector<MemFile> files = m_bench.backlog.First(m_key, kMostFiles, kMostBytes, passed);
+  const auto passes = [this](const std::string& path) {
+    const auto put_off = m_put_off.find(path);
+    return m_suspects.count(path) != 0 || m_bench.settled.Contains(path) ||
+           (put_off != m_put_off.end() && !put_off->second.IsDue(m_now));
+  };
+  std::vector<MemFile> files = m_bench.backlog.First(m_key, kMostFiles, kMostBytes, passes);
   std::erase_if(files, [this](const MemFile& file) {
     if (file.Refusal() == NameRefusal::kNone) return false;
     SetAside(file, "name is not safe in a statement, refused");
     return true;
   });
-  return files;
+  return files.empty() ? ChooseSuspect() : files;
+}
+
+// Where nothing but suspects waits, the fault may have been mended in the tables: each in turn.
+std::vector<MemFile> Feed::ChooseSuspect() {
+  if (m_suspects.empty()) return {};
+  auto next = m_suspects.upper_bound(m_last_suspect);
+  if (next == m_suspects.end()) next = m_suspects.begin();
+  m_last_suspect = next->first;
+  return {MemFile{next->first, m_key.database, m_key.table}};
 }
 
 Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
@@ -253,7 +273,9 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     }
     m_token = token;
     m_settled = m_emptied = false;
-    ++m_bench.commits[MemFile{{}, {}, m_key.table}.Kind()];
+    m_owes = true;
+    m_bench.untidy.insert(m_key.database);
+    if (batch.HasCountedRows()) ++m_bench.commits[MemFile{{}, {}, m_key.table}.Kind()];
     const Step emptied = Empty();
     FinishFiles(next, batch);
     if (emptied != Step::kDone) return emptied;
@@ -278,6 +300,8 @@ Feed::Step Feed::Settle(const BatchOutcome& outcome, const std::vector<MemFile>&
       return Hold("another batch came between");
     case Kind::kFileGone:
       m_bench.backlog.Remove(files[outcome.file]);
+      m_suspects.erase(files[outcome.file].path);
+      m_put_off.erase(files[outcome.file].path);
       break;
     case Kind::kFileRefused:
       SetAside(files[outcome.file], "is not a regular file, refused");
@@ -286,9 +310,7 @@ Feed::Step Feed::Settle(const BatchOutcome& outcome, const std::vector<MemFile>&
       SetAside(files[outcome.file], outcome.reason);
       break;
     case Kind::kFileChanged:
-      g_loger(kUnit, __LINE__, kAlarm, "file (%s) put off: %s", files[outcome.file].path.c_str(),
-              outcome.reason.c_str());
-      m_put_off[files[outcome.file].path] = m_now + kPutOff;
+      PutOff(files[outcome.file], outcome.reason);
       break;
     case Kind::kFileApart: {
       // Those before it come first, as if the files were loaded one by one.
@@ -307,28 +329,26 @@ Feed::Step Feed::Settle(const BatchOutcome& outcome, const std::vector<MemFile>&
 
 Feed::Step Feed::SettleFailed(const BatchOutcome& outcome, const std::vector<MemFile>& files,
                               std::vector<std::vector<MemFile>>& batches) {
-  if (outcome.failure == SqlFailure::kConnection) return Step::kBroken;
-  if (outcome.failure != SqlFailure::kData || files.empty()) {
-    Forget();
-    return Hold(outcome.reason);
-  }
-  if (files.size() > 1) {
-    const auto half = files.begin() + static_cast<std::ptrdiff_t>(files.size() / 2);
-    batches.emplace_back(half, files.end());
-    batches.emplace_back(files.begin(), half);
-    return Step::kDone;
-  }
-  const std::string& path = files.front().path;
-  const std::uint64_t commits = m_bench.commits[files.front().Kind()];
-  const auto suspect = m_suspects.find(path);
+  if (outcome.failure != SqlFailure::kData) return FailBy(outcome.failure, outcome.reason);
+  if (files.empty()) return Hold(outcome.reason);
+  if (files.size() == 1) return Suspect(files.front(), outcome.reason, !batches.empty());
+  const auto half = files.begin() + static_cast<std::ptrdiff_t>(files.size() / 2);
+  batches.emplace_back(half, files.end());
+  batches.emplace_back(files.begin(), half);
+  return Step::kDone;
+}
+
+// A conversion has refused the rows of this file alone. Where another file of the kind passes, the
+// file is at fault and not the definition.
+Feed::Step Feed::Suspect(const MemFile& file, const std::string& reason, bool others_follow) {
+  const std::uint64_t commits = m_bench.commits[file.Kind()];
+  const auto suspect = m_suspects.find(file.path);
   if (suspect != m_suspects.end() && commits > suspect->second) {
-    m_suspects.erase(suspect);
-    SetAside(files.front(), outcome.reason);
+    SetAside(file, reason);
     return Step::kDone;
   }
-  m_suspects.insert_or_assign(path, commits);
-  // The rest of the batch that it was cut from is tried: where a file passes, this one is at fault.
-  return batches.empty() ? Hold(outcome.reason) : Step::kDone;
+  m_suspects.insert_or_assign(file.path, commits);
+  return others_follow ? Step::kDone : Hold(reason);
 }
 
 // --- files
@@ -340,6 +360,10 @@ void Feed::FinishFiles(const std::vector<MemFile>& files, const Batch& batch) {
   for (std::size_t i = 0; i < files.size(); ++i) {
     const std::string& path = files[i].path;
     m_suspects.erase(path);
+    if (const auto put_off = m_put_off.find(path); put_off != m_put_off.end()) {
+      put_off->second.Ended();
+      m_put_off.erase(put_off);
+    }
     const auto identity = IdentityOf(path);
     // Another file that has taken the name meanwhile waits for a batch of its own.
     if (identity && !LedgerFile::Of(path, *identity).IsSameFile(batch.identities()[i])) continue;
@@ -352,12 +376,19 @@ void Feed::FinishFiles(const std::vector<MemFile>& files, const Batch& batch) {
   }
 }
 
+// It is written to, or cannot be read at present.
+void Feed::PutOff(const MemFile& file, const std::string& reason) {
+  const std::string what = "file (" + Printable(file.path) + ")";
+  m_put_off.try_emplace(file.path, what).first->second.Failed(reason, 1, m_now);
+}
+
 void Feed::SetAside(const MemFile& file, const std::string& reason) {
   const std::string path = Printable(file.path);
   g_loger(kUnit, __LINE__, kError, "file (%s) set aside: %s", path.c_str(),
           Printable(reason).c_str());
   m_bench.backlog.Remove(file);
   m_suspects.erase(file.path);
+  m_put_off.erase(file.path);
   const std::string target = WithEnding(file.path, ".err");
   if (MoveMemFile(file.path, target)) return;
   g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", path.c_str(),

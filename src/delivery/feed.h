@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "delivery/batch.h"
@@ -27,6 +28,7 @@ struct Workbench {
   TourLocalUser* registry;          // null: no flags are added
   std::string database;             // that the connection is in
   std::set<std::string> databases;  // known to be there, with their ledger
+  std::set<std::string> untidy;     // databases whose ledger has grown
   // Batches that were committed, by kind: whether the definitions of a kind work.
   std::map<std::string, std::uint64_t> commits;
 };
@@ -36,11 +38,18 @@ class Feed {
  public:
   Feed(Workbench& bench, const Backlog::TableKey& key);
 
-  // Counts waiting files, one batch and what it falls into. False when the connection is of no use
-  // any more, or the service is to stop.
+  // Counts waiting files, one batch and what it falls into, and rows that the mem table holds.
+  // False when the connection is of no use any more, or the service is to stop.
   bool Deliver(Trouble::Clock::time_point now);
-  // Whether a call would do anything.
-  bool IsDue(Trouble::Clock::time_point now) const;
+  // Whether a call could do anything at this time.
+  bool IsDue(Trouble::Clock::time_point now) const { return m_trouble.IsDue(now); }
+  // Whether a call is wanted although no file may wait.
+  bool HasWork() const { return m_owes || m_trouble.lasts(); }
+  // The mem table may hold rows, of an earlier run say.
+  void LookForRows() { m_owes = true; }
+  // Whether the next call should have a new connection: rights that were granted count for new
+  // sessions only. Asking takes the wish away.
+  bool TakesWishForSession() { return std::exchange(m_wants_session, false); }
   // What is known of the server holds no longer: there is a new connection.
   void Forget();
   // The definitions have changed.
@@ -69,10 +78,13 @@ class Feed {
   Step SettleFailed(const BatchOutcome& outcome, const std::vector<MemFile>& files,
                     std::vector<std::vector<MemFile>>& batches);
   std::vector<MemFile> ChooseFiles();
+  std::vector<MemFile> ChooseSuspect();
+  Step Suspect(const MemFile& file, const std::string& reason, bool others_follow);
   void FinishFiles(const std::vector<MemFile>& files, const Batch& batch);
   void SetAside(const MemFile& file, const std::string& reason);
-  void PutOff(const MemFile& file);
+  void PutOff(const MemFile& file, const std::string& reason);
   Step Fail();  // by the connection's last failure
+  Step FailBy(SqlFailure failure, const std::string& reason);
   Step Hold(const std::string& reason);
 
   Workbench& m_bench;
@@ -86,9 +98,12 @@ class Feed {
   std::string m_token;             // of the batch that filled the mem table last
   std::set<std::string> m_tables;  // mid tables known to be there
   Trouble m_trouble;
-  std::map<std::string, Trouble::Clock::time_point> m_put_off;  // by path, until when
+  bool m_owes = false;  // the mem table may hold rows
+  bool m_wants_session = false;
+  std::map<std::string, Trouble> m_put_off;  // by path: files that could not be read whole
   // Files that failed alone in a conversion, with the commits of their kind by then. Whether the
   // file is at fault or the definition shows once another file of the kind has passed.
   std::map<std::string, std::uint64_t> m_suspects;
+  std::string m_last_suspect;  // that was tried again
   Trouble::Clock::time_point m_now;
 };

@@ -11,15 +11,18 @@ constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
 std::string Quoted(const std::string& text) { return "'" + text + "'"; }
 
-// "(name, size, modified)" of each, as a list.
-std::string KeysOf(std::span<const LedgerFile> files) {
+// The condition for rows of these files. The list of names is what finds them by the primary key.
+std::string IsOneOf(std::span<const LedgerFile> files) {
+  std::string names;
   std::string keys;
+  const char* separator = "";
   for (const LedgerFile& file : files) {
-    if (!keys.empty()) keys += ',';
-    keys += "('F'," + Quoted(file.name) + "," + std::to_string(file.size) + "," +
-            std::to_string(file.modified) + ")";
+    names += separator + Quoted(file.name);
+    keys += separator + ("(" + Quoted(file.name) + "," + std::to_string(file.size) + "," +
+                         std::to_string(file.modified) + ")");
+    separator = ",";
   }
-  return keys;
+  return "kind = 'F' and name in (" + names + ") and (name, size, modified) in (" + keys + ")";
 }
 
 }  // namespace
@@ -90,7 +93,7 @@ bool Ledger::Query(const std::string& query, std::vector<LedgerFile>& files) {
 bool Ledger::FindCounted(std::span<const LedgerFile> files, std::vector<LedgerFile>& counted) {
   if (files.empty()) return true;
   return Query(std::string("select name, size, modified from ") + kLedgerTable +
-                   " where (kind, name, size, modified) in (" + KeysOf(files) + ")",
+                   " where " + IsOneOf(files),
                counted);
 }
 
@@ -108,9 +111,26 @@ bool Ledger::AddFiles(std::span<const LedgerFile> files) {
   return m_sql.Run(insert);
 }
 
-bool Ledger::CountFiles(std::uint64_t& files) {
+bool Ledger::FilesNotSeen(const std::string& behind, std::size_t most,
+                          std::vector<LedgerFile>& files) {
+  return Query(Format("select name, size, modified from %s where kind = 'F' and state = '' and "
+                      "name > '%s' order by name limit %zu",
+                      kLedgerTable, behind.c_str(), most),
+               files);
+}
+
+// The time stays that of the counting.
+bool Ledger::MarkSeen(std::span<const LedgerFile> files) {
+  if (files.empty()) return true;
+  return m_sql.Run(std::string("update ") + kLedgerTable +
+                   " set state = 'S', changed_at = changed_at where " + IsOneOf(files));
+}
+
+bool Ledger::CountSeen(std::uint64_t& files) {
   std::vector<SqlRecord> rows;
-  if (!m_sql.Query(Format("select count(*) as n from %s where kind = 'F'", kLedgerTable), rows) ||
+  if (!m_sql.Query(
+          Format("select count(*) as n from %s where kind = 'F' and state = 'S'", kLedgerTable),
+          rows) ||
       rows.empty()) {
     return false;
   }
@@ -118,11 +138,10 @@ bool Ledger::CountFiles(std::uint64_t& files) {
   return true;
 }
 
-bool Ledger::OldestFiles(std::size_t most, std::vector<LedgerFile>& files) {
-  return Query(Format("select name, size, modified from %s where kind = 'F' order by changed_at, "
-                      "name limit %zu",
-                      kLedgerTable, most),
-               files);
+bool Ledger::RemoveOldestSeen(std::size_t most) {
+  return m_sql.Run(
+      Format("delete from %s where kind = 'F' and state = 'S' order by changed_at limit %zu",
+             kLedgerTable, most));
 }
 
 bool Ledger::RemoveEmptiedMarks() {
@@ -130,10 +149,4 @@ bool Ledger::RemoveEmptiedMarks() {
       Format("delete from %s where kind = 'M' and state = 'E' and changed_at < now() - "
              "interval 7 day",
              kLedgerTable));
-}
-
-bool Ledger::RemoveFiles(std::span<const LedgerFile> files) {
-  if (files.empty()) return true;
-  return m_sql.Run(std::string("delete from ") + kLedgerTable +
-                   " where (kind, name, size, modified) in (" + KeysOf(files) + ")");
 }

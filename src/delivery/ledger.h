@@ -10,7 +10,8 @@
 //               0
 //     file_rows rows that the server read from the file
 //     token     of a mem table: the batch that filled it last
-//     state     of a mem table: 'E' it was emptied, 'C' the rows that it may hold are counted
+//     state     of a mem table: 'E' it was emptied, 'C' the rows that it may hold are counted; of a
+//               file: 'S' once it was seen under its final name
 //     changed_at
 //
 // A file with the name of a counted one but another size or time is another file.
@@ -72,10 +73,12 @@ class Ledger {
   // In the transaction of a batch.
   bool AddFiles(std::span<const LedgerFile> files);
 
-  bool CountFiles(std::uint64_t& files);
-  // The `most` files that were counted first.
-  bool OldestFiles(std::size_t most, std::vector<LedgerFile>& files);
-  bool RemoveFiles(std::span<const LedgerFile> files);
+  // The first `most` files behind that name that were not seen under their final name.
+  bool FilesNotSeen(const std::string& behind, std::size_t most, std::vector<LedgerFile>& files);
+  bool MarkSeen(std::span<const LedgerFile> files);
+  bool CountSeen(std::uint64_t& files);
+  // Of the files that were seen, the `most` that were counted first.
+  bool RemoveOldestSeen(std::size_t most);
   // Those of mem tables that have been empty for a week: without a mark a mem table is looked at
   // anew, which costs a few statements and no row.
   bool RemoveEmptiedMarks();

@@ -9,13 +9,12 @@
 namespace {
 
 constexpr std::chrono::seconds kShortestPause{1};
-constexpr std::chrono::seconds kLongestPause{8};
 constexpr std::chrono::minutes kLineEach{1};
 
 }  // namespace
 
 void Trouble::Failed(const std::string& reason, std::size_t files, Clock::time_point now) {
-  m_pause = m_lasts ? std::min(m_pause * 2, kLongestPause) : kShortestPause;
+  m_pause = m_lasts ? std::min(m_pause * 2, m_longest_pause) : kShortestPause;
   m_next_try = now + m_pause;
   if (!m_lasts || reason != m_reason || now - m_logged_at >= kLineEach) {
     g_loger(kUnit, __LINE__, kError, "%s held back, %zu files wait: %s", m_what.c_str(), files,

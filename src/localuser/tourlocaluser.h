@@ -25,6 +25,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <semaphore>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -55,7 +56,8 @@ class TourLocalUser {
   // Makes a back end for the given credentials; null when there is none.
   using BackEndFactory = std::function<std::unique_ptr<CSqlBase>(const MYSQLAUTH&)>;
 
-  // The back end is the one that the credentials select, or what the factory makes.
+  // The back end is the one that the credentials select, or what the factory makes; an empty
+  // factory leaves the enterprise users alone, of whom no flag speaks.
   TourLocalUser();
   explicit TourLocalUser(BackEndFactory make_back_end);
   ~TourLocalUser() = default;
@@ -70,8 +72,8 @@ class TourLocalUser {
   // Waits until the watcher has looked at its two files once, which is all that flags and city
   // values need, for `seconds` at most; returns at once when no watcher runs or g_nMainRun is 0.
   void AwaitFirstRound(int seconds) const;
-  // Waits for the watcher's end, which comes about a second after g_nMainRun was cleared (plus the
-  // rest of the round it is in). Returns at once when none runs.
+  // Waits for the watcher's end, which comes once g_nMainRun is 0, after the round that it is in:
+  // its pause ends at once. Returns at once when none runs.
   void WaitExit();
 
   // Replaces the number blocks by column 0 of the CSV file's rows, all at once: lookups during the
@@ -137,6 +139,8 @@ class TourLocalUser {
   // isLocalUser(GetUserName(code)), without the texts.
   bool IsLocalCode(std::uint32_t code) EXCLUDES(m_localLock);
   bool MakeBackEnd();
+  // Until `seconds` have passed, the service is to stop or WaitExit wants the end.
+  void Pause(int seconds);
   void CheckFiles();
   void CheckEnterpriseUsers();
 
@@ -153,5 +157,6 @@ class TourLocalUser {
   std::unique_ptr<CSqlBase> m_pDB;
   MYSQLAUTH m_auth;
   std::atomic<bool> m_sawFiles{false};
+  std::counting_semaphore<> m_wake{0};
   std::thread m_thread;  // not joinable when no watcher runs
 };

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -36,15 +37,15 @@ class LastRead {
   // Whether the file is to be read now: for the first time, or since it has changed. It is then
   // remembered as it is before the reading, so what is written meanwhile shows as a change.
   //
-  // A changed file must have stood still for a second. Half of one that is still being written
+  // A changed file must have stood still for a pause. Half of one that is still being written
   // would give wrong answers; it is left to the next round.
-  bool IsOutdated(const std::string& path) EXCLUDES(m_lock) {
+  bool IsOutdated(const std::string& path, const std::function<void()>& pause) EXCLUDES(m_lock) {
     const auto now = Look(path);
     if (!now) return false;
     const auto before = Get();
     if (before == now) return false;
     if (before) {
-      sleep_i(1);
+      pause();
       if (Look(path) != now) return false;
     }
     MutexLock lock(m_lock);
@@ -83,23 +84,36 @@ void TourLocalUser::AwaitFirstRound(int seconds) const {
 }
 
 void TourLocalUser::WaitExit() {
-  if (m_thread.joinable()) m_thread.join();
+  if (!m_thread.joinable()) return;
+  m_wake.release();
+  m_thread.join();
+  while (m_wake.try_acquire()) {
+  }
+}
+
+// A signal that another thread got wakes nobody, so it looks each second.
+void TourLocalUser::Pause(int seconds) {
+  for (; seconds > 0 && g_nMainRun != 0; --seconds) {
+    if (m_wake.try_acquire_for(std::chrono::seconds(1))) m_wake.release();
+  }
 }
 
 // What one instance has read, no other reads again: here and below.
 void TourLocalUser::CheckFiles() {
   static LastRead blocks;
   static LastRead devices;
-  if (blocks.IsOutdated(LOGFILE) && Update() == 0) {
+  const auto pause = [this] { Pause(1); };
+  if (blocks.IsOutdated(LOGFILE, pause) && Update() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
   // DELIBERATE: 0 is success here, so this says "not updated" after an update.
-  if (devices.IsOutdated(CITYCRCFILE) && updateCityCRC() == 0) {
+  if (devices.IsOutdated(CITYCRCFILE, pause) && updateCityCRC() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
 }
 
 void TourLocalUser::CheckEnterpriseUsers() {
+  if (m_makeBackEnd == nullptr) return;
   static std::atomic<unsigned int> checksum{0};
   const unsigned int current = GetTableCheckSum("EnterpriseUser");
   if (current != 0 && checksum.exchange(current) != current) GetEnterpriseUser();
@@ -115,7 +129,7 @@ void* TourLocalUser::check_thread(void* self) {
     registry.m_sawFiles = true;
     registry.CheckEnterpriseUsers();
     KeepHouse();  // the engine's thread may be busy with one load for an hour
-    sleep_i(kPauseSeconds);
+    registry.Pause(kPauseSeconds);
   }
   return nullptr;
 }

@@ -107,7 +107,7 @@ std::size_t Backlog::CountFiles(const TableKey& key) const {
 }
 
 std::vector<MemFile> Backlog::First(const TableKey& key, std::size_t most, std::uint64_t bytes,
-                                    const std::set<std::string>& passed) {
+                                    const std::function<bool(const std::string&)>& passes) {
   std::vector<MemFile> files;
   const auto found = m_tables.find(key);
   if (found == m_tables.end()) return files;
@@ -118,7 +118,7 @@ std::vector<MemFile> Backlog::First(const TableKey& key, std::size_t most, std::
       path = found->second.erase(path);
       continue;
     }
-    if (passed.count(*path) == 0) {
+    if (!passes(*path)) {
       size += static_cast<std::uint64_t>(status.st_size);
       if (size > bytes && !files.empty()) break;
       files.push_back({*path, key.database, key.table});

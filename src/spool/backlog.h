@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -36,9 +37,9 @@ class Backlog {
 
   // The first files of a mem table, in the order of their names: at most `most`, and no more than
   // `bytes` together unless the first alone is larger. Those that are gone leave the backlog.
-  // `passed` are left out.
+  // Paths that `passes` are left out.
   std::vector<MemFile> First(const TableKey& key, std::size_t most, std::uint64_t bytes,
-                             const std::set<std::string>& passed);
+                             const std::function<bool(const std::string& path)>& passes);
   // The file is done with, or gone.
   void Remove(const MemFile& file);
 

@@ -30,18 +30,29 @@ class DeliveryTest : public testing::Test {
     WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
                                         "\nuser=" + auth.user + "\npassword=" + auth.password +
                                         "\ndbname0=mysql");
-    WriteFile(paths::kLocalNumberBlocks, "1380013\n");
-    WriteFile(paths::kDeviceStates, "");
-    for (const std::string& name : server.Run("show databases like 'WLAN%'")) {
-      server.Run("drop database " + name);
+    // Left alone once they are there: a changed file is read after a second's rest.
+    if (!Exists(paths::kDeviceStates)) {
+      WriteFile(paths::kLocalNumberBlocks, "1380013\n");
+      WriteFile(paths::kDeviceStates, "");
     }
-    server.Run("create database WLAN_TUNE; create database " + std::string(kDb));
-    server.Run(std::string("create table ") + kDb +
-               ".T_KIND1Y_A2012 (id int primary key, n int) engine=InnoDB");
+    std::string drops;
+    for (const std::string& name : server.Run("show databases like 'WLAN%'")) {
+      drops += "drop database " + name + ";";
+    }
+    server.Run(drops + "set global read_only = 0, sql_mode = default");
+    server.Run("create database WLAN_TUNE; create database " + std::string(kDb) +
+               "; create or replace user service identified by 'secret'; grant " + kRights +
+               " on *.* to service");
+    MakeYearTable();
     Define(kCreateMem, kConvert);
     g_loger.Init();
   }
   ~DeliveryTest() override { Stop(); }
+
+  void MakeYearTable() const {
+    server.Run(std::string("create table ") + kDb +
+               ".T_KIND1Y_A2012 (id int primary key, n int) engine=InnoDB");
+  }
 
   // Mem tables of kinds A and F; a day and a year table of kind A, which counts rows by their id.
   static void Define(const std::string& create_mem, const std::string& convert) {
@@ -72,9 +83,16 @@ class DeliveryTest : public testing::Test {
     return stem;
   }
 
-  void Start() {
+  // That of a user with the rights that the service needs and no more.
+  MYSQLAUTH Auth() const {
+    MYSQLAUTH auth = server.Auth("mysql");
+    auth.user = "service";
+    return auth;
+  }
+  void Start() { Start(Auth()); }
+  void Start(const MYSQLAUTH& auth) {
     g_nMainRun = 1;
-    delivery = std::make_unique<Delivery>(server.Auth("mysql"));
+    delivery = std::make_unique<Delivery>(auth, kSilence);
     thread = std::thread([this] { delivery->Run(); });
   }
   void Stop() {
@@ -82,20 +100,28 @@ class DeliveryTest : public testing::Test {
     if (thread.joinable()) thread.join();
     delivery.reset();
   }
-  // Runs the delivery until `done`, for ten seconds at most.
+  // How long the service takes to end.
+  std::chrono::milliseconds MeasureStop() {
+    const auto begin = std::chrono::steady_clock::now();
+    Stop();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 begin);
+  }
+  // Runs the delivery until `done`.
   void RunUntil(const std::function<bool()>& done) {
     Start();
     EXPECT_TRUE(Eventually(done)) << ReadLog();
     Stop();
   }
   static bool Eventually(const std::function<bool()>& done) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     while (!done()) {
       if (std::chrono::steady_clock::now() > end) return false;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return true;
   }
+  static bool LogHas(const std::string& text) { return ReadLog().find(text) != std::string::npos; }
   static bool Exists(const std::string& path) { return std::filesystem::exists(path); }
   static std::string ReadLog() {
     g_loger.reopenfile();
@@ -113,10 +139,23 @@ class DeliveryTest : public testing::Test {
     EXPECT_EQ(server.Run(columns + ".T_KIND1Y_A2012 order by id"), day);
     return day;
   }
+  // From now on an insert into the table fails, as MariaDB fails for that reason, for rows for which
+  // the condition holds.
+  void RefuseInserts(const std::string& table, const std::string& condition,
+                     const std::string& failure) const {
+    server.Run("delimiter //\ncreate trigger " + std::string(kDb) + ".refusal before insert on " +
+               kDb + "." + table + " for each row if " + condition + " then signal " + failure +
+               "; end if//");
+  }
+  void AllowInserts() const { server.Run("drop trigger " + std::string(kDb) + ".refusal"); }
   std::string RowsWaiting() const {
     return server.Run(std::string("select count(*) from ") + kDb + ".MEM_20121231_0000A").at(0);
   }
 
+  static constexpr std::chrono::seconds kPatience{30};
+  static constexpr std::chrono::seconds kSilence{1};
+  static inline const std::string kRights =
+      "select, insert, update, delete, create, drop, alter, index";
   static inline const std::string kFolder = std::string(paths::kSpool) + "1a2b3c4d/";
   static inline const std::string kCreateMem =
       "create table %s (id int not null, v int not null) engine=InnoDB";

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include "delivery/delivery_fixture.h"
+#include "testing/frozen_server.h"
 
 namespace {
 
@@ -88,9 +89,8 @@ TEST_F(Once, RowsThatAreCountedAlreadyAreRemovedAndNotCountedAgain) {
 TEST_F(Once, AFileThatATriggerRefusesIsSetAsideAndTheOthersAreCounted) {
   server.Run(
       "create table WLAN_1a2b3c4d.MEM_20121231_0000A (id int not null, v int not null) "
-      "engine=InnoDB; create trigger WLAN_1a2b3c4d.no_nine before insert on "
-      "WLAN_1a2b3c4d.MEM_20121231_0000A for each row begin if new.id = 9 then signal "
-      "sqlstate '45000' set message_text = 'no nine'; end if; end");
+      "engine=InnoDB");
+  RefuseInserts("MEM_20121231_0000A", "new.id = 9", "sqlstate '45000' set message_text = 'no nine'");
   const std::string good = Drop("101500", "1\t10\n");
   const std::string bad = Drop("101600", "2\t20\n9\t90\n");
   const std::string late = Drop("101700", "3\t30\n");
@@ -102,13 +102,12 @@ TEST_F(Once, AFileThatATriggerRefusesIsSetAsideAndTheOthersAreCounted) {
 
 TEST_F(Once, AFileThatOnlyAConversionRefusesIsSetAsideOnceAnotherHasPassed) {
   Define(kCreateMem,
-         " select id, 10 div (id <> 9) + count(*) - 10 from %s group by 1 on duplicate key update "
+         " select id, 10 div (id != 9) + count(*) - 10 from %s group by 1 on duplicate key update "
          "n = n + values(n)");
   server.Run("set global sql_mode = 'STRICT_ALL_TABLES,ERROR_FOR_DIVISION_BY_ZERO'");
   const std::string bad = Drop("101500", "9\t90\n");
   const std::string good = Drop("101600", "1\t10\n");
   RunUntil([&] { return Exists(good + ".mid") && Exists(bad + ".err"); });
-  server.Run("set global sql_mode = default");
   EXPECT_THAT(Counted(), ElementsAre("1:1"));
 }
 
@@ -165,6 +164,7 @@ TEST_F(Once, WhatIsNoRegularFileOrOfUnknownKindIsSetAsideUnread) {
 }
 
 TEST_F(Once, RecordsOfKindFGetTheirFlagsOnTheWayAndTheFileStaysAsItCame) {
+  WriteFile(paths::kLocalNumberBlocks, "1380013\n");
   const auto record = [](const char* user) {
     return std::string("a\t") + user + "\tc\td\te\tf\tg\th\ti\tj\tk\n";
   };
@@ -200,13 +200,31 @@ TEST_F(Once, AStopInTheMiddleOfALargeFileTakesASecondAndLeavesNothing) {
     return !server.Run("select 1 from information_schema.processlist where info like 'load%'")
                 .empty();
   }));
-  const auto begin = std::chrono::steady_clock::now();
-  g_nMainRun = 0;
-  thread.join();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
-  delivery.reset();
+  EXPECT_LT(MeasureStop().count(), 1000);
   EXPECT_TRUE(Exists(stem + ".dat"));
   EXPECT_TRUE(Eventually([&] { return RowsWaiting() == "0"; })) << "the server takes it back";
+}
+
+TEST_F(Once, AStopTakesASecondWhileTheServerDoesNotAnswer) {
+  const std::string first = Drop("101500", "1\t10\n");
+  Start();
+  ASSERT_TRUE(Eventually([&] { return Exists(first + ".mid"); }));
+  const FrozenServer frozen(server);
+  Drop("101600", "2\t20\n");
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_LT(MeasureStop().count(), 1000);
+}
+
+TEST_F(Once, AnIdleServicePutsNoStatementAndWritesNoLine) {
+  const std::string stem = Drop("101500", "1\t10\n");
+  Start();
+  ASSERT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
+  std::this_thread::sleep_for(std::chrono::seconds(2));
+  const std::size_t mark = server.Mark();
+  const std::string log = ReadLog();
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  EXPECT_THAT(server.Statements(mark), IsEmpty());
+  EXPECT_EQ(ReadLog(), log);
 }
 
 TEST(LocalLoads, TheServerGetsNothingOutsideOfALoad) {
