@@ -43,6 +43,7 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
     if (!Load(i, files, outcome)) return outcome;
     added.push_back(m_entries[i]);
   }
+  if (added.empty() && !files.empty()) return outcome;
   if (!m_ledger.AddFiles(added)) return Failed();
   for (const MidTarget& target : m_plan.targets) {
     if (!Convert(target, outcome)) return outcome;

@@ -279,6 +279,7 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     const Step emptied = Empty();
     FinishFiles(next, batch);
     if (emptied != Step::kDone) return emptied;
+    if (!next.empty() && batch.countedBefore().size() == next.size()) continue;
     g_loger(kUnit, __LINE__, kInfo, "convert memtable %s.%s ok!", m_key.database.c_str(),
             m_key.table.c_str());
   }

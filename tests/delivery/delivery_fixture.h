@@ -25,7 +25,6 @@ class DeliveryTest : public testing::Test {
   DeliveryTest() {
     std::filesystem::remove_all(paths::kSpool);
     std::filesystem::create_directories(kFolder);
-    std::filesystem::remove_all(paths::kRunLogDir);
     const MYSQLAUTH auth = server.Auth();
     WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
                                         "\nuser=" + auth.user + "\npassword=" + auth.password +
@@ -46,6 +45,8 @@ class DeliveryTest : public testing::Test {
     MakeYearTable();
     Define(kCreateMem, kConvert);
     g_loger.Init();
+    s_log_begin = 0;
+    s_log_begin = ReadLog().size();
   }
   ~DeliveryTest() override { Stop(); }
 
@@ -123,13 +124,14 @@ class DeliveryTest : public testing::Test {
   }
   static bool LogHas(const std::string& text) { return ReadLog().find(text) != std::string::npos; }
   static bool Exists(const std::string& path) { return std::filesystem::exists(path); }
+  // What this test has logged.
   static std::string ReadLog() {
     g_loger.reopenfile();
     std::string text;
     for (const std::string& name : ListFolder(paths::kRunLogDir)) {
       text += ReadFile(paths::kRunLogDir + name);
     }
-    return text;
+    return text.substr(s_log_begin);
   }
 
   // "id:n" of each row of the day table, which is that of the year table as well.
@@ -152,6 +154,7 @@ class DeliveryTest : public testing::Test {
     return server.Run(std::string("select count(*) from ") + kDb + ".MEM_20121231_0000A").at(0);
   }
 
+  static inline std::size_t s_log_begin = 0;
   static constexpr std::chrono::seconds kPatience{30};
   static constexpr std::chrono::seconds kSilence{1};
   static inline const std::string kRights =
