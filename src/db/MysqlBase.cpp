@@ -205,7 +205,8 @@ int CMysqlBase::run(const char* sql, int logOnError) {
     return succeed();
   }
   failStatement(sql);
-  if (logOnError != 0 && m_logs) g_loger(kUnit, kStatementFailedLine, kError, "%s", m_lastError.c_str());
+  if (logOnError != 0 && m_logs)
+    g_loger(kUnit, kStatementFailedLine, kError, "%s", m_lastError.c_str());
   return -1;
 }
 

@@ -148,7 +148,7 @@ class CMysqlBase : public CSqlBase {
   bool m_allowsLocalLoads = false;
   WaitPolicy m_policy;
   bool m_logs = true;
-  std::string m_serverName;  // where lost answers are to be noticed
+  std::string m_serverName;          // where lost answers are to be noticed
   LoadBytes* m_loadBytes = nullptr;  // those of the load at work
   bool m_initialised = false;
   bool m_connected = false;

@@ -78,8 +78,8 @@ bool ServerWait::answerIsLost(Clock::time_point silent_since) {
 
 int ServerWait::Wait(my_socket socket, my_bool for_reading, int /*timeout*/) {
   ServerWait* const current = t_current;
-  const bool forever =
-      current == nullptr || (!current->m_endsOnStop && current->m_policy.silence == milliseconds(0));
+  const bool forever = current == nullptr ||
+                       (!current->m_endsOnStop && current->m_policy.silence == milliseconds(0));
   const auto begin = Clock::now();
   if (current != nullptr) current->m_saidNo = false;
   pollfd entry{socket, static_cast<short>(for_reading != 0 ? POLLIN : POLLOUT), 0};

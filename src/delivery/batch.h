@@ -42,8 +42,8 @@ class Batch {
   BatchOutcome Run(const std::vector<MemFile>& files, const std::string& before,
                    const std::string& token);
 
-  // After kCommitted: whether files brought rows; the files that were counted before, and all that are counted now, each by its
-  // number in `files`.
+  // After kCommitted: whether files brought rows; the files that were counted before, and all that
+  // are counted now, each by its number in `files`.
   bool HasCountedRows() const { return m_rows > 0; }
   const std::vector<std::size_t>& countedBefore() const { return m_counted_before; }
   const std::vector<LedgerFile>& identities() const { return m_entries; }

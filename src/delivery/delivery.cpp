@@ -42,7 +42,7 @@ bool IsSeenAsLoaded(const std::string& folder, const LedgerFile& file) {
 
 Delivery::Delivery(const MYSQLAUTH& auth, milliseconds silence)
     : m_auth(auth),
-      m_localUser(nullptr),
+      m_localUser(nullptr, [this](int seconds) { PauseWatcher(seconds); }),
       m_sql(new Connection(&m_auth, silence)),
       m_store(std::unique_ptr<CSqlBase>(m_sql), m_auth),
       m_definitions(m_store.dialect()),
@@ -51,7 +51,17 @@ Delivery::Delivery(const MYSQLAUTH& auth, milliseconds silence)
   if (access(paths::kNoRewriteFlag, F_OK) != 0) m_bench.registry = &m_localUser;
 }
 
-Delivery::~Delivery() { m_localUser.WaitExit(); }
+Delivery::~Delivery() {
+  m_watcher_may_go.release();
+  m_localUser.WaitExit();
+}
+
+// A stop must not wait for the end of a second's sleep.
+void Delivery::PauseWatcher(int seconds) {
+  for (; seconds > 0 && g_nMainRun != 0; --seconds) {
+    if (m_watcher_may_go.try_acquire_for(std::chrono::seconds(1))) m_watcher_may_go.release();
+  }
+}
 
 void Delivery::Run() {
   g_loger(kUnit, __LINE__, kInfo, "current db is %s", m_auth.dbtype.c_str());
@@ -255,7 +265,8 @@ void Delivery::LookAround() {
 }
 
 void Delivery::TakeEvents(milliseconds longest) {
-  bool look_around = Clock::now() - m_looked_at >= (m_watching ? std::chrono::seconds(kLookEach) : kPollEach);
+  bool look_around =
+      Clock::now() - m_looked_at >= (m_watching ? std::chrono::seconds(kLookEach) : kPollEach);
   for (const SpoolWatch::Event& event : m_watch.Wait(longest)) {
     if (event.folder.empty()) {
       look_around = true;

@@ -13,6 +13,7 @@
 
 #include <map>
 #include <memory>
+#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,7 @@ class Delivery {
   void Run();
 
  private:
+  void PauseWatcher(int seconds);
   bool IsConnected();
   void NameRisks();
   // One turn: a batch of each mem table that is due. False when the connection is of no use any
@@ -59,6 +61,7 @@ class Delivery {
   void TakeEvents(std::chrono::milliseconds longest);
 
   MYSQLAUTH m_auth;
+  std::counting_semaphore<> m_watcher_may_go{0};
   TourLocalUser m_localUser;
   Connection* m_sql;  // that of the store
   Store m_store;
@@ -71,8 +74,8 @@ class Delivery {
   Trouble m_connecting{"server", std::chrono::seconds(2)};
   bool m_connected = false;
   bool m_watching = false;
-  bool m_worked = false;  // in the last turn
-  bool m_rests = false;   // what is done once when there is no more work is done
+  bool m_worked = false;      // in the last turn
+  bool m_rests = false;       // what is done once when there is no more work is done
   Backlog::TableKey m_first;  // of the next turn
   // Databases that were not searched for rows of an earlier run yet; none before m_search_is_due
   // was followed.

@@ -92,9 +92,9 @@ bool Ledger::Query(const std::string& query, std::vector<LedgerFile>& files) {
 
 bool Ledger::FindCounted(std::span<const LedgerFile> files, std::vector<LedgerFile>& counted) {
   if (files.empty()) return true;
-  return Query(std::string("select name, size, modified from ") + kLedgerTable +
-                   " where " + IsOneOf(files),
-               counted);
+  return Query(
+      std::string("select name, size, modified from ") + kLedgerTable + " where " + IsOneOf(files),
+      counted);
 }
 
 bool Ledger::AddFiles(std::span<const LedgerFile> files) {

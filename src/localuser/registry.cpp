@@ -39,8 +39,8 @@ bool ReadBlocks(const std::string& path, BlockSet& blocks) {
 
 TourLocalUser::TourLocalUser() : TourLocalUser(CreateSqlBase) {}
 
-TourLocalUser::TourLocalUser(BackEndFactory make_back_end)
-    : m_makeBackEnd(std::move(make_back_end)) {}
+TourLocalUser::TourLocalUser(BackEndFactory make_back_end, Pause pause)
+    : m_makeBackEnd(std::move(make_back_end)), m_pause(std::move(pause)) {}
 
 int TourLocalUser::LoadConfig(const std::string& path) {
   g_loger(kUnit, __LINE__, kConsole, "in loadconfig\n");

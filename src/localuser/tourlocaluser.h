@@ -25,7 +25,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <semaphore>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -36,6 +35,7 @@
 #include "localuser/flagged_records.h"
 #include "support/mutex.h"
 #include "support/paths.h"
+#include "support/run_state.h"
 
 // Local number blocks: a CSV file whose first column holds one block a row.
 inline const std::string LOGFILE = paths::kLocalNumberBlocks;
@@ -55,11 +55,13 @@ class TourLocalUser {
 
   // Makes a back end for the given credentials; null when there is none.
   using BackEndFactory = std::function<std::unique_ptr<CSqlBase>(const MYSQLAUTH&)>;
+  using Pause = std::function<void(int seconds)>;
 
   // The back end is the one that the credentials select, or what the factory makes; an empty
   // factory leaves the enterprise users alone, of whom no flag speaks.
+  // `pause` is what the watcher does for so many seconds, at most until the service is to stop.
   TourLocalUser();
-  explicit TourLocalUser(BackEndFactory make_back_end);
+  explicit TourLocalUser(BackEndFactory make_back_end, Pause pause = sleep_i);
   ~TourLocalUser() = default;
   TourLocalUser(const TourLocalUser&) = delete;
   TourLocalUser& operator=(const TourLocalUser&) = delete;
@@ -72,8 +74,8 @@ class TourLocalUser {
   // Waits until the watcher has looked at its two files once, which is all that flags and city
   // values need, for `seconds` at most; returns at once when no watcher runs or g_nMainRun is 0.
   void AwaitFirstRound(int seconds) const;
-  // Waits for the watcher's end, which comes once g_nMainRun is 0, after the round that it is in:
-  // its pause ends at once. Returns at once when none runs.
+  // Waits for the watcher's end, which comes about a second after g_nMainRun was cleared, or with
+  // the pause's end (plus the rest of the round it is in). Returns at once when none runs.
   void WaitExit();
 
   // Replaces the number blocks by column 0 of the CSV file's rows, all at once: lookups during the
@@ -139,8 +141,6 @@ class TourLocalUser {
   // isLocalUser(GetUserName(code)), without the texts.
   bool IsLocalCode(std::uint32_t code) EXCLUDES(m_localLock);
   bool MakeBackEnd();
-  // Until `seconds` have passed, the service is to stop or WaitExit wants the end.
-  void Pause(int seconds);
   void CheckFiles();
   void CheckEnterpriseUsers();
 
@@ -154,9 +154,9 @@ class TourLocalUser {
       {0, kPrefixes[0]}, {1, kPrefixes[1]}, {2, kPrefixes[2]}, {3, kPrefixes[3]}};
   unsigned int m_lostLines = 0;
   const BackEndFactory m_makeBackEnd;
+  const Pause m_pause;
   std::unique_ptr<CSqlBase> m_pDB;
   MYSQLAUTH m_auth;
   std::atomic<bool> m_sawFiles{false};
-  std::counting_semaphore<> m_wake{0};
   std::thread m_thread;  // not joinable when no watcher runs
 };

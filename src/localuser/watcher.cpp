@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -37,15 +36,15 @@ class LastRead {
   // Whether the file is to be read now: for the first time, or since it has changed. It is then
   // remembered as it is before the reading, so what is written meanwhile shows as a change.
   //
-  // A changed file must have stood still for a pause. Half of one that is still being written
+  // A changed file must have stood still for a second. Half of one that is still being written
   // would give wrong answers; it is left to the next round.
-  bool IsOutdated(const std::string& path, const std::function<void()>& pause) EXCLUDES(m_lock) {
+  bool IsOutdated(const std::string& path, const TourLocalUser::Pause& pause) EXCLUDES(m_lock) {
     const auto now = Look(path);
     if (!now) return false;
     const auto before = Get();
     if (before == now) return false;
     if (before) {
-      pause();
+      pause(1);
       if (Look(path) != now) return false;
     }
     MutexLock lock(m_lock);
@@ -84,30 +83,18 @@ void TourLocalUser::AwaitFirstRound(int seconds) const {
 }
 
 void TourLocalUser::WaitExit() {
-  if (!m_thread.joinable()) return;
-  m_wake.release();
-  m_thread.join();
-  while (m_wake.try_acquire()) {
-  }
-}
-
-// A signal that another thread got wakes nobody, so it looks each second.
-void TourLocalUser::Pause(int seconds) {
-  for (; seconds > 0 && g_nMainRun != 0; --seconds) {
-    if (m_wake.try_acquire_for(std::chrono::seconds(1))) m_wake.release();
-  }
+  if (m_thread.joinable()) m_thread.join();
 }
 
 // What one instance has read, no other reads again: here and below.
 void TourLocalUser::CheckFiles() {
   static LastRead blocks;
   static LastRead devices;
-  const auto pause = [this] { Pause(1); };
-  if (blocks.IsOutdated(LOGFILE, pause) && Update() == 0) {
+  if (blocks.IsOutdated(LOGFILE, m_pause) && Update() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
   // DELIBERATE: 0 is success here, so this says "not updated" after an update.
-  if (devices.IsOutdated(CITYCRCFILE, pause) && updateCityCRC() == 0) {
+  if (devices.IsOutdated(CITYCRCFILE, m_pause) && updateCityCRC() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
 }
@@ -129,7 +116,7 @@ void* TourLocalUser::check_thread(void* self) {
     registry.m_sawFiles = true;
     registry.CheckEnterpriseUsers();
     KeepHouse();  // the engine's thread may be busy with one load for an hour
-    registry.Pause(kPauseSeconds);
+    registry.m_pause(kPauseSeconds);
   }
   return nullptr;
 }

@@ -24,9 +24,10 @@ class DeafProxy {
     sockaddr_in own = AddressOf(0);
     socklen_t size = sizeof own;
     m_listener.reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const bool listens = bind(m_listener.get(), reinterpret_cast<sockaddr*>(&own), size) == 0 &&
-                         listen(m_listener.get(), 8) == 0 &&
-                         getsockname(m_listener.get(), reinterpret_cast<sockaddr*>(&own), &size) == 0;
+    const bool listens =
+        bind(m_listener.get(), reinterpret_cast<sockaddr*>(&own), size) == 0 &&
+        listen(m_listener.get(), 8) == 0 &&
+        getsockname(m_listener.get(), reinterpret_cast<sockaddr*>(&own), &size) == 0;
     m_port = listens ? ntohs(own.sin_port) : 0;
     m_thread = std::thread([this] { Run(); });
   }
@@ -100,7 +101,8 @@ class DeafProxy {
     Connection& one = m_connections.emplace_back();
     one.client.reset(accept(m_listener.get(), nullptr, nullptr));
     one.server.reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (connect(one.server.get(), reinterpret_cast<const sockaddr*>(&m_server), sizeof m_server) != 0) {
+    if (connect(one.server.get(), reinterpret_cast<const sockaddr*>(&m_server), sizeof m_server) !=
+        0) {
       m_connections.pop_back();
     }
   }

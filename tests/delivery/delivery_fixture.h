@@ -141,8 +141,8 @@ class DeliveryTest : public testing::Test {
     EXPECT_EQ(server.Run(columns + ".T_KIND1Y_A2012 order by id"), day);
     return day;
   }
-  // From now on an insert into the table fails, as MariaDB fails for that reason, for rows for which
-  // the condition holds.
+  // From now on an insert into the table fails, as MariaDB fails for that reason, for rows for
+  // which the condition holds.
   void RefuseInserts(const std::string& table, const std::string& condition,
                      const std::string& failure) const {
     server.Run("delimiter //\ncreate trigger " + std::string(kDb) + ".refusal before insert on " +

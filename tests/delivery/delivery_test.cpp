@@ -90,7 +90,8 @@ TEST_F(Once, AFileThatATriggerRefusesIsSetAsideAndTheOthersAreCounted) {
   server.Run(
       "create table WLAN_1a2b3c4d.MEM_20121231_0000A (id int not null, v int not null) "
       "engine=InnoDB");
-  RefuseInserts("MEM_20121231_0000A", "new.id = 9", "sqlstate '45000' set message_text = 'no nine'");
+  RefuseInserts("MEM_20121231_0000A", "new.id = 9",
+                "sqlstate '45000' set message_text = 'no nine'");
   const std::string good = Drop("101500", "1\t10\n");
   const std::string bad = Drop("101600", "2\t20\n9\t90\n");
   const std::string late = Drop("101700", "3\t30\n");

@@ -50,21 +50,22 @@ TEST_P(AfterALostAnswer, EveryRowIsCountedOnce) {
   ExpectExact();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    To, AfterALostAnswer,
-    testing::Values(LostAnswer{"Use", "use ", 1}, LostAnswer{"Create", "create table MEM_", 1},
-                    LostAnswer{"Begin", "start transaction", 1},
-                    LostAnswer{"Mark", "update midtable_ledger set token", 1},
-                    LostAnswer{"Question", "select name, size", 1},
-                    LostAnswer{"FirstLoad", "load data", 1},
-                    LostAnswer{"SecondLoad", "load data", 2},
-                    LostAnswer{"ThirdLoad", "load data", 3},
-                    LostAnswer{"Ledger", "insert into midtable_ledger", 1},
-                    LostAnswer{"FirstConversion", "insert into T_KIND1D", 1},
-                    LostAnswer{"LastConversion", "insert into T_KIND1Y", 1},
-                    LostAnswer{"Commit", "commit", 1}, LostAnswer{"SecondCommit", "commit", 2},
-                    LostAnswer{"Emptying", "truncate", 1}),
-    [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(To, AfterALostAnswer,
+                         testing::Values(LostAnswer{"Use", "use ", 1},
+                                         LostAnswer{"Create", "create table MEM_", 1},
+                                         LostAnswer{"Begin", "start transaction", 1},
+                                         LostAnswer{"Mark", "update midtable_ledger set token", 1},
+                                         LostAnswer{"Question", "select name, size", 1},
+                                         LostAnswer{"FirstLoad", "load data", 1},
+                                         LostAnswer{"SecondLoad", "load data", 2},
+                                         LostAnswer{"ThirdLoad", "load data", 3},
+                                         LostAnswer{"Ledger", "insert into midtable_ledger", 1},
+                                         LostAnswer{"FirstConversion", "insert into T_KIND1D", 1},
+                                         LostAnswer{"LastConversion", "insert into T_KIND1Y", 1},
+                                         LostAnswer{"Commit", "commit", 1},
+                                         LostAnswer{"SecondCommit", "commit", 2},
+                                         LostAnswer{"Emptying", "truncate", 1}),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(ThroughProxy, ALoadWhoseEndIsNotAnsweredIsCountedOnce) {
   proxy.SwallowEndOfLoad(2);
@@ -74,8 +75,9 @@ TEST_F(ThroughProxy, ALoadWhoseEndIsNotAnsweredIsCountedOnce) {
 }
 
 TEST_F(ThroughProxy, AStatementAtWorkIsAwaitedHoweverLongItTakes) {
-  Define(kCreateMem, " select id, count(*) + 0 * sleep(4) from %s group by 1 on duplicate key "
-                     "update n = n + values(n)");
+  Define(kCreateMem,
+         " select id, count(*) + 0 * sleep(4) from %s group by 1 on duplicate key "
+         "update n = n + values(n)");
   const std::string stem = Drop("101500", "1\t10\n");
   StartThroughProxy();
   EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
