@@ -156,15 +156,14 @@ class Matrix:
 
     def bring_on(self):
         """What docs/operations.md tells the operator to do; the names of what was necessary."""
-        self.server.sql(f"create database if not exists WLAN_{day.NEW_DEVICE}; "
-                        f"use WLAN_{day.NEW_DEVICE}; {YEAR_TABLES}")
-        done = self.put_empty_files()
-        tables = self.tables()
+        done, tables = set(), self.tables()
         for name, endings in day.files_left().items():
             if ".err" in endings and ".mid" not in endings:
                 done.add(self.bring_back(name, tables))
+        self.add_year_tables()
         self.service.settle()
-        self.put_empty_files()
+        if self.tables().waiting():
+            done.add("not at all")
         return done
 
     def bring_back(self, name, tables):
@@ -176,16 +175,11 @@ class Matrix:
         path.rename(path.with_suffix(".dat"))
         return ".err again"
 
-    def put_empty_files(self):
-        waiting = [name for name, rows in self.tables().mem.items() if rows]
-        for name in waiting:
-            device, table = name.removeprefix("WLAN_").split(".")
-            (day.SPOOL / device / f"{device}-{table}-{day.DATE}-235959.dat").touch()
-        self.service.settle()
-        # Without the files that only brought it on, the spool is as the day left it.
-        for path in day.SPOOL.glob("*/*-235959.*"):
-            path.unlink()
-        return {"empty file"} if [n for n in waiting if day.NEW_DEVICE not in n] else set()
+    def add_year_tables(self):
+        """Those of the new device. Its rows are tried again when the definition file has changed."""
+        self.server.sql(f"create database if not exists WLAN_{day.NEW_DEVICE}; "
+                        f"use WLAN_{day.NEW_DEVICE}; {YEAR_TABLES}")
+        DEFINITIONS.touch()
 
 
 def step_names(steps):
