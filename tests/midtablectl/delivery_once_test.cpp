@@ -77,7 +77,8 @@ TEST_P(CheckOnce, Finds) {
 INSTANTIATE_TEST_SUITE_P(
     That, CheckOnce,
     testing::Values(
-        Case("AllIsInOrder", {}), Case("NeitherFileNorEnterpriseUsersAreNeeded",
+        Case("AllIsInOrder", {}),
+        Case("NeitherFileNorEnterpriseUsersAreNeeded",
              {Sql("drop table vqcfg.EnterpriseUser"),
               LogInAsOneWhoMay("select, insert, update, delete, create, drop on *.*")}),
         Case("LocalFilesAreOff", {Sql("set global local_infile = 0")},

@@ -36,10 +36,10 @@ void CheckDurability(Server& server, Findings& findings) {
   }
   const std::string sync = server.Variable("sync_binlog");
   if (server.Variable("log_bin") == "1" && sync != "1") {
-    findings.Warning(kWhere, 0,
-                     "sync_binlog is " + sync +
-                         ": a power loss of the server may lose counted rows on replicas",
-                     "set it to 1, in the server's configuration too");
+    findings.Warning(
+        kWhere, 0,
+        "sync_binlog is " + sync + ": a power loss of the server may lose counted rows on replicas",
+        "set it to 1, in the server's configuration too");
   }
 }
 
@@ -66,9 +66,10 @@ void ProbeLocalLoad(const MYSQLAUTH& auth, Server& server, Findings& findings) {
   sql.allowLocalLoads();
   OneRow row;
   LoadCounts counts;
-  const std::string load =
-      std::string("load data local infile 'probe' ignore into table ") + ScratchDatabase::kName + ".probe";
-  if (sql.connectDB() == 0 && sql.loadLocal(load.c_str(), row, counts) == 0 && counts.records == 1) {
+  const std::string load = std::string("load data local infile 'probe' ignore into table ") +
+                           ScratchDatabase::kName + ".probe";
+  if (sql.connectDB() == 0 && sql.loadLocal(load.c_str(), row, counts) == 0 &&
+      counts.records == 1) {
     return;
   }
   findings.Error(kWhere, 0, "no load: " + ServerWords(sql.getLastError()),

@@ -24,8 +24,8 @@ void Take(const LogEntry& entry, std::vector<Held>& all) {
   const auto values = entry.ValuesOf(kHeldBack);
   if (!values) return;
   forget(values->front());
-  all.push_back({std::string((*values)[0]), std::string((*values)[1]), std::string((*values)[2]),
-                 entry});
+  all.push_back(
+      {std::string((*values)[0]), std::string((*values)[1]), std::string((*values)[2]), entry});
 }
 
 }  // namespace
