@@ -19,7 +19,8 @@ std::string Sent(const MemFile& file, TourLocalUser& registry, const std::string
   std::string sent;
   char buffer[256];
   for (std::size_t i = 0;; ++i) {
-    const unsigned char choice = sizes.empty() ? 0 : static_cast<unsigned char>(sizes[i % sizes.size()]);
+    const unsigned char choice =
+        sizes.empty() ? 0 : static_cast<unsigned char>(sizes[i % sizes.size()]);
     const int got = source.Read(buffer, choice + 1U);
     assert(got >= 0 && !source.HasChanged());
     if (got == 0) return sent;
