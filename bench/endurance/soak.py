@@ -43,7 +43,7 @@ def sql(statement):
 def prepare():
     port = server("start", *SERVER_OPTIONS)
     SETTINGS.parent.mkdir(parents=True, exist_ok=True)
-    text = pathlib.Path("demo/dbinfo.conf").read_text()
+    text = re.sub("(?m)^delivery=.*\n", "", pathlib.Path("demo/dbinfo.conf").read_text())
     text = re.sub("(?m)^port=.*", f"port={port}", text)
     SETTINGS.write_text(re.sub("(?m)^password=.*", "password=secret", text))
     sql(pathlib.Path("demo/setup.sql").read_text())

@@ -17,6 +17,7 @@ BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& be
   BatchOutcome outcome = Fill(files, before, token);
   if (outcome.kind == Kind::kCommitted) {
     if (m_sql.Run("commit")) {
+      LogLoads(files);
       g_loger(kUnit, __LINE__, kInfo, "commit ok!");
       return outcome;
     }
@@ -24,6 +25,21 @@ BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& be
   }
   m_sql.Run("rollback");
   return outcome;
+}
+
+// Once it is certain: a file of a batch that falls apart is loaded again.
+void Batch::LogLoads(const std::vector<MemFile>& files) const {
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (WasCountedBefore(i)) continue;
+    m_sources[i]->LogCounts();
+    g_loger(kUnit, __LINE__, kDebug, "load table (%s.%s) success", files[i].database.c_str(),
+            files[i].table.c_str());
+  }
+}
+
+bool Batch::WasCountedBefore(std::size_t number) const {
+  return std::find(m_counted_before.begin(), m_counted_before.end(), number) !=
+         m_counted_before.end();
 }
 
 BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& before,
@@ -37,9 +53,7 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
   if (!FindCounted(outcome)) return outcome;
   std::vector<LedgerFile> added;
   for (std::size_t i = 0; i < files.size(); ++i) {
-    if (std::find(m_counted_before.begin(), m_counted_before.end(), i) != m_counted_before.end()) {
-      continue;
-    }
+    if (WasCountedBefore(i)) continue;
     if (!Load(i, files, outcome)) return outcome;
     added.push_back(m_entries[i]);
   }
@@ -108,9 +122,6 @@ bool Batch::Load(std::size_t number, const std::vector<MemFile>& files, BatchOut
   }
   m_entries[number].rows = counts.records;
   m_rows += counts.records;
-  source.LogCounts();
-  g_loger(kUnit, __LINE__, kDebug, "load table (%s.%s) success", file.database.c_str(),
-          file.table.c_str());
   return true;
 }
 

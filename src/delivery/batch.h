@@ -49,6 +49,8 @@ class Batch {
   const std::vector<LedgerFile>& identities() const { return m_entries; }
 
  private:
+  void LogLoads(const std::vector<MemFile>& files) const;
+  bool WasCountedBefore(std::size_t number) const;
   BatchOutcome Fill(const std::vector<MemFile>& files, const std::string& before,
                     const std::string& token);
   bool OpenAll(const std::vector<MemFile>& files, BatchOutcome& outcome);
