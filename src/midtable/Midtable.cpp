@@ -100,10 +100,12 @@ bool CMidTable::LoadMemFiles() {
 }
 
 // The queue for conversion comes before the rename: rows without a conversion are worse than a file
-// that keeps its name, which is remembered.
+// that keeps its name, which is remembered. For the same reason a load that got no answer counts as
+// one that may have brought its rows.
 bool CMidTable::LoadQueuedFile(const MemFile& file) {
   MemFileLoading loading(*m_store, m_localUser, m_notEmptied, !isFConvert(), file);
   if (!loading.Run()) {
+    if (loading.gotNoAnswer()) AddToConvert(file);
     Rename(file, ".err", loading.handedOver());
     m_discovery.PutLast(file);
     return false;

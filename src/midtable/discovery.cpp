@@ -58,10 +58,8 @@ void Discovery::PutLast(const MemFile& file) {
 }
 
 void Discovery::QueueFiles(const std::string& database, MemFileQueue& queue) {
-  const std::string path = paths::kSpool + database;
-  SpoolFolder& folder = m_folders.try_emplace(database, path, m_system).first->second;
   // The greatest name comes first and goes to the front, so that the queue is in ascending order.
-  const int error = folder.OfferFiles([&](const MemFile& file) {
+  Offer(database, [&](const MemFile& file) {
     using Answer = WaitingFiles::Answer;
     if (queue.size() >= kQueuedPerPass) return Answer::kEnough;
     if (HoldsTable(queue, file)) return Answer::kTableServed;
@@ -70,6 +68,23 @@ void Discovery::QueueFiles(const std::string& database, MemFileQueue& queue) {
     g_loger(kUnit, __LINE__, kConsole, "file %s is push to list", file.path.c_str());
     return Answer::kTaken;
   });
+}
+
+std::vector<std::string> Discovery::FilesOf(const std::string& database, const MemFile& table) {
+  std::vector<std::string> paths;
+  Offer(database, [&](const MemFile& file) {
+    using Answer = WaitingFiles::Answer;
+    if (!file.SharesTableWith(table)) return Answer::kTableServed;
+    if (!m_settled.Contains(file.path)) paths.push_back(file.path);
+    return Answer::kPass;
+  });
+  return paths;
+}
+
+void Discovery::Offer(const std::string& database, const WaitingFiles::Offer& offer) {
+  const std::string path = paths::kSpool + database;
+  SpoolFolder& folder = m_folders.try_emplace(database, path, m_system).first->second;
+  const int error = folder.OfferFiles(offer);
   if (error != 0) {
     g_loger(kUnit, __LINE__, kError, "scan dir %s errno %d", path.c_str(), error);
   }

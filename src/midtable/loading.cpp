@@ -74,6 +74,7 @@ bool MemFileLoading::Run() {
   if (!IsRegularFile(m_file.path)) return false;
   m_handed_over = IdentityOf(m_file.path);
   if (!LoadRows()) {
+    m_got_no_answer = m_store.LastFailure() == SqlFailure::kConnection;
     g_loger(kUnit, __LINE__, kError, "ret (%d) (%s)", 0, m_store.LastError().c_str());
     return false;
   }
