@@ -43,10 +43,10 @@ inline void Define(const std::string& day, const std::string& month) {
                 "</A></Conv></root>");
 }
 
-// Back ends that wait for a lock for a second only.
+// Back ends that wait for a lock for two seconds only.
 inline std::unique_ptr<CSqlBase> ShortLockWaits(const MYSQLAUTH& auth) {
   auto back_end = CreateSqlBase(auth);
-  back_end->setLockWaitSeconds(1);
+  back_end->setLockWaitSeconds(2);
   return back_end;
 }
 
@@ -59,9 +59,7 @@ class Pipeline : public testing::Test {
   explicit Pipeline(Watcher watcher = Watcher::kEnds) {
     fs::remove_all(kSpool);
     fs::create_directories(kSpool);
-    const MYSQLAUTH auth = server.Auth();
-    WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
-                                        "\nuser=" + auth.user + "\npassword=" + auth.password);
+    server.WriteSettings();
     WriteFile(paths::kLoaderTemplates, "<root/>");
     Define(kDay, kMonth);
     for (const std::string& name : server.Run("show databases like 'WLAN%'")) {
@@ -79,8 +77,8 @@ class Pipeline : public testing::Test {
 
   // Puts a file of these rows into the spool, as a producer does; its path without the suffix.
   static std::string Drop(const std::string& table, const std::string& time,
-                          const std::string& rows, const std::string& id = "1a2b3c4d") {
-    const std::string stem = kSpool + id + "/" + id + "-" + table + "-20121231-" + time;
+                          const std::string& rows) {
+    const std::string stem = kSpool + "1a2b3c4d/1a2b3c4d-" + table + "-20121231-" + time;
     WriteFile(stem + ".tmp", rows);
     fs::rename(stem + ".tmp", stem + ".dat");
     return stem;
@@ -92,8 +90,8 @@ class Pipeline : public testing::Test {
     return statements;
   }
   // What a mid table counted.
-  std::string Sum(const std::string& table, const std::string& db = kDb) {
-    return server.Run("select ifnull(sum(n), 0) from " + db + "." + table).at(0);
+  std::string Sum(const std::string& table) {
+    return server.Run("select ifnull(sum(n), 0) from " + kDb + "." + table).at(0);
   }
   std::vector<std::string> MemRows() { return server.Run("select * from " + kDb + "." + kMemA); }
 
