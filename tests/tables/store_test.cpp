@@ -8,19 +8,6 @@ using testing::ElementsAre, testing::IsEmpty;
 
 class MysqlStore : public StoreTest {};
 
-TEST_F(MysqlStore, SendsNoTemplateThatIsEmptyOrDoesNotFit) {
-  const std::string where = ", see /root/Mem/MidTab1/Create of /etc/morvan/vqlog.xml";
-  const std::pair<std::string, std::string> cases[] = {{" \n", "template is empty"},
-                                                       {"50%", "template ends inside \"%\""}};
-  for (const auto& [text, reason] : cases) {
-    const Outcome outcome = store.RunTemplate("/root/Mem/MidTab1/Create", text, {});
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.error, reason + where);
-    EXPECT_EQ(outcome.failure, SqlFailure::kStatement);
-  }
-  EXPECT_THAT(script.Take(), IsEmpty());
-}
-
 // --- what is there, what is not, and what nobody knows
 
 TEST_F(MysqlStore, MakesADatabaseOnlyWhereItIsKnownToBeMissing) {
@@ -133,9 +120,7 @@ TEST_F(OracleStore, MakesAUserWhoMayDoAllOrGivesOneThatIsThereThePassword) {
   EXPECT_FALSE(Prepare());
   EXPECT_THAT(log, ElementsAre("<2>:create db WLAN_1a2b3c4d error E",
                                "<2>:alter db WLAN_1a2b3c4d error E"));
-}
-
-TEST_F(OracleStore, IsNotPreparedWithoutTheGrant) {
+  FailNoMore();
   Fail("grant");
   EXPECT_FALSE(Prepare());
   EXPECT_THAT(log, ElementsAre("<2>:grant db WLAN_1a2b3c4d error E"));
