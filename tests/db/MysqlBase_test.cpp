@@ -41,13 +41,6 @@ TEST_F(MysqlBase, SendsTheseStatementsAndNoOthers) {
                   "select null as b", "select * from missing", "select * from quiet", "use nodb"));
 }
 
-TEST_F(MysqlBase, PutsALongStatementIntoTheErrorWhole) {
-  const std::string longer = "select " + std::string(20000, '1') + " from missing";
-  EXPECT_EQ(-1, Do(longer.c_str()));
-  EXPECT_EQ("execute " + longer + " failed, error:Table 'alpha.missing' doesn't exist",
-            m_sql->getLastError());
-}
-
 TEST_F(MysqlBase, DeliberatelyTakesANameForAPatternAndLooksAtItsFirstMatchOnly) {
   m_server.Run("create or replace database a_c; create table alpha.p_q (x int)");
   EXPECT_TRUE(m_sql->existDB("a_c"));

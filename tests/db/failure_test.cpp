@@ -7,12 +7,6 @@
 
 using testing::HasSubstr;
 
-void PrintTo(SqlFailure meaning, std::ostream* out) {
-  static constexpr const char* kNames[] = {"kNone",       "kStatement", "kData",
-                                           "kConnection", "kServer",    "kPrivilege"};
-  *out << kNames[static_cast<int>(meaning)];
-}
-
 namespace {
 
 // Connected to database alpha, which also has an empty table of one unique column.

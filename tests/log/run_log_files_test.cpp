@@ -16,49 +16,31 @@ namespace {
 
 using testing::HasSubstr;
 
-// What somebody may have put in the place of today's file.
-struct Obstacle {
-  const char* name;
-  std::function<void(const char* path)> put;
-};
-
-void PrintTo(const Obstacle& obstacle, std::ostream* out) { *out << obstacle.name; }
-
-constexpr char kTarget[] = "/tmp/target";
-
-const Obstacle kObstacles[] = {
-    {"Link", [](const char* path) { fs::create_symlink(kTarget, path); }},
-    {"Pipe", [](const char* path) { mkfifo(path, 0666); }},
-    {"Folder", [](const char* path) { fs::create_directory(path); }},
-};
-
-class Obstacles : public testing::TestWithParam<Obstacle> {
- protected:
-  Obstacles() {
-    fs::remove_all(paths::kRunLogDir);
-    fs::create_directories(paths::kRunLogDir);
-    WriteFile(kTarget, "not the log's");
-  }
-};
-INSTANTIATE_TEST_SUITE_P(Each, Obstacles, testing::ValuesIn(kObstacles),
-                         [](const auto& each) { return each.param.name; });
-
-TEST_P(Obstacles, AreRefusedWithAClearLineAndLinesGoToTheConsole) {
+TEST(RunLogFile, IsRefusedWithAClearLineWhereItIsNoRegularFile) {
+  const std::string target = "/tmp/target";
   char date[24];
   CLOGER::updatedate(date);
-  const std::string path = Format("%s%s.log", paths::kRunLogDir, date);
-  GetParam().put(path.c_str());
-  CapturedStdout console;
-  {
-    CLOGER log;  // whose end writes out what is buffered
-    log.Init();
-    log("u", 1, kError, "on the console");
+  const std::string path = paths::kRunLogDir + std::string(date) + ".log";
+  const std::function<void()> obstacles[] = {[&] { fs::create_symlink(target, path); },
+                                             [&] { mkfifo(path.c_str(), 0666); },
+                                             [&] { fs::create_directory(path); }};
+  for (const auto& put : obstacles) {
+    fs::remove_all(paths::kRunLogDir);
+    fs::create_directories(paths::kRunLogDir);
+    WriteFile(target, "not the log's");
+    put();
+    CapturedStdout console;
+    {
+      CLOGER log;  // whose end writes out what is buffered
+      log.Init();
+      log("u", 1, kError, "on the console");
+    }
+    const std::string text = console.text();
+    EXPECT_THAT(text, testing::StartsWith("error open file errno "));
+    EXPECT_THAT(text, HasSubstr("\nrun log " + path + " is not a regular file\n"));
+    EXPECT_THAT(text, HasSubstr("[u:1]<2>:on the console\n"));
+    EXPECT_EQ(ReadFile(target), "not the log's");
   }
-  const std::string text = console.text();
-  EXPECT_THAT(text, testing::StartsWith("error open file errno "));
-  EXPECT_THAT(text, HasSubstr("\nrun log " + path + " is not a regular file\n"));
-  EXPECT_THAT(text, HasSubstr("[u:1]<2>:on the console\n"));
-  EXPECT_EQ(ReadFile(kTarget), "not the log's");
 }
 
 // Deletes by exact names, and in the log's folder only: not what a shell would read out of a name.

@@ -29,16 +29,12 @@ inline std::string MidTable(int i, const std::string& name, const std::string& c
          "<Convert1>insert into " + name + "%s select -count(*) from %s</Convert1></" + tag;
 }
 
-// Writes the definitions: kind A with these conversions, kind F with none.
+// Writes the definitions: kind A with these conversions.
 inline void Define(const std::string& day, const std::string& month) {
   WriteFile(paths::kMysqlDefinitions,
-            "<root><Mem><MidCnt>2</MidCnt>"
+            "<root><Mem><MidCnt>1</MidCnt>"
             "<MidTab1><Name>A</Name><Create>create table %s (id int primary key, v int) "
-            "engine=InnoDB</Create></MidTab1>"
-            "<MidTab2><Name>F</Name><Create>create table %s (id int primary key, u int unsigned, "
-            "a text, b text, c text, d text, e text, f text, g text, h text, i mediumtext, "
-            "flag int) engine=InnoDB</Create></MidTab2>"
-            "</Mem><Conv><F><MidCnt>0</MidCnt></F><A><MidCnt>2</MidCnt>" +
+            "engine=InnoDB</Create></MidTab1></Mem><Conv><A><MidCnt>2</MidCnt>" +
                 MidTable(1, "T_AUTH1D_", day) + MidTable(2, "T_AUTH1M_", month) +
                 "</A></Conv></root>");
 }

@@ -1,9 +1,5 @@
 // The engine on a real server: what it sends, in which order, and what is left on disk and in
 // tables.
-#include <unistd.h>
-
-#include <fstream>
-
 #include "service/pipeline_fixture.h"
 
 using testing::ElementsAre;
@@ -35,23 +31,4 @@ TEST_F(Pipeline, SendsTheseStatementsForAFileAndNoOthers) {
               ElementsAre(fs::path(stem).filename().string() + ".mid"));
   EXPECT_EQ(Sum("T_AUTH1D_20121231"), "2");
   EXPECT_THAT(MemRows(), IsEmpty());
-}
-
-TEST_F(Pipeline, AFileOf200MBTakesNoMemory) {
-  const std::string stem = Drop("MEM_20121231_0004F", "101500", "");
-  {
-    std::ofstream out(stem + ".dat");
-    for (int i = 0; i < 3200; ++i) {
-      out << i << "\t1\ta\tb\tc\td\te\tf\tg\th\t" << std::string(65'536, 'x') << '\n';
-    }
-  }
-  ASSERT_GT(fs::file_size(stem + ".dat"), 200'000'000U);
-  const auto peak_kib = [] {
-    const std::string status = ReadFile("/proc/self/status");
-    return std::stol(status.substr(status.find("VmHWM:") + 6));
-  };
-  const long before = peak_kib();
-  EXPECT_TRUE(engine->MakeMidTable());
-  EXPECT_LT(peak_kib() - before, 10'000);
-  EXPECT_TRUE(fs::exists(stem + ".mid"));
 }

@@ -1,5 +1,6 @@
 #include "tables/store.h"
 
+#include "tables/transaction.h"
 #include "testing/scripted_server.h"
 
 namespace {
@@ -7,6 +8,22 @@ namespace {
 using testing::ElementsAre, testing::IsEmpty;
 
 class MysqlStore : public StoreTest {};
+
+TEST_F(MysqlStore, ATransactionThatIsNotCommittedIsRolledBackAtItsEnd) {
+  const std::string begin = "start transaction";
+  const auto sent = [this](bool commits) {
+    {
+      Transaction transaction(store);
+      transaction.Begin();
+      if (commits) transaction.Commit();
+    }
+    return script.Take();
+  };
+  EXPECT_THAT(sent(false), ElementsAre(begin, "rollback"));
+  EXPECT_THAT(sent(true), ElementsAre(begin, "commit"));
+  Fail("commit");
+  EXPECT_THAT(sent(true), ElementsAre(begin, "commit", "rollback"));
+}
 
 // --- what is there, what is not, and what nobody knows
 
