@@ -101,7 +101,8 @@ TEST_F(TimeOut, AStopEndsEveryQuestionToAFrozenServer) {
   for (std::size_t i = 0; i < std::size(questions); ++i) sessions.push_back(Connected());
   const FrozenServer frozen(m_server);
   for (std::size_t i = 0; i < std::size(questions); ++i) {
-    const auto& [name, ask] = questions[i];
+    const char* const name = questions[i].first;
+    const auto& ask = questions[i].second;
     const StopSoon stop;
     EXPECT_LT(Timed([&] { EXPECT_FALSE(ask(*sessions[i])) << name; }), kSoon) << name;
     EXPECT_EQ(SqlFailure::kConnection, sessions[i]->lastFailure()) << name;
