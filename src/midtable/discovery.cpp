@@ -34,6 +34,8 @@ bool Discovery::ListDatabases(std::list<std::string>& names) {
   while (const dirent* entry = readdir(dir.get())) {
     if (IsDatabaseId(entry->d_name)) names.emplace_back(entry->d_name);
   }
+  // Databases whose files failed go to the end in the order of their failures, so that those that
+  // failed longest ago are tried first. Names without a folder are forgotten.
   m_last.remove_if([&names](const std::string& name) {
     return std::find(names.begin(), names.end(), name) == names.end();
   });
@@ -49,7 +51,8 @@ bool Discovery::ListDatabases(std::list<std::string>& names) {
   return true;
 }
 
-// Told by its path: the file may carry the name of another database than its folder's.
+// The database is told by the folder: the file in it may carry the name of another database, which
+// is not the one that holds the others up.
 void Discovery::PutLast(const MemFile& file) {
   const std::string_view folder = std::string_view(file.path).substr(0, file.path.rfind('/'));
   const std::string name(FileNameOf(folder));

@@ -16,6 +16,7 @@ namespace {
 
 constexpr int kBarWidth = 18;  // characters
 
+// The sizes are rounded to a readable number: what matters in a backlog is its order of magnitude.
 std::string Bytes(std::uint64_t bytes) {
   static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
   auto value = static_cast<double>(bytes);
@@ -109,6 +110,8 @@ void PrintLine(const DatabaseStatus& one, const std::string& bar, Console& conso
 
 }  // namespace
 
+// A folder that cannot be listed gets the reason in the place of its figures, and the others are
+// shown all the same.
 void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& console) {
   const std::tm local = LocalTime(status.time);
   std::string service = "not running";
@@ -156,8 +159,8 @@ std::string ToJson(const SystemStatus& status) {
                                     {"rows_per_second", one.rows_per_second},
                                     {"mem_rows", nullptr},
                                     {"seconds_to_empty", nullptr}};
-    // Of a folder that could not be listed all figures are unknown but the rows, which are asked of
-    // the server.
+    // Where a folder could not be listed, all its figures are unknown but the rows, which are asked
+    // of the server.
     if (one.error != 0) {
       for (auto& member : entry.items()) {
         if (member.key() != "database") member.value() = nullptr;
@@ -195,6 +198,7 @@ class Exposition {
   const std::string& text() const { return m_text; }
 
  private:
+  // The format of the collector has escapes of its own for these three characters.
   static std::string Escaped(const std::string& value) {
     std::string escaped;
     for (const char c : value) {
@@ -217,6 +221,8 @@ void AddSystem(const SystemStatus& status, Exposition& out) {
   out.Add(AllListed(status) ? 1 : 0);
 }
 
+// A folder that cannot be listed has no samples: a gap in a graph is true, and a line at zero is
+// not.
 void AddFiles(const SystemStatus& status, Exposition& out) {
   out.Family("files", "Mem files in the spool, by state.");
   for (const DatabaseStatus& one : status.databases) {
