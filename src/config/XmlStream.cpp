@@ -21,10 +21,10 @@ namespace {
 
 // Far beyond any definition file; the tree of a document takes some thirty times its size.
 constexpr off_t kLargestFile = 4 << 20;
-// Of an element: each attribute is compared with all others.
+// The most attributes of an element, since each of them is compared with all others.
 constexpr int kMostAttributes = 256;
 constexpr char kTooManyAttributes[] = "an element with more than 256 attributes is not accepted";
-// Of a document: each name with a prefix is looked up in all that surround it.
+// The most namespaces of a document: each name with a prefix is looked up in all that surround it.
 constexpr int kMostNamespaces = 64;
 constexpr char kTooManyNamespaces[] = "more than 64 namespaces are not accepted";
 

@@ -12,6 +12,7 @@
 
 namespace {
 
+// Which server this is, and by which driver it is reached, is said in the settings of ODBC alone.
 constexpr char kDataSource[] = "midtable";
 constexpr char kNotConnected[] = "not connected";
 constexpr char kNoRows[] = "the statement gives no rows";
@@ -19,12 +20,15 @@ constexpr char kNoRows[] = "the statement gives no rows";
 // A login takes milliseconds; ten seconds are for a server that has just started or is overloaded.
 constexpr SQLULEN kLoginSeconds = 10;
 
+// What is known of a failed call. Without a word from the server the connection is to blame.
 struct Failure {
   std::string text;
   SQLINTEGER code = 0;  // the server's number; 0 where there is none
   SqlFailure meaning = SqlFailure::kConnection;
 };
 
+// A handle of ODBC, which is freed with the object. The kind is part of the type, since every call
+// that takes a handle has to be told its kind.
 template <SQLSMALLINT kType>
 class Handle {
  public:
@@ -48,6 +52,8 @@ class Handle {
     for (SQLSMALLINT record = 1;; ++record) {
       SQLINTEGER code = 0;
       SQLSMALLINT size = 0;
+      // A message may be longer than the buffer: its length is told then, and it is read a second
+      // time.
       const auto read = [&] {
         return SQLGetDiagRec(kType, m_handle, record, state, &code,
                              reinterpret_cast<SQLCHAR*>(message.data()),
@@ -78,16 +84,20 @@ class Handle {
 
 SQLPOINTER Number(SQLULEN value) { return reinterpret_cast<SQLPOINTER>(value); }
 
+// ODBC refuses connections in an environment that has not said which version of the interface the
+// program was written for.
 struct Environment : Handle<SQL_HANDLE_ENV> {
   Environment() : Handle(SQL_NULL_HANDLE) {
     SQLSetEnvAttr(get(), SQL_ATTR_ODBC_VERSION, Number(SQL_OV_ODBC3), 0);
   }
 };
 
+// ODBC declares texts as not constant although it only reads them.
 SQLCHAR* Text(const char* text) {
   return const_cast<SQLCHAR*>(reinterpret_cast<const SQLCHAR*>(text));
 }
 
+// Statements come from definition files, in whose letters the case is free.
 bool BeginsWith(std::string_view text, std::string_view word) {
   return text.size() >= word.size() && strncasecmp(text.data(), word.data(), word.size()) == 0;
 }
@@ -133,6 +143,7 @@ class Statement {
     return names;
   }
 
+  // The three outcomes are told apart: rows that ended early must not look like all rows.
   Fetched fetch() {
     const SQLRETURN result = SQLFetch(m_handle.get());
     if (result == SQL_NO_DATA) return Fetched::kEnd;
@@ -154,6 +165,7 @@ class Statement {
         out = "NULL";
         return true;
       }
+      // The length of the rest includes this piece, and a driver need not know it.
       const bool last = rest != SQL_NO_TOTAL && rest < static_cast<SQLLEN>(sizeof piece);
       if (last) {
         out.append(piece, static_cast<std::size_t>(rest));
@@ -169,7 +181,8 @@ class Statement {
  private:
   bool execute(const char* sql) {
     const SQLRETURN result = SQLExecDirect(m_handle.get(), Text(sql), SQL_NTS);
-    return SQL_SUCCEEDED(result) || result == SQL_NO_DATA;  // the latter: no row was touched
+    // A statement that touched no row has succeeded too, and is answered with SQL_NO_DATA.
+    return SQL_SUCCEEDED(result) || result == SQL_NO_DATA;
   }
 
   Handle<SQL_HANDLE_STMT> m_handle;
@@ -192,6 +205,7 @@ class COracleBase::Session {
   // Logs in; false with `failure` set. Called once.
   bool open(const std::string& user, const std::string& password, Failure& failure) {
     SQLHANDLE connection = m_connection.get();
+    // ODBC would wait for a silent server without limit.
     SQLSetConnectAttr(connection, SQL_ATTR_LOGIN_TIMEOUT, Number(kLoginSeconds), SQL_IS_UINTEGER);
     m_open = SQL_SUCCEEDED(SQLConnect(connection, Text(kDataSource), SQL_NTS, Text(user.c_str()),
                                       SQL_NTS, Text(password.c_str()), SQL_NTS));
@@ -205,6 +219,8 @@ class COracleBase::Session {
   SQLHANDLE connection() const { return m_connection.get(); }
   bool inTransaction() const { return m_in_transaction; }
 
+  // A transaction is ended by a call of ODBC: a driver may refuse to pass these words on as
+  // statements, or not notice what they did.
   bool execute(const char* sql, Failure& failure) {
     const std::string_view words = Trim(sql);
     if (Is(words, "commit")) return end(SQL_COMMIT, failure);
@@ -221,13 +237,16 @@ class COracleBase::Session {
   // Ends the transaction in the way of `how`.
   bool end(SQLSMALLINT how, Failure& failure) {
     if (!SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, m_connection.get(), how))) {
+      // The transaction counts as open, so that the end of the session rolls it back.
       failure = m_connection.failure();
-      return false;  // still in it: the end of the session rolls it back
+      return false;
     }
     m_in_transaction = false;
     return true;
   }
 
+  // The driver only knows of a lost connection what its last call has shown, so a query is sent
+  // too.
   bool isAlive(std::string& error) const {
     SQLUINTEGER dead = SQL_CD_FALSE;
     SQLGetConnectAttr(m_connection.get(), SQL_ATTR_CONNECTION_DEAD, &dead, SQL_IS_UINTEGER,
@@ -274,6 +293,8 @@ int COracleBase::connectDB() {
   return succeed();
 }
 
+// What stands outside of transactions is committed here, since ODBC was told not to commit each
+// statement by itself. A transaction that is open is rolled back by the end of its session.
 int COracleBase::closeDB() {
   succeed();
   Failure failure;
@@ -284,6 +305,8 @@ int COracleBase::closeDB() {
   return 0;
 }
 
+// The user of a device that was dropped cannot log in any more, so the first user is tried in its
+// place.
 int COracleBase::reconnectDB() {
   closeDB();
   if (connectDB() == 0 || m_user == m_firstUser) return m_session == nullptr ? -1 : 0;
@@ -306,7 +329,7 @@ int COracleBase::changeDB(const char* name) { return changeDB(name, m_password.c
 
 int COracleBase::changeDB(const char* name, const char* password) {
   Failure failure;
-  // First the commit: the user may have been created by this very session.
+  // The commit comes first: this very session may have created the user that logs in next.
   if (m_session != nullptr && !m_session->inTransaction() && !m_session->end(SQL_COMMIT, failure)) {
     return fail(failure.text, failure.meaning);
   }
@@ -351,6 +374,8 @@ int COracleBase::fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) {
   }
 }
 
+// The name is passed as a parameter and not written into the query, so that no name can change it.
+// The catalogue has unquoted names in capitals.
 int COracleBase::queryCatalogue(const char* sql, const char* name,
                                 std::vector<std::string>& values) {
   if (m_session == nullptr) return notConnected();
@@ -387,6 +412,8 @@ int COracleBase::GetColums(const char* table, std::vector<std::string>& columns)
   return 1;
 }
 
+// The rows are counted by reading them: ODBC promises a number of rows for changes only. The last
+// error text is left alone, as the interface says.
 int COracleBase::RowsCountBySQL(const char* sql, unsigned int* count) {
   m_lastFailure = SqlFailure::kConnection;
   if (m_session == nullptr) return -1;

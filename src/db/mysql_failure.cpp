@@ -166,6 +166,7 @@ SqlFailure MeaningOfMysqlError(unsigned int number, std::string_view state, std:
   const Row* const row = std::find_if(std::begin(kNumbers), std::end(kNumbers),
                                       [&](const Row& each) { return each.number == number; });
   if (row != std::end(kNumbers)) return row->meaning;
+  // The client library's own numbers tell of connections that were not made or broke.
   if (number >= CR_MIN_ERROR && number <= CR_MAX_ERROR) return SqlFailure::kConnection;
   const SqlFailure by_state = MeaningOfSqlState(state);
   return by_state == SqlFailure::kStatement ? MeaningOfSystemError(SystemErrorIn(text)) : by_state;

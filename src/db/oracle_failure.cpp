@@ -7,6 +7,7 @@
 
 namespace {
 
+// The server numbers its errors by subject, so that neighbours mostly mean the same.
 struct Range {
   int first;
   int last;
@@ -81,6 +82,8 @@ std::optional<SqlFailure> MeaningOfCode(int code) {
 
 SqlFailure MeaningOfOracleError(std::string_view state, std::string_view text) {
   constexpr std::string_view kPrefix = "ORA-";
+  // A text may have several codes: an error within a trigger or a recursive statement comes with
+  // general ones around it. The first code that tells anything counts.
   for (auto at = text.find(kPrefix); at != std::string_view::npos; at = text.find(kPrefix, at)) {
     at += kPrefix.size();
     int code = 0;

@@ -29,6 +29,7 @@ void BlockSet::insert(std::string_view text) {
     m_others.emplace(text);
     return;
   }
+  // A registry without blocks, which a missing source leaves, needs none of this memory.
   if (m_blocks.empty()) m_blocks.resize(kBlocks);
   m_blocks[*block] = true;
 }

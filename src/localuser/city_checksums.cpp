@@ -21,6 +21,8 @@ int TourLocalUser::updateCityCRC() {
     g_loger(kUnit, __LINE__, kError, "load file %s err", CITYCRCFILE.c_str());
     return -1;
   }
+  // A map of its own takes the place of the old one when it is complete, so that no reader sees
+  // half of the devices.
   std::map<std::string, std::string> checksums;
   for (const std::string& section : devices.GetSections()) {
     // A device without a city counts as one whose city's name is empty.
@@ -35,6 +37,8 @@ int TourLocalUser::updateCityCRC() {
   return 0;
 }
 
+// The caller gets a copy and needs no lock while it works on that. A refresh that failed leaves the
+// checksums as they were.
 int TourLocalUser::GetCityCRC(std::map<std::string, std::string>& out, int refresh) {
   if (refresh != 0) updateCityCRC();
   MutexLock lock(m_localLock);

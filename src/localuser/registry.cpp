@@ -42,6 +42,8 @@ TourLocalUser::TourLocalUser() : TourLocalUser(CreateSqlBase) {}
 TourLocalUser::TourLocalUser(BackEndFactory make_back_end, Pause pause)
     : m_makeBackEnd(std::move(make_back_end)), m_pause(std::move(pause)) {}
 
+// The blocks are read without the lock, which is then held for an exchange only: lookups go on
+// while a large file is read. The old set is freed after the lock was given back.
 int TourLocalUser::LoadConfig(const std::string& path) {
   g_loger(kUnit, __LINE__, kConsole, "in loadconfig\n");
   BlockSet blocks;
@@ -69,12 +71,16 @@ int TourLocalUser::isLocalUser(const std::string& user_name) {
   return m_setLocalPrefix.contains(block) ? 1 : 0;
 }
 
+// Only numbers with these beginnings have codes, so that no record can name a user of another
+// block.
 bool TourLocalUser::CanHoldUsers(std::string_view block) {
   return BlockSet::IsBlock(block) &&
          std::any_of(kPrefixes.begin(), kPrefixes.end(),
                      [block](int prefix) { return block.starts_with(std::to_string(prefix)); });
 }
 
+// The top two bits choose the beginning of the number. A code of 0 stands for no user at all, and a
+// caller that asks for its number has forgotten to look.
 std::string TourLocalUser::GetUserName(unsigned int user_crc) const {
   Require(user_crc != 0, kUnit, __LINE__, "user_crc");
   return Format("%02d%09d", m_mapPrefixCode.at(user_crc >> 30),
@@ -92,10 +98,12 @@ bool TourLocalUser::MakeBackEnd() {
   m_auth = ReadCredentials(settings);
   g_loger(kUnit, __LINE__, kInfo, "current db is %s", m_auth.dbtype.c_str());
   m_pDB = m_makeBackEnd(m_auth);
-  if (m_pDB != nullptr) m_pDB->setLockWaitSeconds(5);  // it asks again ten seconds later
+  // A short wait for locks is enough, since the watcher asks again ten seconds later.
+  if (m_pDB != nullptr) m_pDB->setLockWaitSeconds(5);
   return m_pDB != nullptr;
 }
 
+// The database is entered before each use, because the connection may have been made anew by then.
 int TourLocalUser::OpenDB() {
   if (m_pDB == nullptr && !MakeBackEnd()) return -1;
   const bool was_alive = m_pDB->isDBAlive();
@@ -139,6 +147,7 @@ unsigned int TourLocalUser::GetTableCheckSum(const char* table) {
   return static_cast<unsigned int>(std::strtoul(value.c_str(), nullptr, 10));
 }
 
+// The service and the operator's tool, which tries whether the query is allowed, share one text.
 std::string TourLocalUser::EnterpriseUserQuery(std::string_view prefix) {
   return std::string("select crc, name from ").append(prefix) + kEnterpriseUserTable;
 }

@@ -64,6 +64,8 @@ class LastRead {
 
 }  // namespace
 
+// Without a thread the service goes on with what it has: no blocks and no cities, which is better
+// than no service.
 int TourLocalUser::init() {
   if (m_thread.joinable()) return 1;
   try {
@@ -74,6 +76,7 @@ int TourLocalUser::init() {
   return 1;
 }
 
+// Waiting in short steps needs no condition variable and notices a stop.
 void TourLocalUser::AwaitFirstRound(int seconds) const {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   while (m_thread.joinable() && !m_sawFiles && g_nMainRun != 0 &&
@@ -86,7 +89,8 @@ void TourLocalUser::WaitExit() {
   if (m_thread.joinable()) m_thread.join();
 }
 
-// What one instance has read, no other reads again: here and below.
+// What was read last is kept for the whole process, here and below: a second registry, as a test or
+// a tool may make one, does not read the sources again.
 void TourLocalUser::CheckFiles() {
   static LastRead blocks;
   static LastRead devices;
@@ -99,6 +103,7 @@ void TourLocalUser::CheckFiles() {
   }
 }
 
+// A checksum of 0 is a failed question and no change of the table.
 void TourLocalUser::CheckEnterpriseUsers() {
   if (m_makeBackEnd == nullptr) return;
   static std::atomic<unsigned int> checksum{0};

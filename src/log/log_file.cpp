@@ -18,6 +18,8 @@ std::size_t LinesIn(std::string_view text) {
 
 }  // namespace
 
+// A line whose first half went to the file before is no whole line in a new one, so its rest is
+// dropped and counted as missing.
 bool LogFile::Open(const std::string& path) {
   Close();
   m_path = path;
@@ -34,6 +36,8 @@ bool LogFile::Open(const std::string& path) {
   return true;
 }
 
+// Lines in a file that somebody has removed are lost, also those that were written since the last
+// look at the path.
 void LogFile::Close() {
   if (!m_file) return;
   if (IsInPlace()) {
@@ -45,18 +49,23 @@ void LogFile::Close() {
   m_file.reset(-1);
 }
 
+// Everything that was written up to now is in a file that people can find, so none of these lines
+// can count as missing later.
 bool LogFile::IsInPlace() {
   if (!m_file || !StillNames(m_path, m_file.get())) return false;
   m_unseen = 0;
   return true;
 }
 
+// Lines in the buffer count, or the file would outgrow its limit by them.
 off_t LogFile::Size() const {
   struct stat status {};
   if (!m_file || fstat(m_file.get(), &status) != 0) return 0;
   return status.st_size + static_cast<off_t>(m_buffer.size());
 }
 
+// While nothing can be written, the first lines are kept rather than the last, because they tell
+// how the trouble began.
 bool LogFile::Append(std::string_view line, bool at_once) {
   const bool full = m_trouble.error != 0 && m_buffer.size() + line.size() > kMostKept;
   if (!m_file || full) {
@@ -68,6 +77,8 @@ bool LogFile::Append(std::string_view line, bool at_once) {
   return true;
 }
 
+// A full disk may take half a line. What it has taken leaves the buffer, and the rest follows when
+// there is room again.
 bool LogFile::WriteOut() {
   while (m_file && !m_buffer.empty()) {
     const ssize_t written = write(m_file.get(), m_buffer.data(), m_buffer.size());

@@ -25,9 +25,11 @@ constexpr char kUnit[] = "zux_center_log";
 constexpr mode_t kFolderMode = 0750;
 // From one look at the open file to the next, where nobody calls Flush.
 constexpr std::time_t kLookSeconds = 5;
+// The names of the files: a day's file, and the one that grew too large and was set aside.
 constexpr char kSuffix[] = ".log";
 constexpr char kSetAside[] = ".bak";
 
+// Levels without a name come from callers that pass a number of their own.
 const char* LevelName(int level) {
   static constexpr std::array<const char*, 5> kNames = {"InfoLog", "AlarmLog", "ErrLog", "DebugLog",
                                                         "RealtimeLog"};
@@ -43,6 +45,7 @@ tm LocalTime() {
 }
 
 __attribute__((format(printf, 1, 0))) std::string Formatted(const char* format, va_list args) {
+  // Most lines fit into the stack; only a longer one is formatted a second time.
   char buffer[1024];
   va_list again;
   va_copy(again, args);
@@ -75,6 +78,7 @@ __attribute__((format(printf, 4, 5))) std::string OwnLine(const char* file, int 
   return text;
 }
 
+// The whole line goes out in one call, so that the lines of two threads do not mix.
 void ToConsole(const char* file, int line, int level, const std::string& message) {
   char prefix[256];
   std::snprintf(prefix, sizeof prefix, "[%s:%d]<%d>:", file, line, level);
@@ -93,8 +97,10 @@ bool IsLogName(std::string_view name) {
 
 }  // namespace
 
+// The log exists before any code runs, so that objects that are made before main can log too.
 constinit CLOGER g_loger;
 
+// Standard output that leads nowhere, as a daemon's does, is not worth the formatting.
 void CLOGER::Init() {
   m_console = !IsNullDevice(STDOUT_FILENO);
   MakeFolders(paths::kRunLogDir, kFolderMode);
@@ -117,6 +123,7 @@ void CLOGER::reopenfile() {
   OpenFile();
 }
 
+// With a debug level every line goes to the console, and there is nothing in the file to keep.
 void CLOGER::Flush() {
   MutexLock lock(m_lock);
   if (m_file != nullptr && g_debug == 0) KeepFile();
@@ -129,6 +136,7 @@ void CLOGER::rmexpirelog() {
   while (const dirent* entry = readdir(folder.get())) {
     if (IsLogName(entry->d_name)) names.emplace_back(entry->d_name);
   }
+  // The names begin with the date, so that the oldest come first.
   std::sort(names.begin(), names.end());
   const std::size_t expired = names.size() - std::min(names.size(), kKeptFiles);
   // What cannot be deleted is tried again at the next start.
@@ -146,6 +154,7 @@ void CLOGER::OpenFile() {
     TellTrouble();
     return;
   }
+  // The same obstacle is named once and not at every attempt, which may be many in a second.
   const int error = errno;
   if (std::exchange(m_toldError, error) == error) return;
   std::printf("error open file errno %d", error);
@@ -153,6 +162,8 @@ void CLOGER::OpenFile() {
   if (!obstacle.empty()) std::printf("\nrun log %s %s\n", path.c_str(), obstacle.c_str());
 }
 
+// Somebody who cleans up may remove the file or the whole folder while the service runs. Both are
+// made again.
 void CLOGER::KeepFile() {
   if (m_file->IsInPlace()) {
     m_looked = std::time(nullptr);
@@ -164,6 +175,7 @@ void CLOGER::KeepFile() {
   OpenFile();
 }
 
+// The line goes in front of what still waits in the buffer: those lines came after the gap.
 void CLOGER::TellTrouble() {
   const LogFile::Trouble trouble = m_file->TakeTrouble();
   if (trouble.error == 0) return;
@@ -173,6 +185,7 @@ void CLOGER::TellTrouble() {
   m_file->WriteOut();
 }
 
+// The date comes first: on a new day the size is that of the new file.
 void CLOGER::CheckRollOver() {
   char today[kDateSize] = {};
   updatedate(today);
@@ -188,6 +201,7 @@ void CLOGER::CheckRollOver() {
   OpenFile();
 }
 
+// Alarms and errors may be the last lines before a crash, so they do not wait in the buffer.
 void CLOGER::WriteLine(const char* file, int line, int level, const std::string& message) {
   if (std::time(nullptr) - m_looked >= kLookSeconds) KeepFile();
   const bool at_once = level == kAlarm || level == kError;
@@ -215,6 +229,7 @@ int CLOGER::operator()(const char* file, int line, int level, const char* format
   return 0;
 }
 
+// Longer texts are cut. Callers that build statements from templates look at the length before.
 std::string Format(const char* format, ...) {
   char buffer[10240];
   buffer[0] = '\0';

@@ -15,6 +15,8 @@
 #include "support/paths.h"
 #include "support/run_state.h"
 
+// The registry reads its files while the engine is still being set up. The flag file is looked at
+// only here, so that a service keeps one way of loading for its whole life.
 CMidTable::CMidTable(const BackEndFactory& factory, const SpoolSystem& system)
     : m_factory(factory), m_discovery(system), m_localUser(factory) {
   m_localUser.init();
@@ -29,6 +31,7 @@ CMidTable::~CMidTable() {
   m_localUser.WaitExit();
 }
 
+// The credentials are copied: whoever changes the policy later does not change a running engine.
 bool CMidTable::GetAuth() {
   m_auth = *ProcessPolicy().getDBPolicy();
   return true;
@@ -38,6 +41,8 @@ std::string CMidTable::GetLogFilePath() const { return paths::kLogData; }
 
 // --- discovery and naming
 
+// A key that does not exist is a mistake of the caller and not of the file, so the line in the log
+// is no error.
 std::string CMidTable::GetItemFromName(const std::string& path, const char* key) {
   if (path.empty() || key == nullptr) {
     g_loger(kUnit, __LINE__, kError, "file path is null");
@@ -89,6 +94,8 @@ std::string CMidTable::GetXMLFields(const std::string& file, const std::string& 
 
 // --- loading
 
+// A file leaves the queue before it is loaded: one that fails must not be first in line again. The
+// rest of the queue is left to the next pass, since what failed may well be the server.
 bool CMidTable::LoadMemFiles() {
   if (m_lstMemFile.empty()) return false;
   while (!m_lstMemFile.empty()) {
@@ -100,10 +107,12 @@ bool CMidTable::LoadMemFiles() {
 }
 
 // The queue for conversion comes before the rename: rows without a conversion are worse than a file
-// that keeps its name, which is remembered.
+// that keeps its name, which is remembered. For the same reason a load that got no answer counts as
+// one that may have brought its rows.
 bool CMidTable::LoadQueuedFile(const MemFile& file) {
   MemFileLoading loading(*m_store, m_localUser, m_notEmptied, !isFConvert(), file);
   if (!loading.Run()) {
+    if (loading.gotNoAnswer()) AddToConvert(file);
     Rename(file, ".err", loading.handedOver());
     m_discovery.PutLast(file);
     return false;
@@ -139,6 +148,8 @@ void CMidTable::Rename(const MemFile& file, const std::string& suffix,
   m_discovery.settled().Add(file.path, renamed, handed_over);
 }
 
+// This statement has no quotes around the path and no "ignore". No pass sends it; the loading of a
+// pass is that of MemFileLoading.
 bool CMidTable::MysqlLoadOneTable(const std::string& tablename, const std::string& dbname,
                                   const std::string& path) {
   const std::string statement = Format("load data infile  %s into table %s.%s", path.c_str(),
@@ -177,6 +188,8 @@ int CMidTable::OracleLoadOneTable(const std::string& table, const std::string& u
 
 // --- conversion
 
+// The conversion stays in front of the queue while it runs, so that a stop or a lost connection in
+// the middle leaves it there for the next pass.
 int CMidTable::Convert() {
   while (!m_lstConvert.empty()) {
     if (g_nMainRun == 0) return 0;

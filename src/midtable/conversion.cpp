@@ -85,6 +85,9 @@ bool MemTableConversion::Failed(SqlFailure failure, const Target& target) {
   return Failed(failure);
 }
 
+// The reason decides when the conversion is tried again: after a reconnection, when the server has
+// had a minute, or when somebody has changed the definitions. A failure without a reason of the
+// server comes from reading the definitions.
 ConversionResult MemTableConversion::Result() const {
   switch (m_failure) {
     case SqlFailure::kConnection:
@@ -100,6 +103,8 @@ ConversionResult MemTableConversion::Result() const {
   return ConversionResult::kByDefinition;
 }
 
+// A failed switch is not the end yet: whether the mem table is there is asked with its database and
+// can still be answered.
 bool MemTableConversion::SwitchToDatabase() {
   if (m_store.Use(m_database)) return true;
   g_loger(kUnit, __LINE__, kError, "table %s.%s not converted, change db error %s",
@@ -162,7 +167,8 @@ MemTableConversion::Step MemTableConversion::Prepare(Target& target, bool& creat
   target.period = PeriodOf(base);
   // Year tables are the operator's: neither tested nor created nor given up here.
   if (target.period == Period::kYear) return Step::kConvert;
-  if (!IsSafePath(target.name)) {  // the name stands between quotes, too
+  // The name goes into a query between quotes, which it must not be able to end.
+  if (!IsSafePath(target.name)) {
     g_loger(kUnit, __LINE__, kError, "xml file %s: %s/Name is not safe in a statement",
             m_definitions.file(), target.node.c_str());
     return Step::kAbort;
@@ -179,10 +185,13 @@ MemTableConversion::Step MemTableConversion::Prepare(Target& target, bool& creat
     case Presence::kAbsent:
       break;
   }
-  created = true;  // also when the creation fails: the server may have ended the transaction
+  // A creation that fails may have ended the transaction too.
+  created = true;
   return Create(target) ? Step::kConvert : Step::kAbort;
 }
 
+// The failures of a creation are those of its mid table: a table that can never be made would hold
+// up all others of its kind.
 bool MemTableConversion::Create(const Target& target) {
   const std::string node = target.node + "/Create";
   std::string create;
@@ -234,6 +243,8 @@ bool MemTableConversion::Convert(const Target& target) {
   return !TransactionIsGone() && RunFallback(target);
 }
 
+// Statements with many values are shown in the run log, because the definition alone does not tell
+// what became of them.
 FilledTemplate MemTableConversion::FillConvert(const Target& target, const std::string& text) {
   const Dialect& dialect = m_store.dialect();
   FilledTemplate filled = FillTemplate(text, dialect.ConvertValues(InputOf(target)));
@@ -243,6 +254,8 @@ FilledTemplate MemTableConversion::FillConvert(const Target& target, const std::
   return filled;
 }
 
+// The city is looked up only for templates that take one: on the other servers no device needs to
+// have a city.
 ConversionInput MemTableConversion::InputOf(const Target& target) {
   const bool takes_city = m_store.dialect().TakesCity(target.period);
   return {target.period, m_date, m_mem_table, takes_city ? m_cities.Of(m_database) : std::string()};
@@ -285,6 +298,7 @@ ConversionResult MemTableConversion::EmptyMemTable() {
   }
   const std::string error = m_store.LastError();
   LogFailed(truncate.c_str(), error);
+  // A table that was dropped in the meantime has no rows to be counted twice.
   const bool is_gone = error.find("ORA-00942") != std::string::npos;
   if (is_gone) return ConversionResult::kDone;
   m_not_emptied.Add(m_database + "." + m_mem_table);

@@ -25,7 +25,13 @@ bool ConversionQueue::Holds(const MemFile& file) const {
   });
 }
 
+bool ConversionQueue::IsLeft(const MemFile& file) const {
+  return std::any_of(m_left.begin(), m_left.end(),
+                     [&file](const Left& left) { return left.table.SharesTableWith(file); });
+}
+
 void ConversionQueue::Add(const MemFile& file) {
+  if (IsLeft(file)) return;
   const auto same = std::find_if(
       m_line.begin(), m_line.end(),
       [&file](const PendingConversion& pending) { return pending.file.SharesTableWith(file); });
@@ -39,18 +45,34 @@ void ConversionQueue::Add(const MemFile& file) {
           same->file.path.c_str());
 }
 
-bool ConversionQueue::AddLeftRows(Store& store, const std::string& database) {
-  if (m_searched.count(database) != 0) return true;
-  std::vector<std::string> tables;
-  if (!store.FilledMemTables(database, tables)) return false;
-  m_searched.insert(database);
-  for (const std::string& table : tables) {
-    MemFile file{{}, database, table};
-    file.path = file.QualifiedTable();
-    if (Holds(file)) continue;
-    g_loger(kUnit, __LINE__, kInfo, "memtable %s holds rows of an earlier run", file.path.c_str());
-    m_line.push_back({file});
+bool ConversionQueue::AddLeftRows(Store& store, const std::string& database,
+                                  const Waiting& waiting) {
+  if (m_searched.count(database) == 0) {
+    std::vector<std::string> tables;
+    if (!store.FilledMemTables(database, tables)) return false;
+    m_searched.insert(database);
+    for (const std::string& table : tables) {
+      MemFile file{{}, database, table};
+      file.path = file.QualifiedTable();
+      if (Holds(file)) continue;
+      g_loger(kUnit, __LINE__, kInfo, "memtable %s holds rows of an earlier run",
+              file.path.c_str());
+      m_left.push_back({file, waiting(file)});
+    }
   }
+  // Files that came later are none of these: a producer that never rests keeps no rows back.
+  m_left.remove_if([&](Left& left) {
+    if (left.table.database != database) return false;
+    if (!left.files.empty()) {
+      const std::vector<std::string> there = waiting(left.table);
+      std::erase_if(left.files, [&there](const std::string& path) {
+        return std::find(there.begin(), there.end(), path) == there.end();
+      });
+    }
+    if (!left.files.empty()) return false;
+    m_line.push_back({left.table});
+    return true;
+  });
   return true;
 }
 
@@ -84,6 +106,7 @@ bool ConversionQueue::PutOff() { return ++m_line.front().broken_off < kMostBroke
 void ConversionQueue::LogLeft() const {
   std::set<std::string> tables;
   for (const PendingConversion& pending : m_line) tables.insert(pending.file.QualifiedTable());
+  for (const Left& left : m_left) tables.insert(left.table.path);
   for (const auto& [table, held] : m_held) tables.insert(table);
   for (const std::string& table : tables) {
     g_loger(kUnit, __LINE__, kAlarm, "memtable %s is left filled, converted after the next start",

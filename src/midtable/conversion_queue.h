@@ -3,11 +3,13 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <list>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "spool/mem_file.h"
 #include "support/file_identity.h"
@@ -29,11 +31,17 @@ class ConversionQueue {
   std::list<MemFile> files() const;
 
   // Puts the mem table of a loaded file to the end of the line, unless it stands there already,
-  // which is logged.
+  // which is logged, or holds rows of an earlier run that still wait for other files.
   void Add(const MemFile& file);
-  // Adds the mem tables of `database` that hold rows, the first time that it is called for that
-  // database. False when the connection was lost: the next call asks again.
-  bool AddLeftRows(Store& store, const std::string& database);
+  // Looks for mem tables of `database` that hold rows, the first time that it is called for that
+  // database, and puts them to the end of the line. Where files of such a table wait, they are
+  // loaded first: the earlier run may have loaded one of them and been killed before the rename,
+  // and only as long as its rows are there does the table's key refuse them a second time. The
+  // table gets into the line with the first call after the last of these files is gone.
+  // `waiting` gives the paths of the files that wait for a mem table. False when the connection
+  // was lost: the next call asks again.
+  using Waiting = std::function<std::vector<std::string>(const MemFile& table)>;
+  bool AddLeftRows(Store& store, const std::string& database, const Waiting& waiting);
   // Adds the held conversions that are due. `definitions`: the path of the table definitions; `now`
   // is that of a steady clock.
   void AddDue(const char* definitions, std::chrono::nanoseconds now);
@@ -56,9 +64,16 @@ class ConversionQueue {
     std::optional<FileIdentity> definitions;
     std::chrono::nanoseconds since;
   };
+  // The rows of an earlier run, and the files that are loaded before they are converted.
+  struct Left {
+    MemFile table;
+    std::vector<std::string> files;
+  };
   bool Holds(const MemFile& file) const;
+  bool IsLeft(const MemFile& file) const;
 
   std::list<PendingConversion> m_line;
+  std::list<Left> m_left;
   std::map<std::string, Held> m_held;  // by qualified name of the mem table
   std::set<std::string> m_searched;    // databases
 };

@@ -136,7 +136,9 @@ bool CMidTable::PingServer() {
 // it stay in line for the next pass.
 bool CMidTable::MakeDatabase(const std::string& name) {
   if (!PingServer()) return false;
-  if (!m_lstConvert.AddLeftRows(*m_store, DatabaseName(name)) || Convert() == 0) return false;
+  const auto waiting = [&](const MemFile& table) { return m_discovery.FilesOf(name, table); };
+  if (!m_lstConvert.AddLeftRows(*m_store, DatabaseName(name), waiting)) return false;
+  if (Convert() == 0) return false;
   if (!GetMemFiles(name)) {
     g_loger(kUnit, __LINE__, kConsole, "db %s has no mem table to load ", name.c_str());
     return true;

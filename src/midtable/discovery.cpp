@@ -34,6 +34,8 @@ bool Discovery::ListDatabases(std::list<std::string>& names) {
   while (const dirent* entry = readdir(dir.get())) {
     if (IsDatabaseId(entry->d_name)) names.emplace_back(entry->d_name);
   }
+  // Databases whose files failed go to the end in the order of their failures, so that those that
+  // failed longest ago are tried first. Names without a folder are forgotten.
   m_last.remove_if([&names](const std::string& name) {
     return std::find(names.begin(), names.end(), name) == names.end();
   });
@@ -49,7 +51,8 @@ bool Discovery::ListDatabases(std::list<std::string>& names) {
   return true;
 }
 
-// Told by its path: the file may carry the name of another database than its folder's.
+// The database is told by the folder: the file in it may carry the name of another database, which
+// is not the one that holds the others up.
 void Discovery::PutLast(const MemFile& file) {
   const std::string_view folder = std::string_view(file.path).substr(0, file.path.rfind('/'));
   const std::string name(FileNameOf(folder));
@@ -58,10 +61,8 @@ void Discovery::PutLast(const MemFile& file) {
 }
 
 void Discovery::QueueFiles(const std::string& database, MemFileQueue& queue) {
-  const std::string path = paths::kSpool + database;
-  SpoolFolder& folder = m_folders.try_emplace(database, path, m_system).first->second;
   // The greatest name comes first and goes to the front, so that the queue is in ascending order.
-  const int error = folder.OfferFiles([&](const MemFile& file) {
+  Offer(database, [&](const MemFile& file) {
     using Answer = WaitingFiles::Answer;
     if (queue.size() >= kQueuedPerPass) return Answer::kEnough;
     if (HoldsTable(queue, file)) return Answer::kTableServed;
@@ -70,6 +71,23 @@ void Discovery::QueueFiles(const std::string& database, MemFileQueue& queue) {
     g_loger(kUnit, __LINE__, kConsole, "file %s is push to list", file.path.c_str());
     return Answer::kTaken;
   });
+}
+
+std::vector<std::string> Discovery::FilesOf(const std::string& database, const MemFile& table) {
+  std::vector<std::string> paths;
+  Offer(database, [&](const MemFile& file) {
+    using Answer = WaitingFiles::Answer;
+    if (!file.SharesTableWith(table)) return Answer::kTableServed;
+    if (!m_settled.Contains(file.path)) paths.push_back(file.path);
+    return Answer::kPass;
+  });
+  return paths;
+}
+
+void Discovery::Offer(const std::string& database, const WaitingFiles::Offer& offer) {
+  const std::string path = paths::kSpool + database;
+  SpoolFolder& folder = m_folders.try_emplace(database, path, m_system).first->second;
+  const int error = folder.OfferFiles(offer);
   if (error != 0) {
     g_loger(kUnit, __LINE__, kError, "scan dir %s errno %d", path.c_str(), error);
   }

@@ -5,6 +5,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "spool/mem_file.h"
 #include "spool/settled_files.h"
@@ -31,6 +32,9 @@ class Discovery {
   // that name. The greatest names are chosen; the least of them is first in the queue. A folder
   // that cannot be read is logged.
   void QueueFiles(const std::string& database, MemFileQueue& queue);
+  // The paths of all files in the folder of that name that wait for the mem table of `table`. A
+  // folder that cannot be read is logged, and has none.
+  std::vector<std::string> FilesOf(const std::string& database, const MemFile& table);
 
   // The database whose folder holds this file, which failed, comes last from now on: a backlog that
   // fails must not keep the others waiting.
@@ -43,6 +47,8 @@ class Discovery {
   SettledFiles& settled() { return m_settled; }
 
  private:
+  void Offer(const std::string& database, const WaitingFiles::Offer& offer);
+
   const SpoolSystem& m_system;
   std::map<std::string, SpoolFolder> m_folders;  // by name
   std::list<std::string> m_last;

@@ -16,6 +16,8 @@
 
 namespace {
 
+// The server runs as another user and opens the file by itself, and producers make files with modes
+// of all kinds.
 constexpr mode_t kServerReadable = 0755;
 
 // Anything but a regular file is never opened: a FIFO would block the service for good, and a link
@@ -54,7 +56,7 @@ MemFileLoading::MemFileLoading(Store& store, TourLocalUser& registry, NotEmptied
       m_file(std::move(file)) {}
 
 // The order of the steps is that of the statements and of the run log's lines. What an earlier step
-// has made stays when a later one fails: the next file needs it as well.
+// has made stays when a later one fails: the next file needs all of that too.
 bool MemFileLoading::Run() {
   if (!HasUsableName() || !IsRegularFile(m_file.path)) return false;
   if (!m_store.PrepareDatabase(m_file.database)) return false;
@@ -70,10 +72,12 @@ bool MemFileLoading::Run() {
   if (!RemoveConvertedRows()) return false;
   OpenToServer(m_file.path);
   if (m_file.HasLocalFlags() && m_rewrites) RewriteOnce();
-  // The server opens the path by itself: looked at again as late as can be.
+  // The server opens the path by itself, so what stands there is looked at once more, as late as
+  // possible.
   if (!IsRegularFile(m_file.path)) return false;
   m_handed_over = IdentityOf(m_file.path);
   if (!LoadRows()) {
+    m_got_no_answer = m_store.LastFailure() == SqlFailure::kConnection;
     g_loger(kUnit, __LINE__, kError, "ret (%d) (%s)", 0, m_store.LastError().c_str());
     return false;
   }
@@ -82,6 +86,8 @@ bool MemFileLoading::Run() {
   return true;
 }
 
+// Each reason has a line of its own, which tells the producer what to mend. A name that is refused
+// here never gets into a statement.
 bool MemFileLoading::HasUsableName() const {
   if (m_file.path.empty()) {
     g_loger(kUnit, __LINE__, kError, "file name is null");
@@ -116,7 +122,8 @@ bool MemFileLoading::PrepareExternalTable() {
   const Presence there = m_store.FindTable(external, m_file.database);
   if (there == Presence::kUnknown) return false;
   if (there == Presence::kAbsent) {
-    CreateExternalTable(m_store, m_file);  // where this fails, loading does
+    // The result is not looked at: without the external table the loading fails by itself.
+    CreateExternalTable(m_store, m_file);
     return true;
   }
   const std::string statement = "alter table " + m_file.database + "." + external + " location('" +
@@ -127,6 +134,8 @@ bool MemFileLoading::PrepareExternalTable() {
   return false;
 }
 
+// Rows that an earlier conversion has counted already may still be in the mem table when the server
+// could not empty it. Loading more rows beside them would have the old ones counted twice.
 bool MemFileLoading::RemoveConvertedRows() {
   const std::string table = m_file.QualifiedTable();
   if (m_not_emptied.Empty(m_store, table)) return true;
@@ -145,6 +154,8 @@ void MemFileLoading::RewriteOnce() {
   }
 }
 
+// On Oracle the server reads the file through an external table whose rows are then copied, since
+// there is no statement that loads a file.
 bool MemFileLoading::LoadRows() {
   if (m_store.dialect().LoadsOverExternalTables()) return LoadOverExternalTable(m_store, m_file);
   return m_store.Execute(m_store.dialect().LoadStatement(m_file.path, m_file.QualifiedTable()));

@@ -25,6 +25,9 @@ class MemFileLoading {
   bool Run();
   // The file that the server was told to load; nothing when it did not come to that.
   const std::optional<FileIdentity>& handedOver() const { return m_handed_over; }
+  // Whether the connection was lost before the server said what became of the rows: it may have
+  // taken them.
+  bool gotNoAnswer() const { return m_got_no_answer; }
   // Whether another file has the name of the one that was loaded; logged, as is a change of that
   // one.
   bool WasReplaced() const;
@@ -42,6 +45,7 @@ class MemFileLoading {
   const bool m_rewrites;
   const MemFile m_file;
   std::optional<FileIdentity> m_handed_over;
+  bool m_got_no_answer = false;
 };
 
 // Lets the database server read the file, keeping the mark of a rewritten one. Where the mode

@@ -8,6 +8,8 @@
 
 namespace {
 
+// A definition may have several entries of one kind, of which each can be another statement for the
+// same table.
 bool RunCreate(Store& store, const TableDefinitions& definitions, const std::string& node,
                const std::string& table) {
   std::string create;
@@ -50,6 +52,8 @@ bool CreateMemTable(Store& store, const std::string& table, const std::string& d
   }
   int count = 0;
   if (!definitions.Read(CountPath(kMemDefinitions), count)) return false;
+  // The kind is the last letter of a mem table's name, and the name of its entries in the
+  // definitions.
   const std::string kind = table.empty() ? std::string() : std::string(1, table.back());
   bool defined = false;
   const bool made = ForEachEntry(kMemDefinitions, count, [&](const std::string& node) {

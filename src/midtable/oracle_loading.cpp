@@ -25,6 +25,7 @@ std::string SelectorOf(const std::string& table) {
   return selector;
 }
 
+// The file is read anew for each statement: an operator may mend a template while the service runs.
 std::string ReadLoaderTemplate(const char* node, const std::string& selector) {
   return ReadTemplate(paths::kLoaderTemplates, node, kTableAttribute, selector);
 }
@@ -41,6 +42,8 @@ std::string Located(const std::string& error, const char* node) {
   return error + ", see " + node + " of " + paths::kLoaderTemplates;
 }
 
+// A template that does not fit is reported with its place in the file, a statement that fails with
+// the words of the server.
 bool RunLoaderTemplate(Store& store, const char* node, const std::string& text,
                        const TemplateValues& values) {
   const FilledTemplate filled = FillTemplate(text, values);
@@ -101,6 +104,8 @@ bool ReadControlTemplate(std::string& text) {
   return true;
 }
 
+// A control file that cannot be opened is reported and does not keep the tool from being started.
+// The other steps are taken all the same, since each of them writes lines to the log.
 bool WriteControlFile(Store& store, const std::string& table, const std::string& data_file) {
   FileDescriptor control = CreateRegular(paths::kLoaderControlFile, O_WRONLY | O_TRUNC, 0640);
   if (!control) {
@@ -169,6 +174,8 @@ bool LoadOverExternalTable(Store& store, const MemFile& file) {
     g_loger(kUnit, __LINE__, kError, "get xml error");
     return false;
   }
+  // Nothing of the merge may be missing or cut: the external table is dropped afterwards, and with
+  // it the only way to the rows of the file.
   const FilledTemplate filled = FillTemplate(merge, MergeValues(file.database, file.table));
   if (!filled) {
     g_loger(kUnit, __LINE__, kError, "sql error %s", Located(filled.error, kMergeNode).c_str());
@@ -182,6 +189,8 @@ bool LoadOverExternalTable(Store& store, const MemFile& file) {
   return false;
 }
 
+// The tool is given no time limit and nobody waits for its end: it loads on its own, and its exit
+// status is not known here.
 bool StartLoaderTool(Store& store, const std::string& table, const std::string& user,
                      const std::string& password, const std::string& data_file) {
   if (!WriteControlFile(store, table, data_file)) return false;
@@ -193,6 +202,8 @@ bool StartLoaderTool(Store& store, const std::string& table, const std::string& 
   return false;
 }
 
+// A file that cannot be parsed is an error, a path that it lacks is none: which elements exist is
+// up to the installation.
 std::string ReadTemplate(const std::string& file, const std::string& path,
                          const std::string& attribute, const std::string& value) {
   CXmlStream xml;

@@ -88,6 +88,8 @@ bool RewriteMemFile(const std::string& path, TourLocalUser& registry) {
     return false;
   }
   const auto after = LoggedIdentity("after convert", copy);
+  // A producer that still writes would lose what comes after the copy, so the file is left alone
+  // for this time.
   const bool unchanged = before == IdentityOf(path);
   if (!unchanged) {
     g_loger(kUnit, __LINE__, kError, "file (%s) changed while it was rewritten", path.c_str());
@@ -101,7 +103,8 @@ bool RewriteMemFile(const std::string& path, TourLocalUser& registry) {
     kept = stem + ".orig";
   }
   if (!unchanged || !FinishCopy(copy) || !PutInPlace(copy, path, kept)) {
-    unlink(copy.c_str());  // or it would look like a loaded file
+    // A copy that stayed behind would look like a loaded file.
+    unlink(copy.c_str());
     return false;
   }
   LoggedIdentity("after rename", path);

@@ -22,6 +22,8 @@ nanoseconds ListingTrust::ClockOffset() const {
   return m_system.WallClock() - m_system.SteadyClock();
 }
 
+// The stamp is taken before the reading: a file that comes during the reading then makes the
+// listing look old, whether the reading has seen it or not.
 void ListingTrust::Begin() {
   m_listed = false;
   m_began_at = m_system.WallClock();
@@ -30,6 +32,8 @@ void ListingTrust::Begin() {
   m_stamped = m_system.Stamp(m_path, m_stamp);
 }
 
+// A folder that has changed within one step of its stamps may change again without another stamp. A
+// remote file system shows the changes of other machines late.
 void ListingTrust::Finish(int folder) {
   m_listed = m_stamped;
   m_trusted = m_stamped && m_stamp.changed + kCoarsestStep < m_began_at && m_system.IsLocal(folder);

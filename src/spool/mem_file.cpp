@@ -20,6 +20,7 @@ constexpr std::size_t kBlankedPosition = 13;
 constexpr std::string_view kBlank = "000";
 constexpr std::size_t kTableDatePosition = 4;  // behind "MEM_"
 
+// Names may have bytes above 127, which isspace must not get as negative numbers.
 bool IsSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
 // The first word, cut to the length of a database id.
@@ -51,6 +52,7 @@ bool isXdigit(const char* text) {
   return true;
 }
 
+// Only ASCII digits count, whatever the locale: the text becomes part of a table's name.
 bool isDigit(const char* text, int n) {
   if (text == nullptr) return false;
   const std::string_view view = text;
@@ -78,12 +80,15 @@ MemFile MemFile::Parse(std::string path) {
   return file;
 }
 
+// The last letter is the kind in a name of any length.
 std::string MemFile::Kind() const {
   return table.empty() ? std::string() : std::string(1, table.back());
 }
 
 std::string MemFile::Date() const { return TextAt(table, kTableDatePosition, kDateLength); }
 
+// The order is that in which the service reports the reasons. Safety comes last: only then are all
+// three parts there.
 NameRefusal MemFile::Refusal() const {
   if (path.find('/') == std::string::npos) return NameRefusal::kNoPath;
   if (database.empty()) return NameRefusal::kNoDatabase;
@@ -96,6 +101,9 @@ bool IsDatabaseId(std::string_view name) {
   return name.size() == kIdLength && ULIT::isXdigit(std::string(name).c_str());
 }
 
+// The parts are looked at from left to right, so that the reason names the first one that is wrong.
+// A name that does not begin with eight characters may still pass when it has hexadecimal digits
+// only.
 const char* MemFileNameFault(const std::string& name) {
   const std::size_t after_id = name.find('-');
   if (after_id == std::string::npos) return "it has no \"-\"";

@@ -26,6 +26,8 @@ void SettledFiles::Add(const std::string& path, const std::string& target,
   m_entries.insert_or_assign(path, Entry{now ? *now : *last_seen, FolderOf(path), target});
 }
 
+// A file of the same name that is not the same file has not been loaded: its producer used the name
+// again.
 bool SettledFiles::Contains(const std::string& path) const {
   const auto found = m_entries.find(path);
   if (found == m_entries.end()) return false;
@@ -33,6 +35,8 @@ bool SettledFiles::Contains(const std::string& path) const {
   return now && now->IsUnchangedSince(found->second.identity);
 }
 
+// A retry that fails writes no line: the first failure is in the log, and this is done with every
+// pass.
 void SettledFiles::RetryRenames() {
   std::erase_if(m_entries, [](const auto& item) {
     const auto& [path, entry] = item;

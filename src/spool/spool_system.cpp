@@ -11,7 +11,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-// Not in every version of the kernel's header.
+// These numbers do not stand in every version of the kernel's header.
 constexpr long kZfsMagic = 0x2FC12FC1;
 constexpr long kJfsMagic = 0x3153464A;
 constexpr long kBcachefsMagic = 0xCA451A4E;
@@ -27,6 +27,7 @@ nanoseconds Duration(const timespec& time) {
 
 }  // namespace
 
+// The object has no state, so all folders share one.
 const SpoolSystem& SpoolSystem::Real() {
   static const SpoolSystem system;
   return system;
@@ -49,8 +50,8 @@ bool SpoolSystem::Stamp(const std::string& folder, FolderStamp& stamp) const {
   return true;
 }
 
-// Named are the file systems that are known to be local, so that an unknown one is read too often
-// rather than trusted wrongly.
+// The list names the file systems that are known to be local, so that an unknown one is read too
+// often rather than trusted wrongly.
 bool SpoolSystem::IsLocal(int folder) const {
   struct statfs status {};
   if (fstatfs(folder, &status) != 0) return false;

@@ -11,6 +11,8 @@ namespace {
 
 bool Before(const char* a, const char* b) { return std::strcmp(a, b) < 0; }
 
+// Only an answer that the name is not there counts. A folder that cannot be read at the moment
+// hides its files without having lost them.
 bool IsGone(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
@@ -18,6 +20,8 @@ bool IsGone(const std::string& path) {
 
 }  // namespace
 
+// The names form a heap and no sorted list: a pass needs the greatest name only, and an outage may
+// leave hundreds of thousands of names.
 void WaitingFiles::Backlog::Push(const char* name) {
   names.push_back(name);
   std::push_heap(names.begin(), names.end(), Before);
@@ -34,6 +38,8 @@ void WaitingFiles::Clear() {
   m_memory.release();
 }
 
+// Names are kept by mem table, since a pass takes one file of each table: so a table with a long
+// backlog costs no more than one with a single file.
 void WaitingFiles::Add(const char* name) {
   if (!IsMemFileName(name)) return;
   MemFile file = MemFile::Parse(m_folder + "/" + name);

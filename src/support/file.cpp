@@ -39,7 +39,8 @@ FileDescriptor CreateRegular(const std::string& path, int flags, mode_t mode) {
     if (made || errno != EEXIST) return made;
     FileDescriptor there =
         OnlyRegular(FileDescriptor(open(path.c_str(), flags | kGuarded)), status);
-    if (there || errno != ENOENT) return there;  // else it was removed in between
+    // A file that was removed between the two calls is made in the next round.
+    if (there || errno != ENOENT) return there;
   }
 }
 

@@ -14,6 +14,7 @@ std::string ConversionsOf(const std::string& kind) {
   return std::string(kConversionDefinitions) + "/" + kind;
 }
 
+// A second statement in the definitions of other kinds is not used.
 bool HasFallback(std::string_view kind) { return kind == "F" || kind == "A"; }
 
 // The paths are made one at a time: a count may be any number that fits an int.
@@ -37,6 +38,8 @@ bool IsPlainNumber(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+// The file is parsed anew for every conversion and creation, so that a change counts at once and
+// without a restart.
 bool TableDefinitions::Parse(const char* file) {
   m_file = file;
   if (m_xml.parseFile(m_file)) return true;
@@ -54,6 +57,8 @@ bool TableDefinitions::Read(const std::string& path, std::string& text) const {
   return true;
 }
 
+// The number counts even where the text is none, as always. The line tells the operator, who may
+// have meant another number.
 bool TableDefinitions::Read(const std::string& path, int& number) const {
   std::string text;
   if (!Read(path, text)) return false;

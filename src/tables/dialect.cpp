@@ -47,9 +47,11 @@ class MysqlDialect final : public Dialect {
   std::string TableQuery(const std::string& table, const std::string& database) const override {
     return Format("show tables from %s like \"%s\"", database.c_str(), table.c_str());
   }
+  // The underscore is escaped, since it would stand for any character.
   std::string MemTablesQuery(const std::string& database) const override {
     return "show tables from `" + database + "` like \"MEM\\_%\"";
   }
+  // One row is enough to know that a table is not empty. Counting all rows could take minutes.
   std::string FilledTablesQuery(const std::string& database,
                                 std::span<const std::string> tables) const override {
     return FilledTables(tables, [&database](const std::string& table) {
@@ -60,12 +62,15 @@ class MysqlDialect final : public Dialect {
   bool LoadsOverExternalTables() const override { return false; }
 };
 
+// On Oracle unquoted names are in capitals, and a database is the schema of a user.
 class OracleDialect final : public Dialect {
  public:
   const char* DefinitionsFile() const override { return paths::kOracleDefinitions; }
   const char* DefinitionsSample() const override { return "oracle/oracle_vqlog.xml"; }
   const Dialect& Other() const override;
   const char* ConvertElement() const override { return "ConvertOracle"; }
+  // There is no second template: the same statement is tried once more, with the values that a day
+  // table gets.
   const char* FallbackElement() const override { return "ConvertOracle"; }
   TemplateValues ConvertValues(const ConversionInput& input) const override;
   // The same for every period.
@@ -86,6 +91,8 @@ class OracleDialect final : public Dialect {
         "object_name = upper('%s')",
         database.c_str(), OracleToUpper(table).c_str());
   }
+  // External tables show the rows of a file that is loaded already or is about to be: their rows
+  // are no rows that wait.
   std::string MemTablesQuery(const std::string& database) const override {
     return "select object_name as t from all_objects where owner= upper('" + database +
            "') and object_type='TABLE' and object_name like 'MEM!_%' escape '!' and object_name "
@@ -118,6 +125,8 @@ TemplateValues OracleDialect::ConvertValues(const ConversionInput& input) const 
     case Period::kDay:
       return {input.date, input.mem_table, input.date};
     case Period::kMonth: {
+      // A month table has one column for each day of the month, and each place of the statement
+      // that names such a column gets the number of the day.
       TemplateValues values = {year + month, input.mem_table};
       values.resize(values.size() + kMostDayNumbers, std::atoi(day.c_str()));
       return values;
@@ -136,6 +145,8 @@ const Dialect& Dialect::Of(const MYSQLAUTH& auth) {
   return kMysql;
 }
 
+// "ignore" makes the server pass over rows that it cannot take, a duplicate key among them, instead
+// of refusing the whole file for one of them.
 std::string Dialect::LoadStatement(const std::string& path, const std::string& table) const {
   return Format("load data infile \"%s\" ignore into table %s", path.c_str(), table.c_str());
 }

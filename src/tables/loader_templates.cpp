@@ -4,6 +4,7 @@
 
 namespace {
 
+// The letter of the kind stands here in MEM_YYYYMMDD_HHMMk.
 constexpr std::size_t kKindPosition = 17;
 
 }  // namespace

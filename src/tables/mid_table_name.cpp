@@ -4,6 +4,7 @@
 
 namespace {
 
+// The mark of the period stands behind "T_" and four letters, as in T_FLOW1D_.
 constexpr std::size_t kPeriodPosition = 6;
 
 }  // namespace

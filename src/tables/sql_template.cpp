@@ -7,8 +7,8 @@
 
 namespace {
 
-// Of a width and of a precision. printf takes seconds for a result of a gigabyte, and gives none at
-// all for one that it cannot count.
+// The largest width and the largest precision. printf takes seconds for a result of a gigabyte, and
+// gives no result at all where it cannot count the characters.
 constexpr unsigned int kMostCharacters = 9'999;
 
 // One "%..." of a template.
@@ -25,6 +25,8 @@ bool IsTooWide(std::string_view digits) {
   return error == std::errc::result_out_of_range || number > kMostCharacters;
 }
 
+// A conversion is read as printf reads it: flags, a width, a precision, then the letter. Anything
+// else, such as a length modifier or "*", ends up as the letter, which the caller refuses.
 Conversion LeadingConversion(std::string_view text) {
   std::size_t end = 1;
   const auto skip = [&](std::string_view set) {
@@ -43,6 +45,8 @@ Conversion LeadingConversion(std::string_view text) {
   return {std::string(text.substr(0, end + 1)), text[end], too_wide};
 }
 
+// Numbers are never shown as texts nor texts as numbers: printf would read the wrong kind of
+// argument.
 bool Takes(char kind, const TemplateValue& value) {
   if (std::holds_alternative<std::string>(value)) return kind == 's';
   return kind != '\0' && std::string_view("diuoxX").find(kind) != std::string_view::npos;
@@ -79,6 +83,8 @@ std::string Formatted(const Conversion& conversion, const TemplateValue& value) 
 
 }  // namespace
 
+// Values are put in one at a time, each by a format of one conversion. So no value is ever read as
+// part of a format, and none is missing where printf looks for one.
 FilledTemplate FillTemplate(std::string_view text, std::span<const TemplateValue> values) {
   FilledTemplate filled;
   std::size_t next_value = 0;

@@ -9,8 +9,10 @@
 
 namespace {
 
+// This saves most journeys to the server and keeps the statement at a moderate length.
 constexpr std::size_t kTablesPerQuery = 100;
 
+// The rows are shown on the console only, where a developer follows what the service does.
 void LogRows(const std::vector<SqlRecord>& rows) {
   for (const SqlRecord& row : rows) {
     g_loger(kUnit, __LINE__, kConsoleRow, "******************************");
@@ -32,6 +34,8 @@ Outcome Store::RunTemplate(const std::string& node, const std::string& text,
   return RunFilled(node, text, FillTemplate(text, values), 1);
 }
 
+// A template that cannot be used never reaches the server: a cut or half-filled statement might be
+// valid and do something else.
 Outcome Store::RunFilled(const std::string& node, const std::string& text,
                          const FilledTemplate& filled, int log_on_error) {
   const bool empty = Trim(text).empty();
@@ -99,6 +103,8 @@ bool Store::CreateUser(const std::string& user) {
   return Execute("grant dba to " + user) || failed("grant");
 }
 
+// Where a database is a user, the switch is a login with the password that the service gave to all
+// of them. Other servers do not look at the password.
 bool Store::Use(const std::string& database) {
   return m_sql->changeDB(database.c_str(), m_new_user_password.c_str()) == 0;
 }
@@ -128,6 +134,8 @@ Presence Store::FindTableHere(const std::string& table) {
   return Answer(m_sql->existTable(table.c_str()));
 }
 
+// A database that cannot be searched is passed over and not tried again, since this is done once
+// after a start. Only a lost connection makes the caller come back.
 bool Store::FilledMemTables(const std::string& database, std::vector<std::string>& tables) {
   const Presence there = FindDatabase(database);
   if (there == Presence::kAbsent) return true;
@@ -141,6 +149,8 @@ bool Store::FilledMemTables(const std::string& database, std::vector<std::string
   std::vector<std::string> names;
   for (const SqlRecord& row : listed) {
     const std::string name = row.empty() ? std::string() : row.begin()->second;
+    // Names come from the server here, and go into the next statement: whoever may create tables
+    // must not be able to add words to it.
     if (name.starts_with("MEM_") && IsSafeIdentifier(name)) names.push_back(name);
   }
   const std::span<const std::string> all(names);

@@ -62,21 +62,6 @@ TEST(Settings, APortIsOfDigitsOnly) {
   }
 }
 
-TEST(Settings, ListFurtherDatabases) {
-  const auto list = Settings("dbcount=02\ndbname0=a\ndbdepict0=first").getDBInfoList();
-  EXPECT_EQ(list.at(0).dbname, "a");
-  EXPECT_EQ(list.at(0).dbdepict, "first");
-  EXPECT_EQ(list.at(1).dbname, "") << "its key is missing";
-}
-
-TEST(Settings, AListWithoutACountEndsTheProcess) {
-  EXPECT_EXIT(Settings("dbcount=x").getDBInfoList(), testing::ExitedWithCode(0), "");
-}
-
-TEST(Settings, ANullPathEndsTheProcessOfAReleaseToo) {
-  EXPECT_DEATH(CDBInfo(nullptr), "dbinfo:60: requirement path failed");
-}
-
 // What is read from a settings file with this type.
 MYSQLAUTH Policy(const std::string& dbtype) {
   WriteFile(paths::kSettingsFile,

@@ -11,10 +11,7 @@ class MysqlBase : public BackEndTest {
 
 // Of an ordinary user: the server runs no init_connect for those with all privileges.
 TEST_F(MysqlBase, CommitsEachStatementWhateverTheServersDefault) {
-  m_server.Run("create or replace user plain identified by 'p'; grant all on alpha.* to plain");
-  m_auth.user = "plain";
-  m_auth.password = "p";
-  m_sql = CreateSqlBase(m_auth);
+  ConnectAs("grant all on alpha.* to plain");
   for (const auto& [setting, value] :
        {std::pair("autocommit", "0"), {"init_connect", "'set autocommit = 0'"}}) {
     m_server.Run(Format("set global %s = %s; truncate table alpha.t", setting, value));
@@ -42,26 +39,6 @@ TEST_F(MysqlBase, SendsTheseStatementsAndNoOthers) {
       MariadbServer::Get().Statements(mark),
       ElementsAre("SHOW DATABASES LIKE 'alpha'", "SHOW TABLES LIKE 't'", "use alpha",
                   "select null as b", "select * from missing", "select * from quiet", "use nodb"));
-}
-
-TEST_F(MysqlBase, TracesRowsAndLogsAFailedChange) {
-  CapturedStdout out;
-  unsigned int count = 0;
-  Value("select null as b");
-  m_sql->RowsCountBySQL("select * from missing", &count);
-  Do("select * from quiet");
-  m_sql->changeDB("nodb");
-  const std::string text = out.text();
-  EXPECT_THAT(text, testing::StartsWith("sql is select null as b\nfield.name 0x"));
-  EXPECT_THAT(text, testing::EndsWith("(b) value (NULL)\n[MysqlBase:114]<2>:execute use nodb "
-                                      "failed, error:Unknown database 'nodb'\n"));
-}
-
-TEST_F(MysqlBase, PutsALongStatementIntoTheErrorWhole) {
-  const std::string longer = "select " + std::string(20000, '1') + " from missing";
-  EXPECT_EQ(-1, Do(longer.c_str()));
-  EXPECT_EQ("execute " + longer + " failed, error:Table 'alpha.missing' doesn't exist",
-            m_sql->getLastError());
 }
 
 TEST_F(MysqlBase, DeliberatelyTakesANameForAPatternAndLooksAtItsFirstMatchOnly) {

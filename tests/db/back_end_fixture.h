@@ -11,6 +11,7 @@
 #include "gmock/gmock.h"
 #include "testing/files.h"
 #include "testing/mariadb_server.h"
+#include "testing/postgres_server.h"
 
 struct BackEnd {
   std::string type;
@@ -24,6 +25,8 @@ struct BackEnd {
   const char* breaks_off;
   const char* suicide;
   const char* denied;  // in the error of a wrong password
+  const char* drop;    // the statement that removes database beta
+  const char* where;   // a query for the current database
   friend void PrintTo(const BackEnd& back_end, std::ostream* out) { *out << back_end.type; }
 };
 
@@ -36,7 +39,28 @@ inline const BackEnd kMysql = {
     "select seq as v from seq_1_to_5000",
     "select 18446744073709547116 + seq from seq_1_to_5000",
     "select concat('kill ', connection_id()) as k",
-    "connect failed, error:Access denied for user"};
+    "connect failed, error:Access denied for user",
+    "drop database beta",
+    "select database() as v"};
+
+#ifdef MIDTABLE_ORACLE
+inline const BackEnd kOracle = {
+    "oracle",
+    PostgresServer::Get,
+    [](const auto& name) { PostgresServer::Get().CreateStore(name); },
+    {"ZETA", "ALPHA"},
+    " Set Transaction read write",
+    "select v from generate_series(1, 5000) v",
+    "select 1 / (4500 - v) from generate_series(1, 5000) v",
+    "select concat('select pg_terminate_backend(', pg_backend_pid(), ')') as k",
+    "password authentication failed",
+    "drop schema beta cascade; drop user beta",
+    "select current_user as v"};
+inline const std::vector<BackEnd> kBackEnds = {kMysql, kOracle};
+#else
+inline const std::vector<BackEnd> kBackEnds = {kMysql};
+#endif
+inline constexpr auto kNameOfBackEnd = [](const auto& test) { return test.param.type; };
 
 // Two databases, alpha and beta, with an empty table t each; m_sql is connected to alpha.
 class BackEndTest : public testing::Test {
@@ -48,8 +72,18 @@ class BackEndTest : public testing::Test {
     }
     m_auth.dbtype = m_is.type;
     if (IsOracle(m_auth)) m_auth.user = "alpha";
+    Connect();
+  }
+  void Connect() {
     m_sql = CreateSqlBase(m_auth);
     EXPECT_EQ(0, m_sql->connectDB()) << m_sql->getLastError();
+  }
+  // Connects to MySQL as an ordinary user, who may do no more than this.
+  void ConnectAs(const std::string& grants) {
+    m_server.Run("create or replace user plain identified by 'p'; " + grants);
+    m_auth.user = "plain";
+    m_auth.password = "p";
+    Connect();
   }
   int Do(const char* statement) { return m_sql->executeSQL(statement, 0); }
   // The first value of a query's only row.

@@ -3,6 +3,7 @@
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Pair;
 
 using Registry = RegistryTest;
 
@@ -42,14 +43,15 @@ TEST_F(Registry, KnowsWhichBlocksCanHoldUsers) {
   }
 }
 
-TEST_F(Registry, NamesTheUserOfACode) {
-  EXPECT_EQ(m_registry.GetUserName(0x00000001), "13000000001");
-  EXPECT_EQ(m_registry.GetUserName(800'138'000), "13800138000");
-  EXPECT_EQ(m_registry.GetUserName(0x3FFFFFFF), "131073741823") << "ten digits, not nine";
-  EXPECT_EQ(m_registry.GetUserName(0x40000001), "14000000001");
-  EXPECT_EQ(m_registry.GetUserName(0x80000001), "15000000001");
-  EXPECT_EQ(m_registry.GetUserName(0xFFFFFFFF), "181073741823");
-  EXPECT_DEATH(m_registry.GetUserName(0), "requirement user_crc failed");
+// The CRC-32 of "/X/" and, for the device without a city, of "//".
+TEST_F(Registry, HasChecksumsOfCitiesWhichStayWhenTheyCannotBeReadAgain) {
+  WriteFile(CITYCRCFILE, "[A]\ncity=X\n[B]\nother=1\n");
+  std::map<std::string, std::string> cities = {{"old", "entry"}};
+  for (const int refresh : {1, 0, 1}) {
+    EXPECT_EQ(m_registry.GetCityCRC(cities, refresh), 0);
+    EXPECT_THAT(cities, ElementsAre(Pair("WLAN_A", "367211210"), Pair("WLAN_B", "4162066379")));
+    std::filesystem::remove(CITYCRCFILE);
+  }
 }
 
 class RegistryConnection : public RegistryTest {

@@ -7,12 +7,11 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <thread>
 
 #include "gmock/gmock.h"
 #include "log/zux_center_log.h"
 #include "support/paths.h"
-#include "testing/files.h"
+#include "testing/run_log.h"
 
 namespace fs = std::filesystem;
 
@@ -20,9 +19,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-
-using Lines = std::vector<std::string>;
 
 // What the log says of itself, as it stands in Texts().
 std::string OutOfReach(const std::string& reason, int lines) {
@@ -89,95 +85,28 @@ TEST_F(RunLogTrouble, ARemovedFileComesBackThoughNobodyCallsFlush) {
   EXPECT_THAT(Texts().at(0), HasSubstr("run log was out of reach (No such file or directory)"));
 }
 
-TEST_F(RunLogTrouble, AFileThatWasMovedAsideIsLeftForANewOne) {
-  const std::string path = Path();
-  fs::rename(path, "/vqlog/aside");
-  Log(kError, "aside");
-  m_log.Flush();
-  Log(kError, "here");
-  EXPECT_THAT(Texts(), ElementsAre(OutOfReach("No such file or directory", 1), "ErrLog:here"));
-  EXPECT_THAT(ReadFile("/vqlog/aside"), HasSubstr("aside"));
-}
-
-TEST_F(RunLogTrouble, LinesGoToStandardOutputWhileTheFolderCannotBeMade) {
-  fs::remove_all("/vqlog/log");
-  WriteFile("/vqlog/log", "in the way");
-  CapturedStdout console;
-  m_log.Flush();
-  Log(kError, "on the console");
-  EXPECT_THAT(console.text(), HasSubstr("[u:1]<2>:on the console\n"));
-}
-
-TEST_F(RunLogTrouble, TwoThreadsGoOnWhileTheFolderIsRemovedAgainAndAgain) {
-  const auto write = [this] {
-    for (int i = 0; i < 2000; ++i) Log(i % 3, "x");
-  };
-  std::thread one(write);
-  std::thread other(write);
-  for (int i = 0; i < 50; ++i) {
-    std::error_code raced;
-    fs::remove_all("/vqlog/log", raced);
-    m_log.Flush();
-  }
-  one.join();
-  other.join();
-  m_log.Flush();
-  Log(kError, "the end");
-  EXPECT_EQ(Texts().back(), "ErrLog:the end");
-}
-
-// The log's folder on a file system of its own that other files fill.
-class FullDisk : public RunLogTrouble {
- protected:
-  FullDisk() {
-    fs::remove_all("/full/log");
-    fs::remove_all("/vqlog/log/midtable");
-    fs::create_directory("/full/log");
-    fs::create_directory_symlink("/full/log", "/vqlog/log/midtable");
-    m_log.reopenfile();
-    m_log.Flush();
-    Log(kError, "before");
-    m_before = Texts();
-  }
-  ~FullDisk() override { MakeRoom(); }
-
-  static void Fill() {
-    std::ofstream fill("/full/fill");
-    while (fill << std::string(4096, 'x') << std::flush) {
-    }
-  }
-  static void MakeRoom() { fs::remove("/full/fill"); }
-
-  static std::string Numbered(int i) { return "line " + std::to_string(i); }
-  void LogErrors(int count) {
-    for (int i = 0; i < count; ++i) Log(kError, Numbered(i));
-  }
-
-  // The lines since the log's folder is on the small file system.
-  Lines TextsAfterBefore() const {
-    Lines texts = Texts();
-    EXPECT_EQ(Lines(texts.begin(), texts.begin() + std::ssize(m_before)), m_before);
-    texts.erase(texts.begin(), texts.begin() + std::ssize(m_before));
-    return texts;
-  }
-
-  Lines m_before;
-};
-
-TEST_F(FullDisk, CostsWholeLinesOnlyAndTheLogSaysHowMany) {
+// The log's folder is on a file system of its own, which another file fills.
+TEST_F(RunLogTrouble, AFullDiskCostsWholeLinesOnlyAndTheLogSaysHowMany) {
   constexpr int kLogged = 10'000;
-  Fill();
-  CapturedStdout console;
-  LogErrors(kLogged);
-  console.text();
-  MakeRoom();
+  const auto numbered = [](int i) { return "line " + std::to_string(i); };
+  fs::remove_all("/vqlog/log/midtable");
+  fs::create_directory("/full/log");
+  fs::create_directory_symlink("/full/log", "/vqlog/log/midtable");
+  m_log.Flush();
+  const std::ptrdiff_t before = std::ssize(Texts());
+  for (std::ofstream fill("/full/fill"); fill << std::string(4096, 'x') << std::flush;) continue;
+  {
+    const CapturedStdout console;
+    for (int i = 0; i < kLogged; ++i) Log(kError, numbered(i));
+  }
+  fs::remove("/full/fill");
   m_log.Flush();
   Log(kError, "after");
 
-  const Lines texts = TextsAfterBefore();
-  const int kept = static_cast<int>(texts.size()) - 2;
-  Lines expected;
-  for (int i = 0; i < kept; ++i) expected.push_back("ErrLog:" + Numbered(i));
+  const Lines texts = Texts();
+  const int kept = static_cast<int>(std::ssize(texts) - before) - 2;
+  Lines expected(texts.begin(), texts.begin() + before);
+  for (int i = 0; i < kept; ++i) expected.push_back("ErrLog:" + numbered(i));
   expected.push_back(OutOfReach("No space left on device", kLogged - kept));
   expected.emplace_back("ErrLog:after");
   EXPECT_EQ(texts, expected);

@@ -1,6 +1,5 @@
 #include "log/zux_center_log.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
@@ -53,12 +52,6 @@ class RunLog : public testing::Test {
   std::string m_path;
 };
 
-TEST_F(RunLog, GoesToTheConsoleBeforeItHasAFile) {
-  CapturedStdout console;
-  CLOGER()("dbinfo", 158, kError, "early %d", 1);
-  EXPECT_EQ(console.text(), "[dbinfo:158]<2>:early 1\n");
-}
-
 TEST_F(RunLog, NamesTheLevelInTheFileAndSendsNegativeOnesToTheConsole) {
   CapturedStdout console;
   for (const int level : {0, 1, 2, 3, 4, 7, -1, -2}) m_log("u", 12, level, "level %d", level);
@@ -98,19 +91,4 @@ TEST_F(RunLog, SetsAFileAboveTheLimitAsideInThePlaceOfTheOneBefore) {
     EXPECT_EQ(fs::file_size(m_path), kLine);
     EXPECT_EQ(fs::file_size(m_path + ".bak"), CLOGER::kMaxFileSize + excess);
   }
-}
-
-TEST_F(RunLog, ExpiryKeepsTheLast60Names) {
-  for (const unsigned count : {1U, 30U, 31U, 59U, 60U, 61U, 65U}) {
-    fs::remove_all(paths::kRunLogDir);
-    for (unsigned i = 0; i < count; ++i) WriteFile(Format("%s%08u.log", paths::kRunLogDir, i), "");
-    m_log.rmexpirelog();
-    const auto names = ListFolder(paths::kRunLogDir);
-    EXPECT_EQ(names.size(), std::min(count, 60U));
-    EXPECT_EQ(names.at(0), Format("%08u.log", std::max(count, 60U) - 60));
-  }
-}
-
-TEST(Format, CutsAfter10238Characters) {
-  EXPECT_EQ(Format("%10239d", 7), std::string(10'238, ' '));
 }

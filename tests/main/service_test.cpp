@@ -12,9 +12,6 @@
 #include "support/run_state.h"
 #include "testing/files.h"
 
-using Clock = std::chrono::steady_clock;
-using namespace std::chrono_literals;
-
 // The debug level, 7 before, after a start with these arguments; the first is the program's name.
 int DebugLevel(std::vector<const char*> arguments) {
   g_debug = 7;
@@ -23,50 +20,19 @@ int DebugLevel(std::vector<const char*> arguments) {
                             const_cast<char**>(arguments.data()));
 }
 
-TEST(DebugOption, LeavesTheLevelWhereItIsNotGiven) {
+TEST(DebugOption, CountsWhereItComesFirst) {
+  EXPECT_EQ(DebugLevel({"midtable", "xdebug=3", nullptr, "debug=5x", "debug=8"}), 5);
+  EXPECT_EQ(DebugLevel({"midtable", "debug=", "debug=8"}), 0) << "without a number";
   EXPECT_EQ(DebugLevel({"debug=9", "xdebug=3", nullptr}), 7) << "none of these is the option";
 }
 
-TEST(DebugOption, CountsWhereItComesFirst) {
-  EXPECT_EQ(DebugLevel({"midtable", "xdebug=3", nullptr, "debug=5x", "debug=8"}), 5);
-}
-
-TEST(DebugOption, WithoutANumberIsZero) {
-  EXPECT_EQ(DebugLevel({"midtable", "debug=", "debug=8"}), 0);
-}
-
-TEST(Signals, OnlyStopSignalsClearTheRunFlag) {
-  for (const auto& [sig, running] : {std::pair(SIGHUP, 1), {SIGINT, 0}, {SIGTERM, 0}}) {
-    g_nMainRun = 1;
-    CapturedStdout console;
-    signal_handler(sig);
-    EXPECT_EQ(console.text(), "[main:12]<-1>:Recv signal:" + std::to_string(sig) + " ... \n");
-    EXPECT_EQ(g_nMainRun, running);
-  }
-}
-
-// How long the sleep of that many seconds takes while the run flag is `running`.
-Clock::duration Sleep(int seconds, int running) {
-  g_nMainRun = running;
-  const auto start = Clock::now();
-  sleep_i(seconds);
-  return Clock::now() - start;
-}
-
-TEST(Sleep, IsNoneAfterAStopAndForANegativeTime) {
-  EXPECT_LT(Sleep(10, 0), 500ms);
-  EXPECT_LT(Sleep(-5, 1), 500ms);
-}
-
 TEST(Sleep, EndsSoonAfterAStop) {
+  g_nMainRun = 1;
   signal(SIGALRM, [](int) { g_nMainRun = 0; });
   alarm(1);
-  EXPECT_LT(Sleep(10, 1), 4s);
-}
-
-TEST(Lock, IsFreeAgainAfterItsHolder) {
-  EXPECT_TRUE(CCheckUnique().check_unique());
-  EXPECT_TRUE(CCheckUnique().check_unique());
+  const auto start = std::chrono::steady_clock::now();
+  sleep_i(10);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
 }
 
 // A lock belongs to a process, so each contender is one. Whoever holds the lock makes and removes a

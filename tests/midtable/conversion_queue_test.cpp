@@ -19,6 +19,11 @@ class ConversionQueueTest : public StepTest {
     return !queue.empty();
   }
 
+  bool AddLeftRows() {
+    return queue.AddLeftRows(store, kDb, [this](const MemFile&) { return waiting; });
+  }
+
+  std::vector<std::string> waiting;  // files of the mem table
   const char* const file = paths::kMysqlDefinitions;
   const std::string of_other_database = "/x/5e6f7a8b-MEM_20121231_1004F-20121231-101500.dat";
   ConversionQueue queue;
@@ -67,14 +72,34 @@ TEST_F(ConversionQueueTest, RowsOfAnEarlierRunAreLookedForOncePerDatabase) {
   script.listed["show tables"] = {kMem};
   script.tables = {kMem};
   Fail("show tables", SqlFailure::kConnection);
-  EXPECT_FALSE(queue.AddLeftRows(store, kDb));
+  EXPECT_FALSE(AddLeftRows());
   FailNoMore();
-  EXPECT_TRUE(Logged([this] { return queue.AddLeftRows(store, kDb); }));
+  EXPECT_TRUE(Logged([this] { return AddLeftRows(); }));
   EXPECT_THAT(log, ElementsAre("<0>:memtable " + kTable + " holds rows of an earlier run"));
   EXPECT_EQ(queue.front().file.QualifiedTable(), kTable);
   script.Take();
-  EXPECT_TRUE(queue.AddLeftRows(store, kDb));
+  EXPECT_TRUE(AddLeftRows());
   EXPECT_THAT(script.Take(), IsEmpty());
+}
+
+// The run that was killed may have loaded any of these, and the key of the mem table refuses its
+// rows only while they are there.
+TEST_F(ConversionQueueTest, RowsOfAnEarlierRunWaitForTheFilesThatWereThereButNoOthers) {
+  script.listed["show tables"] = {kMem};
+  script.tables = {kMem};
+  const std::string another = "/x/1a2b3c4d-MEM_20121231_1004F-20121231-101400.dat";
+  const std::string later = "/x/1a2b3c4d-MEM_20121231_1004F-20121231-101600.dat";
+  waiting = {kFile, another};
+  EXPECT_TRUE(AddLeftRows());
+  EXPECT_TRUE(queue.empty());
+  Add();
+  EXPECT_TRUE(queue.empty()) << "the other one may be the one that was loaded";
+  waiting = {later, another};
+  EXPECT_TRUE(AddLeftRows());
+  EXPECT_TRUE(queue.empty());
+  waiting = {later};
+  EXPECT_TRUE(AddLeftRows());
+  EXPECT_EQ(queue.front().file.QualifiedTable(), kTable);
 }
 
 TEST_F(ConversionQueueTest, AStopNamesEachTableThatItLeavesFilled) {

@@ -130,10 +130,6 @@ TEST_F(Conversion, AMissingElementIsNamed) {
 TEST_F(Conversion, ATemplateThatDoesNotFitIsAFailedStatement) {
   const std::pair<std::string, std::string> cases[] = {
       {"%s %s %s", "template has more conversions than the 2 values it gets"},
-      {"%n", "template has the conversion \"%n\", which is not allowed"},
-      {"%d", "template has \"%d\" where value 1 is a text"},
-      {"50%", "template ends inside \"%\""},
-      {"%s %1$s", "template has the conversion \"%1$\", which is not allowed"},
       {" ", "template is empty"}};
   for (const auto& [text, reason] : cases) {
     DefineOne("T_FLOW1D_", text);
@@ -189,15 +185,6 @@ TEST_F(Conversion, OfATableThatIsNotThereIsDone) {
   script.tables.clear();
   EXPECT_EQ(Convert(), Result::kDone);
   EXPECT_THAT(log, ElementsAre("<3>:table " + kTable + " not exist, ignore"));
-}
-
-TEST_F(Conversion, TakesAShortNameAsItIs) {
-  script.tables = {Table(kDb, "abF")};
-  DefineOne("T_FLO", "day '%s' %s");
-  Convert("/x/1a2b3c4d-abF-20121231-101500.dat");
-  EXPECT_THAT(
-      script.Take({"show", "change"}),
-      ElementsAre(kBegin, "create T_FLO", kBegin, "day '' abF", "commit", "truncate table abF"));
 }
 
 // --- whose fault a failure is

@@ -59,16 +59,6 @@ TEST_F(DiscoveryTest, PassesASettledFileForTheNextOfItsTable) {
   EXPECT_THAT(Queued(), ElementsAre(next));
 }
 
-TEST_F(DiscoveryTest, ReadsAFolderAgainOnceItHasChanged) {
-  const std::string first = Put("A");
-  Queued();
-  const std::string second = Put("B");
-  EXPECT_THAT(Queued(), ElementsAre(first));
-  system.changed = system.now;
-  system.now += 1s;
-  EXPECT_THAT(Queued(), ElementsAre(first, second));
-}
-
 TEST_F(DiscoveryTest, FindsTheFilesOfAFolderThatReplacedAnother) {
   Put("A");
   Queued();

@@ -60,16 +60,18 @@ TEST_F(Loading, RefusesNamesThatCouldEndAStatementOrSayTooLittle) {
 TEST_F(Loading, RefusesEverythingButRegularFiles) {
   WriteFile("/vqlog/secret", "x");
   const auto mode = fs::status("/vqlog/secret").permissions();
-  const std::function<void()> kinds[] = {
-      [] { fs::create_directory(kFile); },
-      [] { fs::create_symlink("/vqlog/secret", kFile); },
-      [] { ASSERT_EQ(mkfifo(kFile.c_str(), 0600), 0); },
+  const std::string not_regular = "is not a regular file, refused";
+  const std::pair<std::function<void()>, std::string> kinds[] = {
+      {[] { fs::create_directory(kFile); }, not_regular},
+      {[] { fs::create_symlink("/vqlog/secret", kFile); }, not_regular},
+      {[] { ASSERT_EQ(mkfifo(kFile.c_str(), 0600), 0); }, not_regular},
+      {[] {}, "stat error(2)"},
   };
-  for (const auto& make : kinds) {
+  for (const auto& [make, reason] : kinds) {
     fs::remove(kFile);
     make();
     EXPECT_FALSE(Load());
-    EXPECT_THAT(log, ElementsAre("<2>:file (" + kFile + ") is not a regular file, refused"));
+    EXPECT_THAT(log, ElementsAre("<2>:file (" + kFile + ") " + reason));
   }
   EXPECT_THAT(script.Take(), IsEmpty());
   EXPECT_EQ(fs::status("/vqlog/secret").permissions(), mode);

@@ -53,15 +53,4 @@ TEST_F(MemTableCreation, OfAKindThatNobodyDefinedIsAnAlarm) {
                                "(X) of table MEM_20121231_0004X"));
 }
 
-TEST_F(MemTableCreation, NamesTheElementThatIsMissing) {
-  const std::string count = Xml("MidCnt", "1");
-  const std::pair<std::string, std::string> cases[] = {
-      {"", "MidCnt"}, {count, "MidTab1/Name"}, {count + MidTab(1, "F", ""), "MidTab1/Create"}};
-  for (const auto& [entries, missing] : cases) {
-    Define(Xml("Mem", entries));
-    EXPECT_FALSE(Create());
-    EXPECT_THAT(log, ElementsAre("<2>:get node /root/Mem/" + missing + " failed"));
-  }
-}
-
 }  // namespace

@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include "midtable/engine_fixture.h"
@@ -80,22 +81,6 @@ TEST_F(OracleRoad, AFailedStatementEndsTheStep) {
   EXPECT_THAT(script.Take(), ElementsAre("dir WLAN_1a2b3c4d 1a2b3c4d '100%'"));
 }
 
-TEST_F(OracleRoad, RefusesWhatItCannotName) {
-  EXPECT_THAT(LogOfCreation({"no slash", kDb, kMem}), ElementsAre("<2>:path error no slash"));
-  EXPECT_THAT(LogOfCreation({kFile, "WLAN_", kMem}), IsEmpty());
-  EXPECT_THAT(LogOfLoad({kFile, "WLAN_", kMem}),
-              ElementsAre("<2>:table MEM_20121231_0004F not exist"));
-  const MemFile of_short_name{kFile, kDb, "MEM_20121231_0004"};
-  const MemFile of_unknown_kind{kFile, kDb, "MEM_20121231_0004X"};
-  script.tables = {Table(kDb, of_short_name.table), Table(kDb, of_unknown_kind.table)};
-  EXPECT_THAT(LogOfCreation(of_short_name),
-              ElementsAre("<2>:table name is error MEM_20121231_0004"));
-  EXPECT_THAT(LogOfLoad(of_short_name), ElementsAre("<2>:table name is error MEM_20121231_0004"));
-  EXPECT_THAT(LogOfCreation(of_unknown_kind), IsEmpty());
-  EXPECT_THAT(LogOfLoad(of_unknown_kind), ElementsAre("<2>:get xml error"));
-  EXPECT_THAT(script.Take({"select"}), ElementsAre("dir WLAN_1a2b3c4d 1a2b3c4d '100%'"));
-}
-
 // --- through the loader tool
 
 class LoaderTool : public EngineTest {
@@ -138,15 +123,22 @@ TEST_F(LoaderTool, IsNotStartedWithoutColumnsOrTemplates) {
   EXPECT_EQ(log.back(), "<2>:parse xml file /etc/morvan/sqlldr_ctl.xml failed");
 }
 
-TEST_F(LoaderTool, IsStartedWithoutAUsableControlFile) {
-  Define("<sqlldr_ctl>no</sqlldr_ctl>", paths::kLoaderTemplates);
-  EXPECT_TRUE(Start());
-  EXPECT_THAT(log, IsEmpty());
-  EXPECT_EQ(ReadFile(paths::kLoaderControlFile), "");
-  fs::remove(paths::kLoaderControlFile);
-  fs::create_directory(paths::kLoaderControlFile);
+TEST_F(LoaderTool, HasAControlFileOfMode0640WhateverTheUmask) {
+  for (const mode_t mask : {0, 022, 077}) {
+    fs::remove(paths::kLoaderControlFile);
+    const mode_t before = umask(mask);
+    Start();
+    umask(before);
+    EXPECT_EQ(fs::status(paths::kLoaderControlFile).permissions(), fs::perms(0640));
+  }
+}
+
+TEST_F(LoaderTool, HasNoControlFileWrittenThroughALink) {
+  WriteFile("/etc/morvan/target", "another's");
+  fs::create_symlink("/etc/morvan/target", paths::kLoaderControlFile);
   EXPECT_TRUE(Start());
   EXPECT_THAT(log, ElementsAre("<2>:/etc/morvan/midtable_sqlldr.ctl file open failed"));
+  EXPECT_EQ(ReadFile("/etc/morvan/target"), "another's");
 }
 
 // --- conversions
@@ -197,12 +189,6 @@ TEST_F(OracleConversion, TriesAFailedStatementOnceMore) {
   Convert();
   EXPECT_THAT(script.Take({"select", "change", "create", "sequence", "set"}),
               ElementsAre(day, day, "rollback"));
-}
-
-TEST_F(OracleConversion, NamesASequenceThatCannotBeMade) {
-  Fail("sequence");
-  Convert();
-  EXPECT_THAT(log, Contains("<2>:Create Sequence <sequence T_FLOW1D_20121231> error E"));
 }
 
 }  // namespace

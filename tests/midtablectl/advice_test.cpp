@@ -32,8 +32,6 @@ TEST(Advice, WordsOfTheServer) {
        "file on *.* to it"},
       {"execute create table t failed, error:Access denied for user",
        "a privilege is missing: midtablectl check names it with its grant statement"},
-      {"error:Access denied for user 'x'@'y' (using password: YES)",
-       "wrong user or password: mend them in dbinfo.conf, or set the password on the server"},
       {"execute select 'is full' failed, error:what is that", ""}};
   for (const auto& [text, advice] : table) EXPECT_EQ(ctl::ServerAdvice(text), advice) << text;
 }

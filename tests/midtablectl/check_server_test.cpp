@@ -44,6 +44,15 @@ TEST_F(CheckOnServerTest, LeavesNothing) {
   EXPECT_EQ(ListFolder(kFolder), Words());
 }
 
+TEST_F(CheckOnServerTest, IsRefusedWhileAnotherCheckIsAtWork) {
+  const auto other = CreateSqlBase(server.Auth());
+  ASSERT_EQ(0, other->connectDB());
+  EXPECT_EQ(0, other->executeSQL("do get_lock('midtablectl', 0)", 0));
+  EXPECT_EQ(
+      Midtablectl({"check"}),
+      (Outcome{2, "", "another check is at work on this server: run this one when it is done\n"}));
+}
+
 TEST_F(CheckOnServerTest, NamesPrivilegesThatAreEnough) {
   LogInAsOneWhoMay("file on *.*")();
   server.Run("grant select on vqcfg.* to 'poor'@'%';" + kGrant);

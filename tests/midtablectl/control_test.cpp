@@ -1,5 +1,6 @@
 // The command line of midtablectl.
 
+#include "gmock/gmock.h"
 #include "midtablectl/midtablectl_fixture.h"
 
 namespace {
@@ -21,6 +22,20 @@ TEST_F(Control, Mistakes) {
     const Outcome run = Midtablectl(arguments);
     EXPECT_TRUE(run.status == 2 && run.output.empty() && !run.errors.empty()) << run;
   }
+}
+
+TEST_F(Control, HelpNamesEachCommand) {
+  const Outcome run = Midtablectl({"--help"});
+  EXPECT_TRUE(run.status == 0 && run.errors.empty()) << run;
+  for (const char* command : {"check", "why", "retry", "status"}) {
+    EXPECT_THAT(run.output, testing::HasSubstr(std::string("\n  ") + command)) << run;
+  }
+}
+
+TEST_F(Control, AWatchLooksAgain) {
+  const Outcome run = Shell("timeout 3.5 " MIDTABLECTL " status --watch 1");
+  EXPECT_EQ(run.status, 124) << "it went on";
+  EXPECT_THAT(run.output, testing::ContainsRegex("not running.*WLAN_.*not running.*WLAN_")) << run;
 }
 
 TEST_F(Control, OutputThatIsLost) {

@@ -2,11 +2,9 @@
 // something out of order, runs the program and compares all that it prints.
 #pragma once
 
-#include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -18,7 +16,6 @@
 #include <vector>
 
 #include "db/SqlFactory.h"
-#include "support/file.h"
 #include "support/paths.h"
 #include "testing/files.h"
 #include "testing/mariadb_server.h"
@@ -53,46 +50,16 @@ inline Outcome Midtablectl(const Words& arguments) {
   return Shell(command);
 }
 
-// The program at a terminal, which shows output and errors. It ends with this object.
-class AtTerminal {
- public:
-  explicit AtTerminal(Words arguments) {
-    arguments.insert(arguments.begin(), MIDTABLECTL);
-    std::vector<char*> words;
-    for (std::string& word : arguments) words.push_back(word.data());
-    words.push_back(nullptr);
-    termios raw{};
-    cfmakeraw(&raw);
-    int terminal = -1;
-    m_child = forkpty(&terminal, nullptr, &raw, nullptr);
-    if (m_child == 0) _exit(execv(words[0], words.data()));
-    m_terminal.reset(terminal);
-  }
-  ~AtTerminal() {
-    if (m_child <= 0) return;
-    kill(m_child, SIGKILL);
-    waitpid(m_child, nullptr, 0);
-  }
-  void Type(const char* text) { dprintf(m_terminal.get(), "%s", text); }
-  // What is shown, up to this text or to the program's end.
-  std::string ReadTo(const std::string& end) {
-    std::string shown;
-    char c = 0;
-    while (!shown.ends_with(end) && read(m_terminal.get(), &c, 1) == 1) shown += c;
-    return shown;
-  }
-  // What is shown until the program ends, and how it does.
-  Outcome End() {
-    const std::string shown = ReadTo(std::string(1, '\0'));
-    int status = 0;
-    waitpid(std::exchange(m_child, 0), &status, 0);
-    return {WEXITSTATUS(status), shown};
-  }
-
- private:
-  pid_t m_child = 0;
-  FileDescriptor m_terminal;
-};
+// Runs the program at a terminal, which shows output and errors, until it puts a question. Then the
+// commands are run, and the answer is yes.
+inline Outcome AnswerYes(const std::string& arguments, const std::string& commands = "true") {
+  const std::string await = "timeout 30 sh -c 'until grep -q y/N /tmp/shown; do sleep 0.02; done'";
+  const std::string answer = "(" + await + " 2>/dev/null; " + commands + "; echo y)";
+  Outcome run = Shell("rm -f /tmp/shown; " + answer + " | script -qfec '" MIDTABLECTL " " +
+                      arguments + "' /tmp/shown");
+  std::erase(run.output, '\r');
+  return run;
+}
 
 // --- the installation
 

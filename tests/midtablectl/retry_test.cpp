@@ -42,22 +42,15 @@ TEST_F(RetryTest, WithoutAnswer) {
 
 TEST_F(RetryTest, WithTheAnswerYes) {
   WriteFile(kErr, "");
-  AtTerminal terminal({"retry", "--all"});
-  EXPECT_EQ(terminal.ReadTo("[y/N] "), Move(kFile) + "\nMove 1 file? [y/N] ");
-  EXPECT_TRUE(fs::exists(kErr));
-  terminal.Type("y\n");
-  Expect(terminal.End(), {kMoved});
+  Expect(AnswerYes("retry --all"), {Move(kFile), "Move 1 file? [y/N] y", kMoved});
 }
 
 // The question may stand for long.
 TEST_F(RetryTest, OfAFileThatWaitsAgainWhenTheAnswerComes) {
   WriteFile(kErr, "old");
-  AtTerminal terminal({"retry", "--all"});
-  terminal.ReadTo("[y/N] ");
-  WriteFile(kFile + ".dat", "new");
-  terminal.Type("y\n");
-  Expect(terminal.End(), {"0 files moved, 1 kept"});
-  EXPECT_EQ(ReadFile(kFile + ".dat"), "new");
+  Expect(AnswerYes("retry --all", "echo new >" + kFile + ".dat"),
+         {Move(kFile), "Move 1 file? [y/N] y", "0 files moved, 1 kept"});
+  EXPECT_EQ(ReadFile(kFile + ".dat"), "new\n");
 }
 
 // --- what is moved, and what is left alone

@@ -29,24 +29,20 @@ inline std::string MidTable(int i, const std::string& name, const std::string& c
          "<Convert1>insert into " + name + "%s select -count(*) from %s</Convert1></" + tag;
 }
 
-// Writes the definitions: kind A with these conversions, kind F with none.
+// Writes the definitions: kind A with these conversions.
 inline void Define(const std::string& day, const std::string& month) {
   WriteFile(paths::kMysqlDefinitions,
-            "<root><Mem><MidCnt>2</MidCnt>"
+            "<root><Mem><MidCnt>1</MidCnt>"
             "<MidTab1><Name>A</Name><Create>create table %s (id int primary key, v int) "
-            "engine=InnoDB</Create></MidTab1>"
-            "<MidTab2><Name>F</Name><Create>create table %s (id int primary key, u int unsigned, "
-            "a text, b text, c text, d text, e text, f text, g text, h text, i mediumtext, "
-            "flag int) engine=InnoDB</Create></MidTab2>"
-            "</Mem><Conv><F><MidCnt>0</MidCnt></F><A><MidCnt>2</MidCnt>" +
+            "engine=InnoDB</Create></MidTab1></Mem><Conv><A><MidCnt>2</MidCnt>" +
                 MidTable(1, "T_AUTH1D_", day) + MidTable(2, "T_AUTH1M_", month) +
                 "</A></Conv></root>");
 }
 
-// Back ends that wait for a lock for a second only.
+// Back ends that wait for a lock for two seconds only.
 inline std::unique_ptr<CSqlBase> ShortLockWaits(const MYSQLAUTH& auth) {
   auto back_end = CreateSqlBase(auth);
-  back_end->setLockWaitSeconds(1);
+  back_end->setLockWaitSeconds(2);
   return back_end;
 }
 
@@ -59,9 +55,7 @@ class Pipeline : public testing::Test {
   explicit Pipeline(Watcher watcher = Watcher::kEnds) {
     fs::remove_all(kSpool);
     fs::create_directories(kSpool);
-    const MYSQLAUTH auth = server.Auth();
-    WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
-                                        "\nuser=" + auth.user + "\npassword=" + auth.password);
+    server.WriteSettings();
     WriteFile(paths::kLoaderTemplates, "<root/>");
     Define(kDay, kMonth);
     for (const std::string& name : server.Run("show databases like 'WLAN%'")) {
@@ -79,8 +73,8 @@ class Pipeline : public testing::Test {
 
   // Puts a file of these rows into the spool, as a producer does; its path without the suffix.
   static std::string Drop(const std::string& table, const std::string& time,
-                          const std::string& rows, const std::string& id = "1a2b3c4d") {
-    const std::string stem = kSpool + id + "/" + id + "-" + table + "-20121231-" + time;
+                          const std::string& rows) {
+    const std::string stem = kSpool + "1a2b3c4d/1a2b3c4d-" + table + "-20121231-" + time;
     WriteFile(stem + ".tmp", rows);
     fs::rename(stem + ".tmp", stem + ".dat");
     return stem;
@@ -92,8 +86,8 @@ class Pipeline : public testing::Test {
     return statements;
   }
   // What a mid table counted.
-  std::string Sum(const std::string& table, const std::string& db = kDb) {
-    return server.Run("select ifnull(sum(n), 0) from " + db + "." + table).at(0);
+  std::string Sum(const std::string& table) {
+    return server.Run("select ifnull(sum(n), 0) from " + kDb + "." + table).at(0);
   }
   std::vector<std::string> MemRows() { return server.Run("select * from " + kDb + "." + kMemA); }
 

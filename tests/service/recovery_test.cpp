@@ -61,6 +61,18 @@ TEST_F(RecoveryByPasses, RowsThatAStopLeftAreConvertedOnceBeforeNewFiles) {
   EXPECT_EQ(Sum(kDayTable), "4");
 }
 
+// As after a kill between the load of the earlier file and its rename.
+TEST_F(RecoveryByPasses, AFileThatWasLoadedBeforeAKillIsNotCountedAgain) {
+  server.Run("create database " + kDb + "; use " + kDb + "; create table " + kMemA +
+             " (id int primary key, v int); insert into " + kMemA + " values (1, 1), (2, 2)");
+  Drop(kMemA, "101500", "1\t1\n2\t2\n");
+  Drop(kMemA, "101600", "3\t3\n");
+  Start();
+  for (int i = 0; i < 3; ++i) PassAfter(1s);
+  EXPECT_EQ(Sum(kDayTable), "3");
+  EXPECT_THAT(MemRows(), IsEmpty());
+}
+
 TEST_F(RecoveryByPasses, RowsWhoseConversionMetALockAreConvertedAMinuteLater) {
   Start();
   Drop(kMemA, "101500", "1\t1\n");

@@ -156,7 +156,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "failed, error:Lost connection to server during", ".mid", "count(*) + sleep(3)"},
         Trouble{"LocksAMidTable",
                 "begin; select n from " + kDb + ".T_AUTH1M_201212 for update; " + kWriteInPlace +
-                    "do sleep(4)",
+                    "do sleep(6)",
                 "failed, error:Lock wait timeout exceeded"},
         // The session's transaction is the heavier one, so the engine's is given up for it.
         Trouble{"WinsADeadlock",

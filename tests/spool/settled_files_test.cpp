@@ -40,13 +40,6 @@ TEST_F(SettledFilesTest, AreRenamedAsSoonAsTheirFolderAllows) {
   EXPECT_THAT(ListFolder(kFolder), ElementsAre("a.mid"));
 }
 
-TEST_F(SettledFilesTest, AreForgottenOnceGoneFromTheirFolder) {
-  fs::rename(kPath, kAway);
-  settled.RetryRenames();
-  fs::rename(kAway, kPath);
-  EXPECT_FALSE(settled.Contains(kPath));
-}
-
 // It may come back on a file system that has another device number.
 TEST_F(SettledFilesTest, OfAFolderOutOfReachAreKnownAfterItsReturn) {
   FileIdentity last_seen = IdentityOf(kPath).value();

@@ -6,14 +6,6 @@
 
 namespace {
 
-TEST(Housekeeping, IsDoneByWhoeverKeepsHouse) {
-  int done = 0;
-  const Housekeeping house([&done] { ++done; });
-  KeepHouse();
-  std::thread(KeepHouse).join();
-  EXPECT_EQ(done, 2);
-}
-
 TEST(Housekeeping, IsNotDoneAfterItsEnd) {
   int done = 0;
   {

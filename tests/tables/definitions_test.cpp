@@ -26,13 +26,4 @@ TEST(Definitions, ReadANumberAsAtoiDoesAndSayWhereItIsNone) {
   }
 }
 
-TEST(Definitions, AreWalkedInTheOrderOfTheirNumbersUntilAnEntryEndsIt) {
-  Lines walked;
-  EXPECT_FALSE(ForEachEntry("/m", 3, [&](const std::string& path) {
-    walked.push_back(path);
-    return path != "/m/MidTab2";
-  }));
-  EXPECT_EQ(walked, (Lines{"/m/MidTab1", "/m/MidTab2"}));
-}
-
 }  // namespace

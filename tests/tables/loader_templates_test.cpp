@@ -20,19 +20,13 @@ TEST(LoaderTemplates, OfAFileThatIsGroupedByKindAreAllFound) {
       "<create_memdir table='MEM_F'>dir of F</create_memdir>"
       "<create_table table='MEM_F'>table of F</create_table>"
       "<create_memdir table='MEM_A'>dir of A</create_memdir>"
-      "<create_table table='MEM_A'>table of A</create_table>";
+      "<create_table table='MEM_A'>table of A</create_table>"
+      "<create_table table='MEM_A'>another</create_table><other table='MEM_G'>no</other>";
   EXPECT_EQ(Found(grouped, kDirectoryNode, "MEM_F"), "dir of F");
   EXPECT_EQ(Found(grouped, kExternalTableNode, "MEM_F"), "table of F");
   EXPECT_EQ(Found(grouped, kDirectoryNode, "MEM_A"), "dir of A");
   EXPECT_EQ(Found(grouped, kExternalTableNode, "MEM_A"), "table of A");
-}
-
-TEST(LoaderTemplates, TheFirstThatFitsCountsAndNoOtherElement) {
-  const std::string elements =
-      "<create_table>no</create_table><create_table table='MEM_F'>1</create_table>"
-      "<create_table table='MEM_F'>2</create_table><other table='MEM_A'>A</other>";
-  EXPECT_EQ(Found(elements, kExternalTableNode, "MEM_F"), "1");
-  EXPECT_EQ(Found(elements, kExternalTableNode, "MEM_A"), "");
+  EXPECT_EQ(Found(grouped, kExternalTableNode, "MEM_G"), "");
 }
 
 }  // namespace

@@ -30,10 +30,6 @@ TEST(SqlTemplate, FormatsAsPrintfDoes) {
   }
 }
 
-TEST(SqlTemplate, MayLeaveTheLastValuesOut) { EXPECT_TRUE(Fill("%s")); }
-
-TEST(SqlTemplate, NeverTakesAValueForATemplate) { EXPECT_EQ(Fill("<%s>").text, "<a%nb>"); }
-
 TEST(SqlTemplate, NamesTheFault) {
   const std::pair<const char*, const char*> cases[] = {
       {"%s %d %s %s", "template has more conversions than the 3 values it gets"},

@@ -1,5 +1,6 @@
 #include "tables/store.h"
 
+#include "tables/transaction.h"
 #include "testing/scripted_server.h"
 
 namespace {
@@ -8,17 +9,20 @@ using testing::ElementsAre, testing::IsEmpty;
 
 class MysqlStore : public StoreTest {};
 
-TEST_F(MysqlStore, SendsNoTemplateThatIsEmptyOrDoesNotFit) {
-  const std::string where = ", see /root/Mem/MidTab1/Create of /etc/morvan/vqlog.xml";
-  const std::pair<std::string, std::string> cases[] = {{" \n", "template is empty"},
-                                                       {"50%", "template ends inside \"%\""}};
-  for (const auto& [text, reason] : cases) {
-    const Outcome outcome = store.RunTemplate("/root/Mem/MidTab1/Create", text, {});
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.error, reason + where);
-    EXPECT_EQ(outcome.failure, SqlFailure::kStatement);
-  }
-  EXPECT_THAT(script.Take(), IsEmpty());
+TEST_F(MysqlStore, ATransactionThatIsNotCommittedIsRolledBackAtItsEnd) {
+  const std::string begin = "start transaction";
+  const auto sent = [this](bool commits) {
+    {
+      Transaction transaction(store);
+      transaction.Begin();
+      if (commits) transaction.Commit();
+    }
+    return script.Take();
+  };
+  EXPECT_THAT(sent(false), ElementsAre(begin, "rollback"));
+  EXPECT_THAT(sent(true), ElementsAre(begin, "commit"));
+  Fail("commit");
+  EXPECT_THAT(sent(true), ElementsAre(begin, "commit", "rollback"));
 }
 
 // --- what is there, what is not, and what nobody knows
@@ -133,9 +137,7 @@ TEST_F(OracleStore, MakesAUserWhoMayDoAllOrGivesOneThatIsThereThePassword) {
   EXPECT_FALSE(Prepare());
   EXPECT_THAT(log, ElementsAre("<2>:create db WLAN_1a2b3c4d error E",
                                "<2>:alter db WLAN_1a2b3c4d error E"));
-}
-
-TEST_F(OracleStore, IsNotPreparedWithoutTheGrant) {
+  FailNoMore();
   Fail("grant");
   EXPECT_FALSE(Prepare());
   EXPECT_THAT(log, ElementsAre("<2>:grant db WLAN_1a2b3c4d error E"));

@@ -1,6 +1,8 @@
 // The private MariaDB server of a test program.
 #pragma once
 
+#include "support/paths.h"
+#include "testing/files.h"
 #include "testing/private_server.h"
 
 class MariadbServer : public PrivateServer {
@@ -9,6 +11,12 @@ class MariadbServer : public PrivateServer {
   static MariadbServer& Get() {
     static MariadbServer server;
     return server;
+  }
+  // Makes this the server of the service's settings.
+  void WriteSettings() const {
+    const MYSQLAUTH auth = Auth();
+    WriteFile(paths::kSettingsFile, "host=" + auth.host + "\nport=" + std::to_string(auth.port) +
+                                        "\nuser=" + auth.user + "\npassword=" + auth.password);
   }
   // A place in the general log, from which Statements() reads on. The log begins with the first
   // mark.

@@ -1,8 +1,9 @@
 // A database server that belongs to one test program. One of the scripts tools/private-... runs it.
 #pragma once
 
-#include <stdlib.h>
-
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -45,19 +46,30 @@ class PrivateServer {
   const std::string m_folder = "/tmp/" + m_name;
   int m_port = 0;
 
-  // Runs the script and returns the lines that it prints.
+  // Runs the script and returns the lines that it prints. Several threads may do so at a time. The
+  // lines come by way of a file, since a server that the script starts would keep a pipe open.
   std::vector<std::string> Tool(const std::string& verb, const std::string& sql = "") const {
-    setenv("SQL", sql.c_str(), 1);
+    static std::atomic<int> calls = 0;
+    const std::string out = m_folder + ".out" + std::to_string(++calls);
     const std::string command = MIDTABLE_TOOLS "/" + m_name + " " + verb + " " + m_folder +
-                                (sql.empty() ? "" : " \"$SQL\"") + " >" + m_folder + ".out";
+                                (sql.empty() ? "" : " " + Quoted(sql)) + " >" + out;
     if (system(command.c_str()) != 0) {
       std::cerr << "\n*** THE ENVIRONMENT IS AT FAULT, NOT THE CODE UNDER TEST ***\n*** failed: "
-                << command << " " << sql << std::endl;
+                << command << std::endl;
       std::_Exit(1);
     }
-    std::ifstream in(m_folder + ".out");
+    std::ifstream in(out);
     std::vector<std::string> lines;
     for (std::string line; std::getline(in, line);) lines.push_back(line);
+    std::remove(out.c_str());
     return lines;
+  }
+
+ private:
+  // As one word of a shell's.
+  static std::string Quoted(const std::string& text) {
+    std::string quoted = "'";
+    for (const char c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    return quoted + "'";
   }
 };

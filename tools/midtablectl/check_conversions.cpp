@@ -44,6 +44,8 @@ class ConversionCheck {
   }
 
  private:
+  // The statements are filled for one day that is always the same, so that findings do not depend
+  // on when they were looked for.
   std::string MemTable() const { return SampleMemTable(m_kind); }
 
   // Whether the name can be that of a table. One that is not meant as it stands is a warning.

@@ -239,7 +239,7 @@ DefinitionSet CheckDefinitions(const std::string& path, const Dialect& dialect, 
 }
 
 void CompareKinds(const DefinitionSet& used, const DefinitionSet& other, Findings& findings) {
-  // Of a file that cannot be read nothing is known to be missing.
+  // Where one of the files cannot be read, nobody knows what is missing in it.
   if (!used.readable || !other.readable) return;
   const auto report_missing = [&findings](const DefinitionSet& has, const DefinitionSet& lacks) {
     const std::set<std::string> there = lacks.MemKinds();

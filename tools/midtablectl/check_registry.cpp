@@ -42,6 +42,7 @@ bool IsText(std::string_view line) {
   if (IsAscii(line)) return true;
   const std::string text(line);
   if (IsUTF8(text.c_str(), static_cast<unsigned int>(text.size())) == 1) return true;
+  // A character of the local encoding becomes four bytes at most.
   std::string out(text.size() * 4 + 1, '\0');
   auto room = static_cast<unsigned int>(out.size() - 1);
   return EncodeConvert(text.c_str(), static_cast<unsigned int>(text.size()), out.data(), &room,
@@ -142,6 +143,8 @@ void CheckNumberBlocks(const std::string& path, Findings& findings) {
                   findings)) {
     return;
   }
+  // Encodings of two bytes for each letter are full of zero bytes, and a spreadsheet may save a
+  // file in one of them.
   if (content.find('\0') != std::string::npos) {
     findings.Error(path, 0, "holds zero bytes: an encoding that is not read",
                    "save it as UTF-8 or GBK");

@@ -221,13 +221,15 @@ std::optional<CheckedSettings> CheckSettings(const std::string& path, Findings& 
                                    : "mend its mode or that of the folders above");
     return std::nullopt;
   }
+  // What can be said without understanding the file comes first: the service refuses a file as a
+  // whole for a single line.
   CheckMode(path, findings);
   SettingsLines lines(path, findings);
   lines.Check(content);
   // The service's own reader has the last word.
   CDBInfo settings(path.c_str());
   if (!settings.readConfig()) {
-    // Of any other file a line was named that refuses it.
+    // Where the file has any text, the line that makes the service refuse it was named above.
     if (Trim(content).empty()) {
       findings.Error(path, 0, "is empty; the service ends at once with status 1",
                      "copy the sample dbinfo.conf there and put your server in");

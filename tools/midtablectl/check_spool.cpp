@@ -52,6 +52,7 @@ class FolderChecker {
                        "a folder that the service's user may read, write and pass through");
       return;
     }
+    // A rename changes the folder, so that its mode decides and not that of the file.
     if (access(m_folder.Path().c_str(), W_OK | X_OK) != 0) {
       m_findings.Warning(m_folder.Path(), 0, "this user cannot rename files in it",
                          "run check as the service's user; if it is that user, chown the folder");
@@ -123,6 +124,7 @@ class FolderChecker {
 
 }  // namespace
 
+// What is found here is true at this moment only: the service may take a file between two looks.
 void CheckSpool(const Spool& spool, const DefinitionSet& definitions, const Dialect& dialect,
                 Findings& findings) {
   if (spool.error != 0) {

@@ -52,7 +52,7 @@ void CheckTemplates(const std::string& path, const Dialect& dialect,
     return;
   }
   if (!in_use) return;
-  // Of some file.
+  // The templates are filled with the values of a made-up file.
   const std::string database = DatabaseName("1a2b3c4d");
   const std::string table = "MEM_x";
   const TemplateKind templates[] = {

@@ -115,6 +115,7 @@ CLI::App* AddRetry(CLI::App& app, RetryOptions& options) {
 Status Control(int argc, const char* const* argv, Console& console) {
   Arguments arguments;
   CLI::App app("Checks, watches and mends the make mid table service.", "midtablectl");
+  // Without a command there is nothing to do, and a silent success would look like a good check.
   app.require_subcommand(1);
   app.set_version_flag("--version", "midtablectl, version " MIDTABLE_VERSION);
   app.footer(kFooter);

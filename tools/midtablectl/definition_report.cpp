@@ -5,12 +5,15 @@
 
 namespace ctl {
 
+// The service takes the first element of a name and does not see a second one.
 CXmlNode DefinitionReport::Child(CXmlNode parent, const std::string& name) {
   CXmlNode node = parent.child();
   while (node && node.name() != name) node = node.next();
   return node;
 }
 
+// A missing element is one finding. The caller gets null then and leaves out what would only repeat
+// it.
 CXmlNode DefinitionReport::RequiredChild(CXmlNode parent, const std::string& name) {
   const CXmlNode node = Child(parent, name);
   if (!node) {
@@ -20,6 +23,9 @@ CXmlNode DefinitionReport::RequiredChild(CXmlNode parent, const std::string& nam
   return node;
 }
 
+// The statement is filled with sample values exactly as the service does it. A statement that never
+// names its table is reported although the service would run it, since the work would be done
+// somewhere else.
 std::string DefinitionReport::Fill(CXmlNode node, const TemplateValues& values,
                                    const std::vector<std::string>& tables) {
   const std::string text = node.getContent();

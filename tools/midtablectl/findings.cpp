@@ -31,6 +31,7 @@ void PrintFinding(const Finding& finding, Console& console) {
 
 }  // namespace
 
+// Findings with the same remedy count as alike. The notes come last, because they ask for nothing.
 Status Findings::Print(Console& console, bool errors_only) const {
   std::map<std::string, std::size_t> alike;  // how many findings have a remedy
   std::size_t errors = 0;

@@ -4,6 +4,7 @@
 
 namespace ctl {
 
+// The run log is written in local time, and its lines are compared with the times of files.
 std::tm LocalTime(std::time_t time) {
   std::tm local{};
   localtime_r(&time, &local);

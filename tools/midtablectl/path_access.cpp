@@ -68,6 +68,8 @@ Identity Identity::OfUser(uid_t uid) {
 
 Identity Identity::Nobody() { return {"another user", std::numeric_limits<uid_t>::max() - 1, {}}; }
 
+// The path is walked from the root, and the first folder that is closed is named: what lies below
+// it cannot be reached, whatever its mode.
 std::string Obstacle(const std::string& path, const Identity& who) {
   for (std::size_t slash = path.find('/'); slash != std::string::npos;) {
     const std::size_t next = path.find('/', slash + 1);

@@ -42,8 +42,11 @@ bool ParseFirstLine(std::string_view line, LogEntry& entry) {
 
 bool LogEntry::IsError() const { return level == kErrorLevel.name; }
 
+// An alarm tells of something that the service works around, and may explain the errors that
+// follow.
 bool LogEntry::IsTrouble() const { return IsError() || level == kAlarmLevel.name; }
 
+// The message begins with the text and goes on with anything, a reason of the server as a rule.
 bool LogEntry::Is(const MessageBeginning& message) const {
   return unit == message.unit && level == message.level &&
          PrintfValues(std::string(message.text) + "%s", text);
@@ -55,6 +58,7 @@ std::optional<std::vector<std::string_view>> LogEntry::ValuesOf(
   return PrintfValues(message.format, text);
 }
 
+// Each line of a message is made printable on its own, so that its line ends stay.
 std::string LogEntry::Show() const {
   std::string shown = Format("[%s][%02d:%02d:%02d][%s]:", unit.c_str(), second / 3600,
                              second / 60 % 60, second % 60, level.c_str());
@@ -82,6 +86,8 @@ std::vector<LogEntry> ParseLog(std::string_view content) {
 RunLog ReadLogOf(std::time_t time) {
   RunLog log;
   const std::string newest = paths::kRunLogDir + DayOf(time) + ".log";
+  // A file that grew too large was set aside with ".bak" behind its name, and has the earlier lines
+  // of the day.
   for (const std::string& path : {newest + ".bak", newest}) {
     std::string content;
     if (!ReadWhole(path, content)) {

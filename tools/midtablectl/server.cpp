@@ -5,6 +5,8 @@
 
 namespace ctl {
 
+// The back end tells first which statement failed. The finding names it already and only needs the
+// reason.
 std::string ServerWords(const std::string& error) {
   const std::string mark = kServerWordsFollow.text;
   const std::size_t at = error.rfind(mark);
@@ -30,6 +32,7 @@ std::string Server::Run(const std::string& statement) {
   return result == 0 ? std::string() : ServerWords(m_sql.getLastError());
 }
 
+// A query that fails has no rows. What a missing answer means is for each caller to say.
 std::vector<SqlRecord> Server::Rows(const std::string& query) {
   std::vector<SqlRecord> rows;
   m_sql.fetchRecordSet(query.c_str(), rows);

@@ -62,6 +62,8 @@ DatabaseFolder ScanFolder(const std::string& id) {
 
 std::string DatabaseFolder::Path() const { return paths::kSpool + id + "/"; }
 
+// An operator may name a file as it stands in the run log, by a path through a link or by its bare
+// name. All three lead to the path that the service uses, by which the run log is searched.
 std::string SpoolPath(const std::string& file) {
   std::string path = MemFile::Parse(file).path;
   const std::string name(FileNameOf(path));

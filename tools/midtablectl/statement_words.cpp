@@ -15,6 +15,7 @@ namespace {
 // Engines whose tables stand for rows that are kept elsewhere: in a file, or on another server.
 const std::set<std::string> kReachingEngines = {"connect", "federated", "s3", "sphinx", "spider"};
 
+// Bytes above 127 belong to letters of other alphabets, of which names may consist.
 bool ContinuesName(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte >= 0x80 || std::isalnum(byte) != 0 || c == '_' || c == '$';
@@ -37,6 +38,8 @@ bool ContainsWords(const std::string& text, const std::string& part) {
   return Lower(text).find(Lower(part)) != std::string::npos;
 }
 
+// A name counts only where no further letter follows: T_FLOW1D_2000 is not in a statement on
+// T_FLOW1D_20001231.
 bool NamesTable(const std::string& text, const std::string& name) {
   const std::string where = Lower(text);
   const std::string what = Lower(name);
@@ -59,6 +62,8 @@ std::string EngineOf(const std::string& create) {
   return text.substr(at, end == std::string::npos ? end : end - at);
 }
 
+// This is a guess from the words, made without a server. A column that is called "key" is taken for
+// a key, so that a warning may be missing.
 bool NamesKey(const std::string& create) {
   static const std::regex kKey(R"(\b(key|unique)\b)", std::regex::icase);
   return std::regex_search(create, kKey);

@@ -22,6 +22,7 @@ namespace ctl {
 
 namespace {
 
+// The speed of a minute covers several passes and still shows a service that has come to a stand.
 constexpr std::time_t kRateSeconds = 60;
 
 // Whether the service runs: it holds a lock on a file as long as it lives, also when nobody may see
@@ -86,6 +87,8 @@ Status StatusOf(const SystemStatus& look, Console& console) {
   return status;
 }
 
+// The kept files are told apart from the failed ones: their rows are loaded or wait under another
+// name, so nobody has to do anything about them.
 void CountFiles(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& status) {
   std::time_t oldest = now;
   for (const SpoolEntry& file : folder.files) {
@@ -147,6 +150,7 @@ SystemStatus Observer::Look() {
   for (const DatabaseFolder& folder : spool.folders) {
     status.databases.push_back(LookAt(folder, status.time));
   }
+  // A watch may run for weeks: files that no longer count for the speed are forgotten.
   std::erase_if(m_rows, [&status](const auto& entry) {
     return entry.second.loaded + kRateSeconds < status.time;
   });
@@ -156,6 +160,7 @@ SystemStatus Observer::Look() {
   return status;
 }
 
+// A folder that cannot be listed has no figures at all. Zeros would look like an empty folder.
 DatabaseStatus Observer::LookAt(const DatabaseFolder& folder, std::time_t now) {
   DatabaseStatus status;
   status.database = folder.Database();
@@ -222,6 +227,8 @@ void Observer::LookAtWork(Server& server, SystemStatus& status) {
   }
 }
 
+// A single look without an option prints the table, and so does each look of a watch. The file for
+// a collector is written in silence, since it is made by a timer as a rule.
 Status ShowStatus(const StatusOptions& options, Console& console) {
   const std::string path = options.settings.empty() ? paths::kSettingsFile : options.settings;
   Observer observer = MakeObserver(path);

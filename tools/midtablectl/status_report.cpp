@@ -18,6 +18,7 @@ namespace {
 constexpr int kBarWidth = 18;                  // characters
 constexpr std::size_t kStatementLength = 100;  // that are shown
 
+// The sizes are rounded to a readable number: what matters in a backlog is its order of magnitude.
 std::string Bytes(std::uint64_t bytes) {
   static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
   auto value = static_cast<double>(bytes);
@@ -124,6 +125,8 @@ void PrintDelivery(const SystemStatus& status, Console& console) {
 
 }  // namespace
 
+// A folder that cannot be listed gets the reason in the place of its figures, and the others are
+// shown all the same.
 void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& console) {
   const std::tm local = LocalTime(status.time);
   std::string service = "not running";
@@ -173,8 +176,8 @@ std::string ToJson(const SystemStatus& status) {
                                     {"rows_per_second", one.rows_per_second},
                                     {"mem_rows", nullptr},
                                     {"seconds_to_empty", nullptr}};
-    // Of a folder that could not be listed all figures are unknown but the rows, which are asked of
-    // the server.
+    // Where a folder could not be listed, all its figures are unknown but the rows, which are asked
+    // of the server.
     if (one.error != 0) {
       for (auto& member : entry.items()) {
         if (member.key() != "database") member.value() = nullptr;
@@ -222,6 +225,7 @@ class Exposition {
   const std::string& text() const { return m_text; }
 
  private:
+  // The format of the collector has escapes of its own for these three characters.
   static std::string Escaped(const std::string& value) {
     std::string escaped;
     for (const char c : value) {
@@ -244,6 +248,8 @@ void AddSystem(const SystemStatus& status, Exposition& out) {
   out.Add(AllListed(status) ? 1 : 0);
 }
 
+// A folder that cannot be listed has no samples: a gap in a graph is true, and a line at zero is
+// not.
 void AddFiles(const SystemStatus& status, Exposition& out) {
   out.Family("files", "Mem files in the spool, by state.");
   for (const DatabaseStatus& one : status.databases) {

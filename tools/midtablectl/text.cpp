@@ -9,6 +9,7 @@
 
 namespace ctl {
 
+// Only letters of ASCII have to match here: keys, words of SQL and the texts of servers.
 std::string Lower(std::string_view text) {
   std::string lower(text);
   std::transform(lower.begin(), lower.end(), lower.begin(),
@@ -39,6 +40,8 @@ std::string Count(std::size_t number, std::string_view noun) {
   return std::to_string(number) + " " + std::string(noun) + (number == 1 ? "" : "s");
 }
 
+// The file is read to its end and not by its size: files below /proc, which are read here too, say
+// that they are empty.
 bool ReadWhole(const std::string& path, std::string& content) {
   content.clear();
   const File file(std::fopen(path.c_str(), "r"));

@@ -26,7 +26,7 @@ namespace ctl {
 
 namespace {
 
-// Of a long line so much is repeated beside its advice: the line itself stands above.
+// A long line is repeated up to here beside its advice, since the whole line stands above.
 constexpr std::size_t kQuotedLength = 60;
 
 // The beginning of an entry, for a reader who looks for the line that an advice belongs to.
