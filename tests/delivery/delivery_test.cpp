@@ -1,4 +1,5 @@
 // What delivery=once promises, on a real server.
+#include <sys/inotify.h>
 #include <sys/stat.h>
 
 #include "delivery/delivery_fixture.h"
@@ -74,18 +75,6 @@ TEST_F(Once, RowsThatTheOtherWayOfWorkingLeftAreCountedOnce) {
   EXPECT_THAT(Counted(), ElementsAre("1:1", "7:2"));
 }
 
-TEST_F(Once, RowsThatAreCountedAlreadyAreRemovedAndNotCountedAgain) {
-  const std::string stem = Drop("101500", "1\t10\n");
-  RunUntil([&] { return Exists(stem + ".mid"); });
-  // As after a kill between the commit and the emptying.
-  server.Run(
-      "insert into WLAN_1a2b3c4d.MEM_20121231_0000A values (1, 10); update "
-      "WLAN_1a2b3c4d.midtable_ledger set state = 'C' where kind = 'M'");
-  const std::string next = Drop("101600", "2\t20\n");
-  RunUntil([&] { return Exists(next + ".mid"); });
-  EXPECT_THAT(Counted(), ElementsAre("1:1", "2:1"));
-}
-
 TEST_F(Once, AFileThatATriggerRefusesIsSetAsideAndTheOthersAreCounted) {
   server.Run(
       "create table WLAN_1a2b3c4d.MEM_20121231_0000A (id int not null, v int not null) "
@@ -112,30 +101,6 @@ TEST_F(Once, AFileThatOnlyAConversionRefusesIsSetAsideOnceAnotherHasPassed) {
   EXPECT_THAT(Counted(), ElementsAre("1:1"));
 }
 
-TEST_F(Once, ABrokenDefinitionHoldsFilesBackUntilItIsMended) {
-  Define(kCreateMem, " select no_such_column, 1 from %s");
-  const std::string stem = Drop("101500", "1\t10\n");
-  Start();
-  EXPECT_TRUE(Eventually([] { return ReadLog().find("held back") != std::string::npos; }));
-  EXPECT_TRUE(Exists(stem + ".dat"));
-  Define(kCreateMem, kConvert);
-  EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
-  Stop();
-  EXPECT_THAT(Counted(), ElementsAre("1:1"));
-  EXPECT_THAT(ReadLog(),
-              HasSubstr("table WLAN_1a2b3c4d.MEM_20121231_0000A held back, 1 files wait: "
-                        "Unknown column 'no_such_column'"));
-  EXPECT_THAT(ReadLog(), HasSubstr("table WLAN_1a2b3c4d.MEM_20121231_0000A goes on"));
-}
-
-TEST_F(Once, AMissingYearTableHoldsOneKindBackAndNoOther) {
-  server.Run("drop table WLAN_1a2b3c4d.T_KIND1Y_A2012");
-  const std::string held = Drop("101500", "1\t10\n");
-  const std::string other = Drop("101500", "", "F");
-  RunUntil([&] { return Exists(other + ".mid"); });
-  EXPECT_TRUE(Exists(held + ".dat"));
-}
-
 TEST_F(Once, TablesThatCannotBeRolledBackAreRefusedByNameBeforeARowMoves) {
   server.Run("alter table WLAN_1a2b3c4d.T_KIND1Y_A2012 engine=MyISAM");
   const std::string stem = Drop("101500", "1\t10\n");
@@ -155,9 +120,11 @@ TEST_F(Once, WhatIsNoRegularFileOrOfUnknownKindIsSetAsideUnread) {
   fs::create_symlink(paths::kSettingsFile, stem + "101500.dat");
   ASSERT_EQ(mkfifo((stem + "101600.dat").c_str(), 0600), 0);
   fs::create_directories(stem + "101700.dat");
+  const std::string unsafe = Drop("101900'", "1\t10\n");
   const std::string unknown = Drop("101500", "1\n", "Z");
   const std::string good = Drop("101800", "1\t10\n");
   RunUntil([&] { return Exists(good + ".mid") && Exists(unknown + ".err"); });
+  EXPECT_TRUE(Exists(unsafe + ".err"));
   for (const char* time : {"101500", "101600", "101700"}) {
     EXPECT_NE(fs::symlink_status(stem + time + ".err").type(), fs::file_type::not_found) << time;
   }
@@ -190,6 +157,45 @@ TEST_F(Once, TheServerIsWaitedForAtTheStartToo) {
   EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
   Stop();
   EXPECT_THAT(Counted(), ElementsAre("1:1"));
+}
+
+TEST_F(Once, SixtyFourFilesAreOneTransactionAndAFileOfMoreThan8MiBIsOne) {
+  for (int i = 0; i < 70; ++i) Drop(std::to_string(101'000 + i), std::to_string(i) + "\t1\n");
+  std::string rows;
+  while (rows.size() < 9 << 20) rows += "7\t1\n";
+  const std::string large = Drop("200000", rows);
+  const std::size_t mark = server.Mark();
+  RunUntil([&] { return Exists(large + ".mid"); });
+  std::vector<std::string> sent = server.Statements(mark);
+  std::erase_if(sent,
+                [](const auto& text) { return text != "commit" && !text.starts_with("load"); });
+  std::vector<int> loads(1);
+  for (const std::string& text : sent) {
+    if (text == "commit")
+      loads.push_back(0);
+    else
+      ++loads.back();
+  }
+  EXPECT_THAT(loads, ElementsAre(64, 6, 1, 0));
+}
+
+TEST_F(Once, WhereNothingCanBeWatchedFilesAreFoundByLookingEachSecond) {
+  std::vector<FileDescriptor> taken;  // all that a user may have
+  do taken.emplace_back(inotify_init1(IN_CLOEXEC));
+  while (taken.back());
+  Start();
+  ASSERT_TRUE(Eventually([] { return LogHas("delivery is once"); }));
+  const std::string stem = Drop("101500", "1\t10\n");
+  EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
+}
+
+TEST_F(Once, AFileThatIsWrittenToWhileItIsReadIsNotTaken) {
+  const std::string path = Drop("101500", "1\t10\n") + ".dat";
+  LoadSource source(MemFile::Parse(path), nullptr);
+  ASSERT_EQ(source.Open(), LoadSource::Opened::kReady);
+  EXPECT_FALSE(source.HasChanged());
+  std::ofstream(path, std::ios::app) << "2\t20\n";
+  EXPECT_TRUE(source.HasChanged());
 }
 
 TEST_F(Once, AStopInTheMiddleOfALargeFileTakesASecondAndLeavesNothing) {
