@@ -100,6 +100,8 @@ class Service:
     def settle(self, but_for=None):
         """Until no file waits, but for those of that device, and nothing was to be done since."""
         wait_for("the last file", lambda: self.runs() and not day.waiting_files(but_for))
+        if self.delivery:
+            wait_for("empty mem tables", lambda: self.runs() and not day.Tables(self.server.sql).waiting())
         seen = self.notes().count("pause")
         # The pass that took the last file, a reconnection, and a pass without any.
         wait_for("an idle pass", lambda: self.runs() and self.notes().count("pause") >= seen + 3)

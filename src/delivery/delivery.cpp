@@ -207,19 +207,29 @@ bool Delivery::SearchForRows() {
 
 bool Delivery::KeepLedgersSmall() {
   const auto now = Clock::now();
-  if (m_bench.untidy.empty() || now - m_tidied_at < kTidyEach) return true;
-  m_tidied_at = now;
-  const std::set<std::string> databases = std::exchange(m_bench.untidy, {});
-  return std::all_of(databases.begin(), databases.end(), [this](const std::string& database) {
-    return g_nMainRun == 0 || KeepLedgerSmall(database);
-  });
+  const bool is_due = now - m_tidied_at >= kTidyEach;
+  if (is_due && !m_bench.renamed.empty()) m_tidied_at = now;
+  for (auto next = m_bench.renamed.begin(); next != m_bench.renamed.end() && g_nMainRun != 0;) {
+    if (!is_due && next->second.size() < kFilesAtOnce) {
+      ++next;
+      continue;
+    }
+    if (!KeepLedgerSmall(next->first, next->second)) return false;
+    next = m_bench.renamed.erase(next);
+  }
+  return true;
 }
 
-bool Delivery::KeepLedgerSmall(const std::string& database) {
+bool Delivery::KeepLedgerSmall(const std::string& database, std::span<const LedgerFile> renamed) {
   Ledger ledger(*m_sql);
+  bool done = Enter(database);
+  for (; done && !renamed.empty();
+       renamed = renamed.subspan(std::min(kFilesAtOnce, renamed.size()))) {
+    done = ledger.MarkSeen(renamed.first(std::min(kFilesAtOnce, renamed.size())));
+  }
   std::uint64_t count = 0;
-  const bool done = Enter(database) && NoteSeenFiles(ledger, database) &&
-                    ledger.RemoveEmptiedMarks() && ledger.CountSeen(count);
+  done = done && NoteSeenFiles(ledger, database) && ledger.RemoveEmptiedMarks() &&
+         ledger.CountSeen(count);
   if (!done) return m_sql->lastFailure() != SqlFailure::kConnection;
   while (count > kMostFilesInLedger && g_nMainRun != 0) {
     const auto removed = std::min<std::uint64_t>(kFilesAtOnce, count - kMostFilesInLedger);
@@ -230,8 +240,8 @@ bool Delivery::KeepLedgerSmall(const std::string& database) {
 }
 
 // Only a file that was seen under its final name may leave the ledger. One that is merely missing
-// may come back with its folder, and would be counted again without its entry. False as that of
-// a statement.
+// may come back with its folder, and would be counted again without its entry. Here are those that
+// an earlier run renamed, or that were renamed late. False as that of a statement.
 bool Delivery::NoteSeenFiles(Ledger& ledger, const std::string& database) {
   const std::string folder = paths::kSpool + database.substr(kDatabasePrefix.size()) + "/";
   std::string& up_to = m_seen_up_to[database];

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <semaphore>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -53,7 +54,7 @@ class Delivery {
   bool HaveARest();
   bool SearchForRows();
   bool KeepLedgersSmall();
-  bool KeepLedgerSmall(const std::string& database);
+  bool KeepLedgerSmall(const std::string& database, std::span<const LedgerFile> renamed);
   bool NoteSeenFiles(Ledger& ledger, const std::string& database);
   bool Enter(const std::string& database);
   std::size_t CountFiles() const;

@@ -274,7 +274,6 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     m_token = token;
     m_settled = m_emptied = false;
     m_owes = true;
-    m_bench.untidy.insert(m_key.database);
     if (batch.HasCountedRows()) ++m_bench.commits[MemFile{{}, {}, m_key.table}.Kind()];
     const Step emptied = Empty();
     FinishFiles(next, batch);
@@ -370,7 +369,11 @@ void Feed::FinishFiles(const std::vector<MemFile>& files, const Batch& batch) {
     if (identity && !LedgerFile::Of(path, *identity).IsSameFile(batch.identities()[i])) continue;
     m_bench.backlog.Remove(files[i]);
     const std::string target = WithEnding(path, ".mid");
-    if (!identity || MoveMemFile(path, target)) continue;
+    if (!identity) continue;
+    if (MoveMemFile(path, target)) {
+      m_bench.renamed[m_key.database].push_back(batch.identities()[i]);
+      continue;
+    }
     g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", path.c_str(),
             target.c_str(), errno);
     m_bench.settled.Add(path, target, identity);

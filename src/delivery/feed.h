@@ -28,7 +28,8 @@ struct Workbench {
   TourLocalUser* registry;          // null: no flags are added
   std::string database;             // that the connection is in
   std::set<std::string> databases;  // known to be there, with their ledger
-  std::set<std::string> untidy;     // databases whose ledger has grown
+  // Files that got their final name and are not noted so in the ledger yet, by database.
+  std::map<std::string, std::vector<LedgerFile>> renamed;
   // Batches that were committed, by kind: whether the definitions of a kind work.
   std::map<std::string, std::uint64_t> commits;
 };
