@@ -133,7 +133,8 @@ bool CMysqlBase::lastDatabaseIsClosed() const {
 bool CMysqlBase::limitLockWaits() {
   const std::string seconds = " = " + std::to_string(m_lockWaitSeconds);
   const std::string tables = "lock_wait_timeout" + seconds;
-  for (const std::string& limits : {"innodb_lock_wait_timeout" + seconds + ", " + tables, tables}) {
+  const std::string rows = "innodb_lock_wait_timeout" + seconds;
+  for (const std::string& limits : {Format("%s, %s", rows.c_str(), tables.c_str()), tables}) {
     const std::string statement = "set session " + limits;
     if (mysql_real_query(usable(), statement.c_str(), statement.size()) == 0) return true;
     if (libraryFailure() == SqlFailure::kConnection) return false;
