@@ -39,7 +39,8 @@ Status Check(const CheckOptions& options, Console& console) {
   Findings findings;
   const std::string settings = options.settings.empty() ? paths::kSettingsFile : options.settings;
   const auto auth = CheckSettings(settings, findings);
-  const Dialect& dialect = Dialect::Of(auth.value_or(MYSQLAUTH()));
+  const MYSQLAUTH store = auth.value_or(MYSQLAUTH());
+  const Dialect& dialect = Dialect::Of(store);
   const DefinitionSet definitions = CheckDefinitions(
       options.definitions.empty() ? dialect.DefinitionsFile() : options.definitions, dialect, true,
       findings);
