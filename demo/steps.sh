@@ -18,11 +18,15 @@ set_up_databases() {  # set_up_databases ID...: what an operator makes before th
   done
 }
 
-# Settings and definitions below ROOT, for the server at $port; OUT is the generator's folder.
+# Settings and definitions below ROOT, for the server at $port; OUT is the generator's folder. With
+# delivery=described in the shell the settings have no such key.
 configure() {  # configure ROOT OUT
   mkdir -p "$1/vqlog/log_data/midtable" "$1/virus/apache/rnweb/inc" "$1/etc/morvan"
   sed -e "s/^port=.*/port=$port/" -e 's/^password=.*/password=secret/' \
     "$demo/dbinfo.conf" >"$1/virus/apache/rnweb/inc/dbinfo.conf"
+  if [ "${delivery:-once}" != once ]; then
+    sed -i '/^delivery=/d' "$1/virus/apache/rnweb/inc/dbinfo.conf"
+  fi
   cp "$demo"/{vqlog.xml,sqlldr_ctl.xml,devstate.ini} "$2/localtour.csv" "$1/etc/morvan"
 }
 

@@ -13,6 +13,9 @@
 //                 server dies.
 //   CRASH_WHAT    service: kills this process. server: kills the process whose number stands in the
 //                 file CRASH_SERVER and goes on when it has ended.
+//   CRASH_DELIVERY  the value of the setting "delivery": with "once" the engine pauses in a wait
+//   for
+//                 what comes into the spool, and has waited for the registry by itself
 //   CRASH_BACK    the engine's next pause after the server's end lasts until this file exists, so
 //                 that the service finds the server back; not set: it finds it gone
 //
@@ -41,6 +44,7 @@ constexpr std::string_view kSpool = "/vqlog/log_data/midtable/";
 constexpr useconds_t kPollPause = 2'000;
 constexpr useconds_t kEnginePause = 5'000;
 constexpr useconds_t kWatcherPause = 50'000;
+constexpr int kIdle = 500;          // milliseconds of a wait for what comes into the spool
 constexpr int kMostPolls = 15'000;  // half a minute
 
 enum class When { kBefore, kAfter };
@@ -56,6 +60,7 @@ struct Settings {
   const int step = std::atoi(Setting("CRASH_STEP").c_str());
   const When when = Setting("CRASH_WHEN") == "before" ? When::kBefore : When::kAfter;
   const bool kills_server = Setting("CRASH_WHAT") == "server";
+  const bool is_once = Setting("CRASH_DELIVERY") == "once";
 };
 
 const Settings& TheSettings() {
@@ -113,8 +118,8 @@ void Die() {
 template <typename Run, typename RunAndLose>
 auto Step(const char* name, std::string_view subject, Run run, RunAndLose run_and_lose) {
   if (gettid() != getpid() || g_in_step) return run();
-  WaitFor("the registry", [] { return g_registry_has_read.load(); });
   const Settings& settings = TheSettings();
+  WaitFor("the registry", [&] { return settings.is_once || g_registry_has_read.load(); });
   const bool fatal = ++g_steps == settings.step;
   Note(std::to_string(g_steps) + "\t" + name + "\t" + std::string(subject));
   g_in_step = true;
@@ -145,6 +150,16 @@ std::string PathOf(int fd) {
 template <typename Run>
 int SpoolStep(const char* name, const std::string& path, Run run) {
   return IsInSpool(path) ? Step(name, path, run) : run();
+}
+
+// A pause of the engine, which may end with the server's return.
+void Pause() {
+  const std::string back = Setting("CRASH_BACK");
+  if (g_server_died && !back.empty()) {
+    WaitFor("the server's return", [&back] { return access(back.c_str(), F_OK) == 0; });
+  }
+  Note("pause");
+  usleep(kEnginePause);
 }
 
 // Sends the statement, lets the server execute it, and kills the server before the answer is read.
@@ -244,13 +259,17 @@ unsigned int sleep(unsigned int /*seconds*/) {
     usleep(kWatcherPause);
     return 0;
   }
-  const std::string back = Setting("CRASH_BACK");
-  if (g_server_died && !back.empty()) {
-    WaitFor("the server's return", [&back] { return access(back.c_str(), F_OK) == 0; });
-  }
-  Note("pause");
-  usleep(kEnginePause);
+  Pause();
   return 0;
+}
+
+// A wait for a server is shorter, or has no end.
+int poll(pollfd* entries, nfds_t count, int milliseconds) {
+  static const auto real = Real<int(pollfd*, nfds_t, int)>("poll");
+  const bool is_pause = TheSettings().is_once && gettid() == getpid() && milliseconds >= kIdle;
+  if (!is_pause) return real(entries, count, milliseconds);
+  Pause();
+  return real(entries, count, 0);
 }
 
 }  // extern "C"

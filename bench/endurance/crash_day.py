@@ -75,8 +75,10 @@ def files_left():
     return {stem: " and ".join(endings) for stem, endings in found.items()}
 
 
-def waiting_files():
-    return any(name.endswith(".dat") for _, _, names in os.walk(SPOOL) for name in names)
+def waiting_files(but_for=None):
+    """Whether files wait, other than those of the device `but_for`."""
+    return any(name.endswith(".dat") and not (but_for and name.startswith(but_for))
+               for _, _, names in os.walk(SPOOL) for name in names)
 
 
 class Tables:
@@ -84,7 +86,8 @@ class Tables:
 
     def __init__(self, sql):
         names = [n for n in sql("""select concat(table_schema, '.', table_name)
-            from information_schema.tables where table_schema like 'WLAN\\_%' order by 1""")]
+            from information_schema.tables where table_schema like 'WLAN\\_%'
+            and table_name <> 'midtable_ledger' order by 1""")]
         reads = [f"select '{n[0]}', x.* from {n[0]} x;" if ".T_" in n[0] else
                  f"select '{n[0]}', count(*) from {n[0]};" for n in names]
         self.mid = defaultdict(dict)

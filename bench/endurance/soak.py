@@ -1,4 +1,4 @@
-"""What bench/endurance/soak.sh runs inside the sandbox: soak.py PROGRAM SHORT_PAUSES [--short | --log-size]"""
+"""What bench/endurance/soak.sh runs inside the sandbox: soak.py PROGRAM SHORT_PAUSES [OPTION]..., see there."""
 
 import itertools
 import os
@@ -40,12 +40,13 @@ def sql(statement):
     return server("sql", statement)
 
 
-def prepare():
+def prepare(once):
     port = server("start", *SERVER_OPTIONS)
     SETTINGS.parent.mkdir(parents=True, exist_ok=True)
-    text = pathlib.Path("demo/dbinfo.conf").read_text()
+    text = re.sub("(?m)^delivery=.*\n", "", pathlib.Path("demo/dbinfo.conf").read_text())
     text = re.sub("(?m)^port=.*", f"port={port}", text)
-    SETTINGS.write_text(re.sub("(?m)^password=.*", "password=secret", text))
+    text = re.sub("(?m)^password=.*", "password=secret", text)
+    SETTINGS.write_text(text + "delivery=once\n" if once else text)
     sql(pathlib.Path("demo/setup.sql").read_text())
     year = pathlib.Path("demo/year_tables.sql").read_text().replace("_YYYY", "_2012")
     for name in DATABASES:
@@ -240,12 +241,15 @@ class Soak:
         print(f"pace: {idle[1]:.0f} idle passes, {load[1]:.0f} files, {lose[1]:.0f} losses a second")
         return self.verdict(self.service.stop())
 
+    def wrong_besides(self):
+        return []
+
     def verdict(self, status):
         first, last = self.seen[0], self.seen[-1]
         rows = int(sql("select " + " + ".join(
             f"(select sum(sessions) from WLAN_{name}.T_FLOW1Y_2012) + "
             f"(select sum(attempts) from WLAN_{name}.T_AUTH1Y_2012)" for name in DATABASES)))
-        wrong = []
+        wrong = self.wrong_besides()
         if last[0] - first[0] > MOST_GROWTH_KIB:
             wrong.append(f"resident memory grew by {last[0] - first[0]} KiB")
         if max(seen[0] for seen in self.seen) > MOST_RESIDENT_KIB:
@@ -261,6 +265,54 @@ class Soak:
             wrong.append(f"{errors} files failed, exit status {status}")
         print("\n".join(wrong) or f"nothing grew; {rows} rows of {self.loaded} files counted, each once")
         return 1 if wrong else 0
+
+
+class OnceSoak(Soak):
+    """delivery=once: it does not pass when idle, and a lost connection shows by what it does next."""
+
+    MOST_IN_LEDGER = 21_000  # files of a database
+
+    def idle(self, _passes):
+        self.until("idle", lambda: waiting() == 0)
+
+    def load_one(self):
+        drop(self.loaded)
+        self.loaded += 1
+        self.idle(1)
+
+    def lose_connections(self, losses):
+        for _ in range(losses):
+            sql("kill user midtable")
+            self.load_one()
+
+    def kill_server(self, times):
+        for _ in range(times):
+            server("kill")
+            server("start", *SERVER_OPTIONS)
+            self.load_one()
+
+    def run(self):
+        self.started = time.monotonic()
+        self.service = Service(self.program)
+        print("  min  phase                  done   resident descriptors  threads    run log")
+        # As many as make the largest batches and lists.
+        self.load(min(4_000, 3 * self.files))
+        self.kill_server(1)
+        self.lose_connections(2)
+        self.show("warm", 0)
+        load = self.steps("loaded files", 3 * self.files, self.load)
+        self.steps("lost connections", self.losses // 20, self.lose_connections)
+        self.steps("server killed", self.server_kills, self.kill_server)
+        self.idle(1)
+        self.show("idle again", 1)
+        print(f"\nrun log: {load[0]:.0f} bytes a file; pace: {load[1]:.0f} files a second")
+        return self.verdict(self.service.stop())
+
+    def wrong_besides(self):
+        counts = [int(sql(f"select count(*) from WLAN_{name}.midtable_ledger where kind = 'F'"))
+                  for name in DATABASES]
+        print(f"files in the ledgers: {counts}, of {self.loaded}")
+        return [f"a ledger has {n} files" for n in counts if n > self.MOST_IN_LEDGER]
 
 
 # What each repeating error writes: (what, prepare, at the real pace, files a second).
@@ -343,11 +395,14 @@ def log_sizes(program):
 
 def main():
     program, library, *options = sys.argv[1:]
-    prepare()
+    once = options[-2:] == ["--delivery", "once"]
+    if once:
+        options = options[:-2]
+    prepare(once)
     try:
         if options == ["--log-size"]:
             return log_sizes(program)
-        return Soak(program, library, options == ["--short"]).run()
+        return (OnceSoak if once else Soak)(program, library, options == ["--short"]).run()
     finally:
         server("stop")
 

@@ -7,6 +7,9 @@
 #   bench/endurance/soak.sh PROGRAM --short     the same, a hundredth of it
 #   bench/endurance/soak.sh PROGRAM --log-size  what each repeating error writes into the run log, at the real
 #                                     pace; minutes
+#   bench/endurance/soak.sh PROGRAM ... --delivery once
+#                                     each of them for the way that counts every row exactly once: 60,000 files and
+#                                     100 lost connections, and the ledgers must stay small
 #
 # PROGRAM is the built midtable; short_pauses.so is taken from the same build. Exit status 1 when
 # something grew or a row is missing.

@@ -284,7 +284,7 @@ declare -A long=([F]=FLOW [A]=AUTH) template=()
 port=$(tools/private-mariadb start /tmp/server --general-log=0 2>/dev/null)
 trap 'tools/private-mariadb stop /tmp/server' EXIT
 mkdir -p /virus/apache/rnweb/inc "${spool%/*}" "$folder" /tmp/templates
-sed -e "s/^port=.*/port=$port/" -e 's/^password=.*/password=secret/' demo/dbinfo.conf \
+sed -e "s/^port=.*/port=$port/" -e 's/^password=.*/password=secret/' -e '/^delivery=/d' demo/dbinfo.conf \
   >/virus/apache/rnweb/inc/dbinfo.conf
 cp demo/{vqlog.xml,sqlldr_ctl.xml,devstate.ini} /etc/morvan
 # As many blocks as a large city has.

@@ -8,6 +8,10 @@
 //   performance_bench idle SECONDS PROGRAM
 //       runs the service, which has nothing to load; prints the seconds, its processor time in
 //       milliseconds after its first eight seconds, and its peak resident memory in KiB
+//   performance_bench arrive PORT SOURCE SPOOL PROGRAM
+//       runs the service and moves the files of SOURCE/ID into SPOOL/ID one by one, each when the
+//       one before is counted: named .mid, and its mem table emptied. Prints the median time of a
+//       file in milliseconds, and the service's processor time a file
 //   performance_bench replay PORT FILE
 //       sends the statements of FILE, one a line, over one connection; before a file of kind F is
 //       loaded its lines are copied one by one. Prints the seconds, those of the copying, those of
@@ -17,6 +21,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -230,6 +235,41 @@ void RunService(int port, long count, const char* program) {
   std::printf("%.4f %.0f %ld\n", seconds, service.ProcessorTime(), service.PeakKib());
 }
 
+void RunArrivals(int port, const std::string& source, const std::string& spool,
+                 const char* program) {
+  namespace fs = std::filesystem;
+  constexpr std::size_t kWarmUp = 20;  // files that make tables, among others
+  Connection server(port);
+  server.Send("set sql_log_off = 1");
+  const auto emptied = [&] { return server.Send("show global status like 'Com_truncate'"); };
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::recursive_directory_iterator(source)) {
+    if (entry.is_regular_file()) files.push_back(fs::relative(entry.path(), source));
+  }
+  std::sort(files.begin(), files.end());
+  if (files.size() <= kWarmUp) Die("too few files in " + source);
+  const Service service(program);
+  sleep(2);
+  std::vector<double> times;
+  double processor = 0;
+  for (const fs::path& file : files) {
+    if (times.size() == kWarmUp) processor = service.ProcessorTime();
+    const long before = emptied();
+    const auto begin = Clock::now();
+    fs::rename(source / file, spool / file);
+    const fs::path done = (spool / file).replace_extension(".mid");
+    while (!fs::exists(done)) usleep(100);
+    while (emptied() == before) usleep(100);
+    times.push_back(Since(begin));
+    service.CheckAlive();
+  }
+  processor = service.ProcessorTime() - processor;
+  times.erase(times.begin(), times.begin() + kWarmUp);
+  std::sort(times.begin(), times.end());
+  std::printf("%.3f %.3f\n", times[times.size() / 2] * 1000,
+              processor / static_cast<double>(times.size()));
+}
+
 void RunIdle(unsigned int seconds, const char* program) {
   const Service service(program);
   sleep(8);
@@ -247,13 +287,15 @@ int main(int argc, char** argv) {
     for (int i = 5; i < argc; ++i) Make(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), argv[i]);
   } else if (what == "service" && argc == 5) {
     RunService(std::atoi(argv[2]), std::atol(argv[3]), argv[4]);
+  } else if (what == "arrive" && argc == 6) {
+    RunArrivals(std::atoi(argv[2]), argv[3], argv[4], argv[5]);
   } else if (what == "idle" && argc == 4) {
     RunIdle(static_cast<unsigned int>(std::atoi(argv[2])), argv[3]);
   } else if (what == "replay" && argc == 4) {
     Replay(std::atoi(argv[2]), argv[3]);
   } else {
     Die("usage: make FOLDER FILES ROWS ID... | service PORT COUNT PROGRAM | idle SECONDS PROGRAM | "
-        "replay PORT FILE");
+        "arrive PORT SOURCE SPOOL PROGRAM | replay PORT FILE");
   }
   return 0;
 }

@@ -121,6 +121,7 @@ CDBPolicy::CDBPolicy() {
   }
   m_auth = ReadCredentials(settings);
   if (m_auth.dbtype == "oci8") m_auth.dbtype = "oracle";
+  m_delivery = settings.getValue("delivery");
 }
 
 CDBPolicy& ProcessPolicy() {

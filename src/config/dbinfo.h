@@ -81,6 +81,10 @@ bool IsOracle(const MYSQLAUTH& auth);
 // Copies what the settings file says into a record: dbtype as it stands, the extras empty.
 MYSQLAUTH ReadCredentials(const CDBInfo& settings);
 
+// The value of the key "delivery" that selects the way of working in which every row is counted
+// exactly once.
+inline constexpr std::string_view kDeliveryOnce = "once";
+
 // Holds the record read from paths::kSettingsFile; "oci8" has become "oracle".
 class CDBPolicy {
  public:
@@ -90,9 +94,12 @@ class CDBPolicy {
 
   // The record; callers read or copy it, nobody writes through it.
   MYSQLAUTH* getDBPolicy() { return &m_auth; }
+  // The value of the key "delivery": how files are counted; empty when it is absent.
+  const std::string& getDelivery() const { return m_delivery; }
 
  private:
   MYSQLAUTH m_auth;
+  std::string m_delivery;
 };
 
 // The process-wide policy, read on the first call: main makes that call before anything else. A

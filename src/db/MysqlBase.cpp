@@ -12,7 +12,6 @@
 #include <cstring>
 
 #include "db/mysql_failure.h"
-#include "db/server_wait.h"
 #include "log/zux_center_log.h"
 
 namespace {
@@ -102,20 +101,24 @@ int CMysqlBase::connectDB() {
 
 // The library forgets its options with every attempt that fails.
 bool CMysqlBase::logIn() {
-  const ServerWait wait(m_gaveUp, kConnectLimit);
+  // Nobody can ask yet which session it is whose answer may be lost.
+  WaitPolicy policy;
+  policy.ends_on_stop = m_policy.ends_on_stop;
+  const ServerWait wait(m_gaveUp, kConnectLimit, policy);
   MYSQL* const handle = usable();
   for (const auto option :
        {MYSQL_OPT_CONNECT_TIMEOUT, MYSQL_OPT_READ_TIMEOUT, MYSQL_OPT_WRITE_TIMEOUT}) {
     mysql_optionsv(handle, option, &kLibraryTimeoutSeconds);
   }
   mysql_optionsv(handle, MARIADB_OPT_IO_WAIT, &ServerWait::Wait);
+  if (m_allowsLocalLoads) prepareLocalLoads();
   if (mysql_real_connect(handle, m_auth->host.c_str(), m_auth->user.c_str(),
                          m_auth->password.c_str(), m_auth->dbname.c_str(),
                          static_cast<unsigned int>(m_auth->port), nullptr, 0) == nullptr) {
     return false;
   }
   NoticeDeadPeers(mysql_get_socket(handle));
-  return limitLockWaits();
+  return limitLockWaits() && prepareToNotice();
 }
 
 // It was dropped, or the user's rights on it were.
@@ -192,7 +195,7 @@ bool CMysqlBase::commitsByItself() {
 }
 
 int CMysqlBase::executeSQL(const char* sql, int logOnError) {
-  const ServerWait wait(m_gaveUp);
+  const ServerWait wait(m_gaveUp, m_policy);
   return run(sql, logOnError);
 }
 
@@ -202,7 +205,8 @@ int CMysqlBase::run(const char* sql, int logOnError) {
     return succeed();
   }
   failStatement(sql);
-  if (logOnError != 0) g_loger(kUnit, kStatementFailedLine, kError, "%s", m_lastError.c_str());
+  if (logOnError != 0 && m_logs)
+    g_loger(kUnit, kStatementFailedLine, kError, "%s", m_lastError.c_str());
   return -1;
 }
 
@@ -218,18 +222,18 @@ bool CMysqlBase::firstRowIs(Result list, const char* name) {
 }
 
 bool CMysqlBase::existDB(const char* name) {
-  const ServerWait wait(m_gaveUp, answerLimit());
+  const ServerWait wait(m_gaveUp, answerLimit(), m_policy);
   return firstRowIs(Result(usable() == nullptr ? nullptr : mysql_list_dbs(usable(), name)), name);
 }
 
 bool CMysqlBase::existTable(const char* name) {
-  const ServerWait wait(m_gaveUp, answerLimit());
+  const ServerWait wait(m_gaveUp, answerLimit(), m_policy);
   return firstRowIs(Result(usable() == nullptr ? nullptr : mysql_list_tables(usable(), name)),
                     name);
 }
 
 int CMysqlBase::changeDB(const char* name) {
-  const ServerWait wait(m_gaveUp, answerLimit());
+  const ServerWait wait(m_gaveUp, answerLimit(), m_policy);
   const std::string statement = (std::string("use ") + name).substr(0, kMaxUseStatement);
   const int result = run(statement.c_str(), 1);
   if (result == 0) m_auth->dbname = name;
@@ -239,7 +243,7 @@ int CMysqlBase::changeDB(const char* name) {
 int CMysqlBase::changeDB(const char* name, const char* /*password*/) { return changeDB(name); }
 
 int CMysqlBase::RowsCountBySQL(const char* sql, unsigned int* count) {
-  const ServerWait wait(m_gaveUp, answerLimit());
+  const ServerWait wait(m_gaveUp, answerLimit(), m_policy);
   MYSQL* const handle = usable();
   Result result;
   if (handle != nullptr && mysql_real_query(handle, sql, std::strlen(sql)) == 0) {
@@ -255,7 +259,7 @@ int CMysqlBase::RowsCountBySQL(const char* sql, unsigned int* count) {
 }
 
 bool CMysqlBase::isDBAlive() {
-  const ServerWait wait(m_gaveUp, answerLimit());
+  const ServerWait wait(m_gaveUp, answerLimit(), m_policy);
   if (usable() != nullptr && mysql_ping(usable()) == 0) return succeed() == 0;
   fail("ping failed, error:" + libraryError(), SqlFailure::kConnection);
   return false;
@@ -267,7 +271,7 @@ int CMysqlBase::GetColums(const char* /*table*/, std::vector<std::string>& /*col
 }
 
 int CMysqlBase::fetchResult(const char* sql, MYSQL_RES*& result) {
-  const ServerWait wait(m_gaveUp, answerLimit());
+  const ServerWait wait(m_gaveUp, answerLimit(), m_policy);
   const int executed = run(sql, 1);
   if (executed != 0) return executed;
   result = mysql_use_result(usable());
@@ -278,14 +282,14 @@ int CMysqlBase::fetchResult(const char* sql, MYSQL_RES*& result) {
 }
 
 int CMysqlBase::freeResult(MYSQL_RES* result) {
-  const ServerWait wait(m_gaveUp, answerLimit());  // it reads the rows that are left
+  const ServerWait wait(m_gaveUp, answerLimit(), m_policy);  // it reads the rows that are left
   mysql_free_result(result);
   return 0;
 }
 
 int CMysqlBase::fetchRow(MYSQL_RES* result, MYSQL_ROW& row) {
   if (!m_connected) return -1;
-  const ServerWait wait(m_gaveUp, answerLimit());
+  const ServerWait wait(m_gaveUp, answerLimit(), m_policy);
   row = mysql_fetch_row(result);
   return 0;
 }
@@ -340,7 +344,7 @@ int CMysqlBase::fetchRecordSet(const char* sql, std::vector<SqlRecord>& rows) {
   if (broken) {
     rows.clear();
     failStatement(sql);
-    g_loger(kUnit, kStatementFailedLine, kError, "%s", m_lastError.c_str());
+    if (m_logs) g_loger(kUnit, kStatementFailedLine, kError, "%s", m_lastError.c_str());
   }
   clearRecordSet();
   return broken ? -1 : 0;

@@ -21,7 +21,9 @@
 #include <vector>
 
 #include "config/dbinfo.h"
+#include "db/LocalLoad.h"
 #include "db/SqlBase.h"
+#include "db/server_wait.h"
 
 class CMysqlBase : public CSqlBase {
  public:
@@ -73,6 +75,29 @@ class CMysqlBase : public CSqlBase {
   // record's own again. Always 1.
   int setAuth(MYSQLAUTH* auth);
 
+  // --- for callers that need more than the interface
+
+  // From the next connection on: loadLocal may be used. Nothing but the bytes that it is given ever
+  // goes to the server, whatever file the server asks for, and nothing outside of loadLocal.
+  void allowLocalLoads() { m_allowsLocalLoads = true; }
+  // From now on a stop ends every statement, the work of executeSQL and loadLocal, too, and one
+  // that is begun after the stop fails at once.
+  void endWorkOnStop() { m_policy.ends_on_stop = true; }
+  // From the next connection on: when the server was silent for so long, a second connection looks
+  // at the process list. An answer that is not being worked on any more is not waited for; a
+  // statement at work may take as long as it takes. The server in turn does not wait for the bytes
+  // of a load longer than that, in whole seconds.
+  void noticeLostAnswers(std::chrono::milliseconds silence);
+  // From now on failures are for the caller to log.
+  void logNothing() { m_logs = false; }
+  // Runs a "load data local infile" statement on `bytes`: 0, or -1 with the last error set. It may
+  // take hours, as executeSQL may.
+  int loadLocal(const char* sql, LoadBytes& bytes, LoadCounts& counts);
+  // Rows that the last successful statement changed.
+  std::uint64_t affectedRows() const;
+  // The server's number of the last failure; 0 for none.
+  unsigned int errorNumber() const;
+
   // Reading row by row. All but fetchRecord give 0, or -1 with the last error set.
   int fetchRecordSet(const char* sql);
   // 0 and the next row; 0 and `record` as it was when no read is open; -1 after the last row.
@@ -106,6 +131,13 @@ class CMysqlBase : public CSqlBase {
   bool lastDatabaseIsClosed() const;
   bool limitLockWaits();
   bool commitsByItself();
+  bool prepareToNotice();
+  bool answerMayCome() const;
+  void prepareLocalLoads();
+  static int beginLoad(void** state, const char* name, void* self);
+  static int readLoad(void* state, char* buffer, unsigned int size);
+  static void endLoad(void* state);
+  static int explainLoad(void* state, char* text, unsigned int size);
   int run(const char* sql, int logOnError);
   bool firstRowIs(Result list, const char* name);
 
@@ -113,6 +145,11 @@ class CMysqlBase : public CSqlBase {
   std::unique_ptr<MYSQLAUTH> m_auth;  // its dbname is the database that was used last
   std::string m_ownDatabase;          // the record's
   int m_lockWaitSeconds = kLockWaitSeconds;
+  bool m_allowsLocalLoads = false;
+  WaitPolicy m_policy;
+  bool m_logs = true;
+  std::string m_serverName;          // where lost answers are to be noticed
+  LoadBytes* m_loadBytes = nullptr;  // those of the load at work
   bool m_initialised = false;
   bool m_connected = false;
   Result m_result;

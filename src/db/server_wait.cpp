@@ -19,6 +19,7 @@ constexpr milliseconds kLook{100};
 // times, for instance before and after it reconnects, ends within three seconds.
 constexpr milliseconds kGrace{500};
 
+constexpr char kLost[] = "the server has answered, or ended the session, and no answer came";
 constexpr char kStopped[] = "stopped while waiting for the server";
 
 thread_local ServerWait* t_current = nullptr;
@@ -29,28 +30,32 @@ std::string NoAnswerWithin(milliseconds limit) {
 
 }  // namespace
 
-ServerWait::ServerWait(std::string& reason)
-    : m_reason(reason), m_isQuestion(false), m_limit(0), m_outer(t_current) {
+const WaitPolicy ServerWait::kPatient;
+
+ServerWait::ServerWait(std::string& reason, const WaitPolicy& policy, bool ends_on_stop)
+    : m_reason(reason), m_policy(policy), m_endsOnStop(ends_on_stop), m_outer(t_current) {
   m_reason.clear();
+  if (policy.ends_on_stop && g_nMainRun == 0) {
+    m_stopSeen = true;
+    m_end = Clock::now();
+  }
   t_current = this;
 }
 
-ServerWait::ServerWait(std::string& reason, milliseconds limit)
-    : m_reason(reason),
-      m_isQuestion(true),
-      m_limit(limit),
-      m_end(Clock::now() + limit),
-      m_outer(t_current) {
-  m_reason.clear();
-  t_current = this;
+ServerWait::ServerWait(std::string& reason, const WaitPolicy& policy)
+    : ServerWait(reason, policy, policy.ends_on_stop) {}
+
+ServerWait::ServerWait(std::string& reason, milliseconds limit, const WaitPolicy& policy)
+    : ServerWait(reason, policy, true) {
+  m_limit = limit;
+  m_end = std::min(m_end, Clock::now() + limit);
 }
 
 ServerWait::~ServerWait() { t_current = m_outer; }
 
 bool ServerWait::givesUp() {
-  if (!m_isQuestion) return false;
   const auto now = Clock::now();
-  if (g_nMainRun == 0 && !m_stopSeen) {
+  if (m_endsOnStop && g_nMainRun == 0 && !m_stopSeen) {
     m_stopSeen = true;
     m_end = std::min(m_end, now + kGrace);
   }
@@ -59,14 +64,29 @@ bool ServerWait::givesUp() {
   return true;
 }
 
+bool ServerWait::answerIsLost(Clock::time_point silent_since) {
+  if (m_policy.silence == milliseconds(0)) return false;
+  const auto pause = m_saidNo ? m_policy.silence / 10 : m_policy.silence;
+  if (Clock::now() - std::max(silent_since, m_askedAt) < pause) return false;
+  const bool said_no_before = m_saidNo;
+  m_saidNo = !m_policy.may_come();
+  m_askedAt = Clock::now();
+  if (!m_saidNo || !said_no_before) return false;
+  m_reason = kLost;
+  return true;
+}
+
 int ServerWait::Wait(my_socket socket, my_bool for_reading, int /*timeout*/) {
   ServerWait* const current = t_current;
-  const bool forever = current == nullptr || !current->m_isQuestion;
+  const bool forever = current == nullptr ||
+                       (!current->m_endsOnStop && current->m_policy.silence == milliseconds(0));
+  const auto begin = Clock::now();
+  if (current != nullptr) current->m_saidNo = false;
   pollfd entry{socket, static_cast<short>(for_reading != 0 ? POLLIN : POLLOUT), 0};
   for (;;) {
     const int ready = poll(&entry, 1, forever ? -1 : static_cast<int>(kLook.count()));
     if (ready > 0 || (ready < 0 && errno != EINTR)) return ready;
-    if (!forever && current->givesUp()) {
+    if (!forever && (current->givesUp() || current->answerIsLost(begin))) {
       errno = ETIMEDOUT;
       return 0;
     }

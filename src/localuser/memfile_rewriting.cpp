@@ -3,14 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <cctype>
 #include <cerrno>
-#include <charconv>
-#include <cstring>
-#include <functional>
-#include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -23,104 +16,10 @@ namespace {
 
 constexpr auto kUnit = TourLocalUser::kUnit;
 
-constexpr std::size_t kFields = 11;
-constexpr std::size_t kUserField = 1;
-// Longest line taken, its line feed included; what is longer is no record.
-constexpr std::size_t kLongestLine = 1 << 20;
-
-enum class Flag { kVisitor = 0, kLocal = 1, kNoUser = 2 };
-
-// Reads a file line by line in memory that does not grow.
-class LineReader {
- public:
-  enum class Result { kLine, kTooLong, kEnd, kFailed };
-
-  explicit LineReader(int fd) : m_fd(fd) {}
-
-  // The next line without its line feed, valid until the next call; a last line need not have one.
-  // kTooLong has passed over the line; kFailed leaves errno.
-  Result Next(std::string_view& line) {
-    bool too_long = false;
-    for (std::size_t searched = 0;;) {
-      const char* const begin = m_buffer.get() + m_begin;
-      const std::size_t size = m_end - m_begin;
-      const void* const found = std::memchr(begin + searched, '\n', size - searched);
-      if (found != nullptr) {
-        line = {begin, static_cast<std::size_t>(static_cast<const char*>(found) - begin)};
-        m_begin += line.size() + 1;
-        return too_long ? Result::kTooLong : Result::kLine;
-      }
-      searched = size;
-      if (size == kLongestLine) {
-        too_long = true;
-        m_begin = m_end = searched = 0;
-      }
-      const ssize_t added = Fill();
-      if (added < 0) return Result::kFailed;
-      if (added == 0) {
-        line = {m_buffer.get() + m_begin, m_end - m_begin};
-        m_begin = m_end;
-        if (too_long) return Result::kTooLong;
-        return line.empty() ? Result::kEnd : Result::kLine;
-      }
-    }
-  }
-
- private:
-  // Moves what is left to the front and reads behind it; the result is that of read(2).
-  ssize_t Fill() {
-    std::memmove(m_buffer.get(), m_buffer.get() + m_begin, m_end - m_begin);
-    m_end -= m_begin;
-    m_begin = 0;
-    ssize_t added = 0;
-    do {
-      added = read(m_fd, m_buffer.get() + m_end, kLongestLine - m_end);
-    } while (added < 0 && errno == EINTR);
-    if (added > 0) m_end += static_cast<std::size_t>(added);
-    return added;
-  }
-
-  const int m_fd;
-  // Not cleared: most files are small, and memory that is never touched costs nothing.
-  std::unique_ptr<char[]> m_buffer = std::make_unique_for_overwrite<char[]>(kLongestLine);
-  std::size_t m_begin = 0;
-  std::size_t m_end = 0;
-};
-
-// The fields of a line: runs of tabs separate, tabs at the ends count for nothing.
-struct Record {
-  explicit Record(std::string_view line) {
-    for (std::size_t begin = line.find_first_not_of('\t'); begin != std::string_view::npos;) {
-      const std::size_t end = std::min(line.find('\t', begin), line.size());
-      if (count < kFields) fields[count] = line.substr(begin, end - begin);
-      ++count;
-      begin = line.find_first_not_of('\t', end);
-      if (begin != std::string_view::npos && begin != end + 1) single_tabs = false;
-    }
-  }
-
-  std::array<std::string_view, kFields> fields;  // the first ones, where there are more
-  std::size_t count = 0;
-  bool single_tabs = true;  // nothing but one tab between fields
-};
-
-// What strtoul makes of the field, cut to 32 bits. (strtoul itself would read on behind the field.)
-std::uint32_t UserCode(std::string_view field) {
-  const auto is_space = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-  while (!field.empty() && is_space(field.front())) field.remove_prefix(1);
-  const bool negative = !field.empty() && field.front() == '-';
-  if (negative || (!field.empty() && field.front() == '+')) field.remove_prefix(1);
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(field.begin(), field.end(), number);
-  if (error == std::errc::result_out_of_range) return UINT32_MAX;
-  return static_cast<std::uint32_t>(negative ? 0 - number : number);
-}
-
 // One rewriting: the two files, and what became of the records.
 class Rewriting {
  public:
-  Rewriting(const std::string& in_path, const std::string& out_path,
-            std::function<Flag(std::uint32_t)> flag_of)
+  Rewriting(const std::string& in_path, const std::string& out_path, FlaggedRecords::FlagOf flag_of)
       : m_in_path(in_path), m_out_path(out_path), m_flag_of(std::move(flag_of)) {}
 
   // Makes the copy. False after logging what failed; the copy is then not to be used.
@@ -135,14 +34,7 @@ class Rewriting {
     if (unlink(m_out_path.c_str()) != 0 && errno != ENOENT) Fail("remove", m_out_path);
   }
 
-  void LogCounts() const {
-    const auto of = [this](Flag flag) { return m_counts[static_cast<std::size_t>(flag)]; };
-    g_loger(kUnit, __LINE__, kInfo, "file %s local %u visitors %u without user %u dropped %u",
-            m_in_path.c_str(), of(Flag::kLocal), of(Flag::kVisitor), of(Flag::kNoUser), m_dropped);
-  }
-
-  // Lines left out that held something.
-  unsigned int lost() const { return m_lost; }
+  const FlagCounts& counts() const { return m_counts; }
 
  private:
   bool Fail(const char* what, const std::string& path) const {
@@ -155,20 +47,17 @@ class Rewriting {
   bool OpenInput();
   bool CreateOutput();
   bool CopyRecords();
-  bool WriteRecord(const Record& record);
+  bool WriteRecord(std::string_view record);
   bool CloseOutput();
 
   const std::string& m_in_path;
   const std::string& m_out_path;
-  const std::function<Flag(std::uint32_t)> m_flag_of;
+  const FlaggedRecords::FlagOf m_flag_of;
   FileDescriptor m_in;
   FileDescriptor m_out;
   struct stat m_status {};
   bool m_missing = false;
-  std::string m_text;  // the record being written; keeps its memory
-  std::array<unsigned int, 3> m_counts{};
-  unsigned int m_dropped = 0;
-  unsigned int m_lost = 0;
+  FlagCounts m_counts;
 };
 
 bool Rewriting::OpenInput() {
@@ -195,42 +84,24 @@ bool Rewriting::CreateOutput() {
 }
 
 bool Rewriting::CopyRecords() {
-  LineReader reader(m_in.get());
-  std::string_view line;
-  for (int number = 1;; ++number) {
-    const auto result = reader.Next(line);
-    if (result == LineReader::Result::kEnd) return true;
-    if (result == LineReader::Result::kFailed) return Fail("read", m_in_path);
-    const Record record(result == LineReader::Result::kLine ? line : std::string_view());
-    if (record.count != kFields) {
-      g_loger(kUnit, __LINE__, kDebug, "file %s line %d not correct, ignore it", m_in_path.c_str(),
-              number);
-      ++m_dropped;
-      if (result == LineReader::Result::kTooLong || record.count != 0) ++m_lost;
-    } else if (!WriteRecord(record)) {
-      return false;
-    }
+  FlaggedRecords records(m_in.get(), m_in_path, m_flag_of);
+  std::string_view record;
+  auto result = records.Next(record);
+  for (; result == FlaggedRecords::Result::kRecord; result = records.Next(record)) {
+    if (!WriteRecord(record)) break;
   }
+  m_counts = records.counts();
+  if (result == FlaggedRecords::Result::kFailed) return Fail("read", m_in_path);
+  return result == FlaggedRecords::Result::kEnd;
 }
 
-bool Rewriting::WriteRecord(const Record& record) {
-  const std::uint32_t code = UserCode(record.fields[kUserField]);
-  const Flag flag = m_flag_of(code);
-  m_text.clear();
-  if (record.single_tabs) {
-    m_text.append(record.fields.front().begin(), record.fields.back().end()) += '\t';
-  } else {
-    for (const std::string_view field : record.fields) m_text.append(field) += '\t';
-  }
-  m_text += static_cast<char>('0' + static_cast<int>(flag));
-  m_text += '\n';
-  ++m_counts[static_cast<std::size_t>(flag)];
-  // One write a record; the loop only goes round when the kernel took a part of it.
-  for (std::string_view rest = m_text; !rest.empty();) {
-    const ssize_t written = write(m_out.get(), rest.data(), rest.size());
+// One write a record; the loop only goes round when the kernel took a part of the record.
+bool Rewriting::WriteRecord(std::string_view record) {
+  while (!record.empty()) {
+    const ssize_t written = write(m_out.get(), record.data(), record.size());
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) return Fail("write", m_out_path);
-    rest.remove_prefix(static_cast<std::size_t>(written));
+    record.remove_prefix(static_cast<std::size_t>(written));
   }
   return true;
 }
@@ -252,23 +123,25 @@ bool TourLocalUser::IsLocalCode(std::uint32_t code) {
   return m_setLocalPrefix.containsBlock(prefix * 100'000 + leading);
 }
 
+LocalFlag TourLocalUser::FlagOf(std::uint32_t code) {
+  {
+    // The enterprise users do not change the flag; they are looked up all the same.
+    MutexLock lock(m_enterpriseLock);
+    [[maybe_unused]] const auto ignored = m_mapEnterpriseUser.find(code);
+  }
+  if (code == 0) return LocalFlag::kNoUser;
+  return IsLocalCode(code) ? LocalFlag::kLocal : LocalFlag::kVisitor;
+}
+
 int TourLocalUser::ParseMemfile(const std::string& in_path, const std::string& out_path) {
   g_loger(kUnit, __LINE__, kConsole, "+++++++++++\n");
-  Rewriting rewriting(in_path, out_path, [this](std::uint32_t code) {
-    {
-      // The enterprise users do not change the flag; they are looked up all the same.
-      MutexLock lock(m_enterpriseLock);
-      [[maybe_unused]] const auto ignored = m_mapEnterpriseUser.find(code);
-    }
-    if (code == 0) return Flag::kNoUser;
-    return IsLocalCode(code) ? Flag::kLocal : Flag::kVisitor;
-  });
+  Rewriting rewriting(in_path, out_path, [this](std::uint32_t code) { return FlagOf(code); });
   if (rewriting.Run()) {
-    rewriting.LogCounts();
+    rewriting.counts().Log(in_path);
   } else {
     rewriting.Discard();
   }
-  m_lostLines = rewriting.lost();
+  m_lostLines = rewriting.counts().lost;
   g_loger(kUnit, __LINE__, kInfo, "ParseMemfile finished");
   return 1;
 }

@@ -39,8 +39,8 @@ bool ReadBlocks(const std::string& path, BlockSet& blocks) {
 
 TourLocalUser::TourLocalUser() : TourLocalUser(CreateSqlBase) {}
 
-TourLocalUser::TourLocalUser(BackEndFactory make_back_end)
-    : m_makeBackEnd(std::move(make_back_end)) {}
+TourLocalUser::TourLocalUser(BackEndFactory make_back_end, Pause pause)
+    : m_makeBackEnd(std::move(make_back_end)), m_pause(std::move(pause)) {}
 
 // The blocks are read without the lock, which is then held for an exchange only: lookups go on
 // while a large file is read. The old set is freed after the lock was given back.

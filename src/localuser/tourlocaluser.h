@@ -32,8 +32,10 @@
 #include "config/dbinfo.h"
 #include "db/SqlBase.h"
 #include "localuser/block_set.h"
+#include "localuser/flagged_records.h"
 #include "support/mutex.h"
 #include "support/paths.h"
+#include "support/run_state.h"
 
 // Local number blocks: a CSV file whose first column holds one block a row.
 inline const std::string LOGFILE = paths::kLocalNumberBlocks;
@@ -53,10 +55,13 @@ class TourLocalUser {
 
   // Makes a back end for the given credentials; null when there is none.
   using BackEndFactory = std::function<std::unique_ptr<CSqlBase>(const MYSQLAUTH&)>;
+  using Pause = std::function<void(int seconds)>;
 
-  // The back end is the one that the credentials select, or what the factory makes.
+  // The back end is the one that the credentials select, or what the factory makes; an empty
+  // factory leaves the enterprise users alone, of whom no flag speaks.
+  // `pause` is what the watcher does for so many seconds, at most until the service is to stop.
   TourLocalUser();
-  explicit TourLocalUser(BackEndFactory make_back_end);
+  explicit TourLocalUser(BackEndFactory make_back_end, Pause pause = sleep_i);
   ~TourLocalUser() = default;
   TourLocalUser(const TourLocalUser&) = delete;
   TourLocalUser& operator=(const TourLocalUser&) = delete;
@@ -69,8 +74,8 @@ class TourLocalUser {
   // Waits until the watcher has looked at its two files once, which is all that flags and city
   // values need, for `seconds` at most; returns at once when no watcher runs or g_nMainRun is 0.
   void AwaitFirstRound(int seconds) const;
-  // Waits for the watcher's end, which comes about a second after g_nMainRun was cleared (plus the
-  // rest of the round it is in). Returns at once when none runs.
+  // Waits for the watcher's end, which comes about a second after g_nMainRun was cleared, or with
+  // the pause's end (plus the rest of the round it is in). Returns at once when none runs.
   void WaitExit();
 
   // Replaces the number blocks by column 0 of the CSV file's rows, all at once: lookups during the
@@ -90,14 +95,11 @@ class TourLocalUser {
   // of 0 ends the process.
   std::string GetUserName(unsigned int user_crc) const;
 
+  // The local flag of the records of a user code.
+  LocalFlag FlagOf(std::uint32_t code) EXCLUDES(m_localLock, m_enterpriseLock);
   // Rewrites a mem file: copies the records of `in_path` to a new file `out_path` (another name; an
-  // existing file is replaced), each followed by the local flag of its user. Always 1.
-  //
-  // A record is a line of 11 fields between tabs, where tabs in a row count as one and tabs at the
-  // ends for nothing; field 1 is the user code, and a carriage return belongs to the last field. It
-  // leaves as the 11 fields, each with a tab behind it, then 1 (local), 0 (visitor) or 2 (no user)
-  // and a line feed, in one write per record. Any other line, and one of more than a MiB, is logged
-  // with its number and left out.
+  // existing file is replaced), each followed by the local flag of its user, as FlaggedRecords has
+  // it, in one write per record. Always 1.
   //
   // The copy has the mode and, as far as allowed, the owner of the input. There is no copy when the
   // input is not a readable regular file (a link included), or when any read or write failed: the
@@ -152,6 +154,7 @@ class TourLocalUser {
       {0, kPrefixes[0]}, {1, kPrefixes[1]}, {2, kPrefixes[2]}, {3, kPrefixes[3]}};
   unsigned int m_lostLines = 0;
   const BackEndFactory m_makeBackEnd;
+  const Pause m_pause;
   std::unique_ptr<CSqlBase> m_pDB;
   MYSQLAUTH m_auth;
   std::atomic<bool> m_sawFiles{false};

@@ -38,13 +38,13 @@ class LastRead {
   //
   // A changed file must have stood still for a second. Half of one that is still being written
   // would give wrong answers; it is left to the next round.
-  bool IsOutdated(const std::string& path) EXCLUDES(m_lock) {
+  bool IsOutdated(const std::string& path, const TourLocalUser::Pause& pause) EXCLUDES(m_lock) {
     const auto now = Look(path);
     if (!now) return false;
     const auto before = Get();
     if (before == now) return false;
     if (before) {
-      sleep_i(1);
+      pause(1);
       if (Look(path) != now) return false;
     }
     MutexLock lock(m_lock);
@@ -94,17 +94,18 @@ void TourLocalUser::WaitExit() {
 void TourLocalUser::CheckFiles() {
   static LastRead blocks;
   static LastRead devices;
-  if (blocks.IsOutdated(LOGFILE) && Update() == 0) {
+  if (blocks.IsOutdated(LOGFILE, m_pause) && Update() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
   // DELIBERATE: 0 is success here, so this says "not updated" after an update.
-  if (devices.IsOutdated(CITYCRCFILE) && updateCityCRC() == 0) {
+  if (devices.IsOutdated(CITYCRCFILE, m_pause) && updateCityCRC() == 0) {
     g_loger(kUnit, __LINE__, kInfo, "not updated");
   }
 }
 
 // A checksum of 0 is a failed question and no change of the table.
 void TourLocalUser::CheckEnterpriseUsers() {
+  if (m_makeBackEnd == nullptr) return;
   static std::atomic<unsigned int> checksum{0};
   const unsigned int current = GetTableCheckSum("EnterpriseUser");
   if (current != 0 && checksum.exchange(current) != current) GetEnterpriseUser();
@@ -120,7 +121,7 @@ void* TourLocalUser::check_thread(void* self) {
     registry.m_sawFiles = true;
     registry.CheckEnterpriseUsers();
     KeepHouse();  // the engine's thread may be busy with one load for an hour
-    sleep_i(kPauseSeconds);
+    registry.m_pause(kPauseSeconds);
   }
   return nullptr;
 }

@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "config/dbinfo.h"
+#include "delivery/delivery.h"
 #include "log/zux_center_log.h"
 #include "main/service.h"
 #include "midtable/Midtable.h"
@@ -15,6 +16,7 @@ int main(int argc, char* argv[]) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
 
   if (morvan_check_version(argc, argv, "midtable", "build date : Jan 28 2013") == 0) return 0;
+  if (!CheckDelivery()) return 1;
   morvan_check_deamon(argc, argv);
   if (!BlockSignals()) return -1;
   IgnoreSignals();
@@ -30,7 +32,11 @@ int main(int argc, char* argv[]) {
     unique.Renew();
     g_loger.Flush();
   });
-  // The engine is gone before the lock is.
-  CMidTable().Run();
+  // Whichever works is gone before the lock is.
+  if (ProcessPolicy().getDelivery() == kDeliveryOnce) {
+    Delivery(*ProcessPolicy().getDBPolicy()).Run();
+  } else {
+    CMidTable().Run();
+  }
   return 0;
 }

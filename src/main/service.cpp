@@ -17,7 +17,9 @@
 #include <string_view>
 #include <utility>
 
+#include "config/dbinfo.h"
 #include "log/zux_center_log.h"
+#include "support/names.h"
 #include "support/paths.h"
 #include "support/run_state.h"
 
@@ -143,6 +145,20 @@ void signal_handler(int sig) {
       write(STDOUT_FILENO, line, static_cast<std::size_t>(end - line));
   if (sig == SIGINT || sig == SIGTERM) g_nMainRun = 0;
   errno = saved_errno;
+}
+
+bool CheckDelivery() {
+  const std::string& delivery = ProcessPolicy().getDelivery();
+  if (delivery.empty()) return true;
+  const bool on_oracle = IsOracle(*ProcessPolicy().getDBPolicy());
+  if (delivery == kDeliveryOnce && !on_oracle) return true;
+  const std::string fault =
+      on_oracle ? "delivery=" + delivery + " is not for Oracle, remove the key"
+                : "delivery=" + delivery + " is not known, write delivery=once or remove the key";
+  std::printf("%s: %s\n", paths::kSettingsFile, fault.c_str());
+  g_loger.Init();
+  g_loger(kUnit, __LINE__, kError, "%s: %s", paths::kSettingsFile, Printable(fault).c_str());
+  return false;
 }
 
 void StartRunLog() {

@@ -47,6 +47,11 @@ void InstallSignalHandler();
 // Does only what is safe in a handler.
 void signal_handler(int sig);
 
+// Whether the settings name a way of working that there is for their store: none, which is the one
+// that existing installations rely on, or "once". A line on standard output and in the run log says
+// what is wrong otherwise.
+bool CheckDelivery();
+
 // Opens the run log and writes its first line.
 void StartRunLog();
 

@@ -29,6 +29,9 @@ inline constexpr char kRunLogDir[] = "/vqlog/log/midtable/";
 // Looked at when the run log opens; changes nothing.
 inline constexpr char kRunLogFlag[] = "/tmp/zux_midtable.flag";
 
+// The machine's own name for itself, made by the system at its first start.
+inline constexpr char kMachineId[] = "/etc/machine-id";
+
 // Held while an instance runs.
 inline constexpr char kLockFile[] = "/tmp/midtable.lock";
 // Present at start: mem files of kind F are loaded without rewriting.

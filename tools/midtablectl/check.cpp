@@ -38,8 +38,8 @@ bool MayReadAll(const std::vector<std::string>& files, Console& console) {
 Status Check(const CheckOptions& options, Console& console) {
   Findings findings;
   const std::string settings = options.settings.empty() ? paths::kSettingsFile : options.settings;
-  const auto auth = CheckSettings(settings, findings);
-  const MYSQLAUTH store = auth.value_or(MYSQLAUTH());
+  const auto checked = CheckSettings(settings, findings);
+  const MYSQLAUTH store = checked ? checked->auth : MYSQLAUTH();
   const Dialect& dialect = Dialect::Of(store);
   const DefinitionSet definitions = CheckDefinitions(
       options.definitions.empty() ? dialect.DefinitionsFile() : options.definitions, dialect, true,
@@ -51,7 +51,7 @@ Status Check(const CheckOptions& options, Console& console) {
   CheckDeviceStates(paths::kDeviceStates, spool, dialect, findings);
   CheckSpool(spool, definitions, dialect, findings);
   CheckRunLogFolder(findings);
-  if (!options.offline && auth && !CheckServer(*auth, spool, definitions, findings)) {
+  if (!options.offline && checked && !CheckServer(*checked, spool, definitions, findings)) {
     console.err << "another check is at work on this server: run this one when it is done\n";
     return Status::kCouldNotLook;
   }

@@ -32,8 +32,13 @@ Status Check(const CheckOptions& options, Console& console);
 
 // --- The settings (check_settings.cpp)
 
+struct CheckedSettings {
+  MYSQLAUTH auth;
+  bool once;  // every row is counted exactly once: delivery=once
+};
+
 // The settings as the service reads them; nothing when it would refuse the file.
-std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findings);
+std::optional<CheckedSettings> CheckSettings(const std::string& path, Findings& findings);
 // Whether the settings lack the port that their host needs. A local socket has none.
 bool LacksPort(const MYSQLAUTH& auth);
 
@@ -111,13 +116,13 @@ void CheckSpool(const Spool& spool, const DefinitionSet& definitions, const Dial
                 Findings& findings);
 void CheckRunLogFolder(Findings& findings);
 
-// --- The server (check_server.cpp, rehearsal.cpp, check_load.cpp)
+// --- The server (check_server.cpp, rehearsal.cpp, check_load.cpp, check_delivery.cpp)
 
 // Logs in and looks at privileges, databases, tables and settings; tries the statements of the
 // definitions and a load from every folder. False, with nothing done, when another run is at work
 // on this server: the two would drop each other's scratch database.
-bool CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
-                 Findings& findings);
+bool CheckServer(const CheckedSettings& settings, const Spool& spool,
+                 const DefinitionSet& definitions, Findings& findings);
 
 // A database in which statements are tried. It is made and becomes the current one, with an empty
 // table "probe", to which was done what a conversion does to a mem table; it is dropped at the end
@@ -139,9 +144,15 @@ class ScratchDatabase {
   std::string m_error;
 };
 
-// Runs the statements of the definitions on empty tables in the scratch database.
-void RehearseDefinitions(Server& server, const DefinitionSet& definitions, Findings& findings);
+// Runs the statements of the definitions on empty tables in the scratch database. With `once` a
+// table that cannot be rolled back is an error.
+void RehearseDefinitions(Server& server, const DefinitionSet& definitions, bool once,
+                         Findings& findings);
 // Loads a one-line file from every folder of the spool into the table "probe".
 void ProbeLoads(Server& server, const Spool& spool, Findings& findings);
+// With delivery=once: settings of the server that it needs; and a row of the client's loaded into
+// the table "probe".
+void CheckDelivery(Server& server, Findings& findings);
+void ProbeLocalLoad(const MYSQLAUTH& auth, Server& server, Findings& findings);
 
 }  // namespace ctl

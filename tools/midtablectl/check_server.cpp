@@ -160,19 +160,23 @@ std::string Account(Server& server) {
 }
 
 // Tries definitions and loads in a database of their own.
-void TryStatements(Server& server, const Spool& spool, const DefinitionSet& definitions,
-                   Findings& findings) {
+void TryStatements(const CheckedSettings& settings, Server& server, const Spool& spool,
+                   const DefinitionSet& definitions, Findings& findings) {
   const ScratchDatabase scratch(server);
   if (scratch.error().empty()) {
-    RehearseDefinitions(server, definitions, findings);
-    ProbeLoads(server, spool, findings);
+    RehearseDefinitions(server, definitions, settings.once, findings);
+    if (settings.once) {
+      ProbeLocalLoad(settings.auth, server, findings);
+    } else {
+      ProbeLoads(server, spool, findings);
+    }
     return;
   }
   std::string advice = ServerAdvice(scratch.error());
   if (advice.empty()) advice = "see the server's error log";
   if (scratch.error().find("denied") != std::string::npos) {
-    advice = "grant select, insert, update, create, drop on `" + DatabasePattern() + "`.* to " +
-             server.user();
+    advice = std::string("grant select, insert, update, ") + (settings.once ? "delete, " : "") +
+             "create, drop on `" + DatabasePattern() + "`.* to " + server.user();
   }
   findings.Error(kWhere, 0, scratch.error() + "; definitions and loads were not tried", advice);
 }
@@ -200,8 +204,9 @@ ScratchDatabase::~ScratchDatabase() {
   m_server.Run(std::string("drop database if exists ") + kName);
 }
 
-bool CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet& definitions,
-                 Findings& findings) {
+bool CheckServer(const CheckedSettings& settings, const Spool& spool,
+                 const DefinitionSet& definitions, Findings& findings) {
+  const MYSQLAUTH& auth = settings.auth;
   // A port that is missing was reported with the settings.
   if (LacksPort(auth)) return true;
   const std::unique_ptr<CSqlBase> sql = CreateSqlBase(auth);
@@ -213,8 +218,12 @@ bool CheckServer(const MYSQLAUTH& auth, const Spool& spool, const DefinitionSet&
   // Held until the connection ends.
   if (server.Value("select get_lock('midtablectl', 0)") == "0") return false;
   CheckSqlMode(server, findings);
-  CheckEnterpriseUsers(server, findings);
-  TryStatements(server, spool, definitions, findings);
+  if (settings.once) {
+    CheckDelivery(server, findings);
+  } else {
+    CheckEnterpriseUsers(server, findings);
+  }
+  TryStatements(settings, server, spool, definitions, findings);
   CheckMonthDatabase(server, definitions, findings);
   CheckYearTables(server, spool, definitions, findings);
   return true;

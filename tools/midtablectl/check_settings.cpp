@@ -23,7 +23,7 @@ namespace {
 
 // The keys that the service reads. The file may have others, for other readers.
 const std::set<std::string> kKeys = {"host",   "port",         "user",     "password", "dbname0",
-                                     "dbtype", "set_password", "filepath", "dbcount"};
+                                     "dbtype", "set_password", "filepath", "dbcount",  "delivery"};
 
 // Keys that differ by more letters than this are taken for different words.
 constexpr std::size_t kMostTypingErrors = 2;
@@ -182,6 +182,15 @@ void CheckAddress(const std::string& path, const MYSQLAUTH& auth, const Settings
   }
 }
 
+void CheckDeliveryValue(const std::string& path, const std::string& delivery, const MYSQLAUTH& auth,
+                        long line, Findings& findings) {
+  if (delivery.empty() || (delivery == kDeliveryOnce && !IsOracle(auth))) return;
+  findings.Error(path, line,
+                 "delivery \"" + delivery + "\" is not " +
+                     (IsOracle(auth) ? "for Oracle" : "known") + ": the service does not start",
+                 IsOracle(auth) ? "remove the line" : "write delivery=once, or remove the line");
+}
+
 void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsLines& lines,
                  Findings& findings) {
   CheckType(path, auth, lines.LineOf("dbtype"), findings);
@@ -202,7 +211,7 @@ bool LacksPort(const MYSQLAUTH& auth) {
   return !IsOracle(auth) && !socket && (auth.port < 1 || auth.port > 65535);
 }
 
-std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findings) {
+std::optional<CheckedSettings> CheckSettings(const std::string& path, Findings& findings) {
   std::string content;
   if (!ReadWhole(path, content)) {
     findings.Error(path, 0,
@@ -229,7 +238,9 @@ std::optional<MYSQLAUTH> CheckSettings(const std::string& path, Findings& findin
   }
   const MYSQLAUTH auth = ReadCredentials(settings);
   CheckValues(path, auth, lines, findings);
-  return auth;
+  const std::string delivery = settings.getValue("delivery");
+  CheckDeliveryValue(path, delivery, auth, lines.LineOf("delivery"), findings);
+  return CheckedSettings{auth, delivery == kDeliveryOnce};
 }
 
 }  // namespace ctl

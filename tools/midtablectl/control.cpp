@@ -52,7 +52,9 @@ CLI::App* AddStatus(CLI::App& app, Arguments& arguments) {
   CLI::App* status = app.add_subcommand(
       "status",
       "Shows for each database the files that wait, are loaded and failed, the rows in its mem "
-      "tables, the speed of the last minute and the time to empty. Status 1 when files failed.");
+      "tables, the speed of the last minute and the time to empty; with delivery=once also what "
+      "the server works on and what holds files back. Status 1 when files failed or are held "
+      "back.");
   status->add_option("--watch", arguments.watch, "look again every SECONDS (2)")
       ->expected(0, 1)
       ->check(CLI::Range(1, 3600))
@@ -74,8 +76,9 @@ CLI::App* AddWhy(CLI::App& app, std::string& file) {
   CLI::App* why = app.add_subcommand(
       "why",
       "Shows the run log's lines of the moment when a mem file failed, and what to do. Of a loaded "
-      "file, .mid, those of the failed conversion of its rows.");
-  why->add_option("file", file, "the .err or .mid file, or its bare name")
+      "file, .mid, those of the failed conversion of its rows; of one that waits, .dat, what holds "
+      "it back.");
+  why->add_option("file", file, "the .err, .mid or .dat file, or its bare name")
       ->required()
       ->type_name("FILE");
   return why;

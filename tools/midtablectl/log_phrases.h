@@ -122,6 +122,13 @@ inline constexpr MessageFormat kFileRewritten{
 inline constexpr MessageFormat kLoadedAllTheSame{
     "Midtable", "ErrLog", "table %s not dropped, the rows of file (%s) are loaded"};
 
+// --- Where every row is counted exactly once (delivery=once). The first value of the first two is
+// what waits: the server, a table or a file.
+
+inline constexpr MessageFormat kHeldBack{"Midtable", "ErrLog", "%s held back, %zu files wait: %s"};
+inline constexpr MessageFormat kGoesOn{"Midtable", "InfoLog", "%s goes on"};
+inline constexpr MessageFormat kDeliveryStarts{"Midtable", "InfoLog", "delivery is once"};
+
 // --- Statements and what the server said of them.
 
 // A statement that failed is logged between these two texts, the server's words behind the second.

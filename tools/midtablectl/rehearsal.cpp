@@ -32,9 +32,10 @@ std::vector<std::string> OtherDatabases(Server& server) {
 
 class Rehearsal {
  public:
-  Rehearsal(Server& server, const DefinitionSet& definitions, Findings& findings)
+  Rehearsal(Server& server, const DefinitionSet& definitions, bool once, Findings& findings)
       : m_server(server),
         m_set(definitions),
+        m_once(once),
         m_findings(findings),
         m_others(OtherDatabases(server)) {}
 
@@ -94,7 +95,7 @@ class Rehearsal {
   }
 
   void CheckMidTable(const MadeTable& table, const MidDefinition& mid) {
-    CheckEngine(table, mid.line, false);
+    CheckEngine(table, mid.line, m_once);
     CheckKey(table, mid.line, false, AddsUp(mid.convert));
   }
 
@@ -103,10 +104,12 @@ class Rehearsal {
   void CheckEngine(const MadeTable& table, long line, bool is_error) {
     const std::string named = EngineOf(table.create);
     const std::string engine = Lower(Ask("engine from information_schema.tables", table));
-    if (engine == "innodb" || (!named.empty() && named != "innodb")) return;
+    if (engine == "innodb" || (!m_once && !named.empty() && named != "innodb")) return;
     m_findings.Add(is_error, m_set.path, line,
-                   table.called + " has engine " + engine + ", which keeps half of what failed",
-                   named.empty()
+                   table.called + " has engine " + engine +
+                       (m_once ? ", which cannot be rolled back: its files wait"
+                               : ", which keeps half of what failed"),
+                   named.empty() || named == engine
                        ? "give it engine = InnoDB"
                        : "add NO_ENGINE_SUBSTITUTION to sql_mode: InnoDB is not to be had");
   }
@@ -204,14 +207,16 @@ class Rehearsal {
 
   Server& m_server;
   const DefinitionSet& m_set;
+  const bool m_once;
   Findings& m_findings;
   const std::vector<std::string> m_others;
 };
 
 }  // namespace
 
-void RehearseDefinitions(Server& server, const DefinitionSet& definitions, Findings& findings) {
-  Rehearsal(server, definitions, findings).Run();
+void RehearseDefinitions(Server& server, const DefinitionSet& definitions, bool once,
+                         Findings& findings) {
+  Rehearsal(server, definitions, once, findings).Run();
 }
 
 }  // namespace ctl

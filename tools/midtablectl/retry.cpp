@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "config/dbinfo.h"
 #include "midtablectl/spool_scan.h"
 #include "midtablectl/text.h"
 #include "spool/mem_file.h"
@@ -212,6 +213,13 @@ RetryPlan PlanRetry(const std::string& path, LoadDoubts& doubts) {
 }
 
 Status Retry(const RetryOptions& options, Console& console) {
+  CDBInfo settings(paths::kSettingsFile);
+  if (settings.readConfig() && settings.getValue("delivery") == kDeliveryOnce) {
+    console.out
+        << "With delivery=once there is nothing to sort out: what waits is tried again by the "
+           "service, and no row\nof a file that it set aside is counted. Mend the file, "
+           "then rename it to .dat.\n";
+  }
   Status looked = Status::kFine;
   const std::vector<RetryPlan> plans = MakePlans(options, console, looked);
   if (plans.empty()) {

@@ -14,7 +14,6 @@
 
 #include "db/SqlFactory.h"
 #include "log/zux_center_log.h"
-#include "midtablectl/server.h"
 #include "midtablectl/text.h"
 #include "support/file.h"
 #include "support/paths.h"
@@ -56,11 +55,11 @@ bool WriteAtomically(const std::string& path, const std::string& content) {
   return written;
 }
 
-// The settings; nothing when they cannot be used.
-std::optional<MYSQLAUTH> Credentials(const std::string& path) {
+// With the settings, or with none when they cannot be used.
+Observer MakeObserver(const std::string& path) {
   CDBInfo settings(path.c_str());
-  if (!settings.readConfig()) return std::nullopt;
-  return ReadCredentials(settings);
+  if (!settings.readConfig()) return Observer(std::nullopt);
+  return Observer(ReadCredentials(settings), settings.getValue("delivery") == kDeliveryOnce);
 }
 
 // The exit status of a look, and a line for each thing that could not be looked at.
@@ -74,6 +73,11 @@ Status StatusOf(const SystemStatus& look, Console& console) {
     if (one.failed > 0) status = std::max(status, Status::kFindings);
     if (one.error == 0) continue;
     console.err << "folder of " << one.database << ": " << std::strerror(one.error) << '\n';
+    status = Status::kCouldNotLook;
+  }
+  if (!look.held.empty()) status = std::max(status, Status::kFindings);
+  if (!look.log_error.empty()) {
+    console.err << "run log not looked at: " << OneLine(look.log_error) << '\n';
     status = Status::kCouldNotLook;
   }
   if (!look.server_error.empty()) {
@@ -150,6 +154,8 @@ SystemStatus Observer::Look() {
   std::erase_if(m_rows, [&status](const auto& entry) {
     return entry.second.loaded + kRateSeconds < status.time;
   });
+  status.once = m_once;
+  if (m_once) status.held = HeldBack(status.time, status.log_error);
   LookAtMemTables(status);
   return status;
 }
@@ -208,13 +214,24 @@ void Observer::LookAtMemTables(SystemStatus& status) {
   for (DatabaseStatus& database : status.databases) {
     database.mem_rows = rows[database.database];
   }
+  if (m_once) LookAtWork(server, status);
+}
+
+// Everybody may see the sessions of their own login.
+void Observer::LookAtWork(Server& server, SystemStatus& status) {
+  for (SqlRecord& row : server.Rows(
+           "select db as d, time as s, info as i from information_schema.processlist where command "
+           "= 'Query' and id <> connection_id() and db like '" +
+           DatabasePattern() + "' order by db, id")) {
+    status.at_work.push_back({row["d"], row["s"], row["i"]});
+  }
 }
 
 // A single look without an option prints the table, and so does each look of a watch. The file for
 // a collector is written in silence, since it is made by a timer as a rule.
 Status ShowStatus(const StatusOptions& options, Console& console) {
   const std::string path = options.settings.empty() ? paths::kSettingsFile : options.settings;
-  Observer observer(Credentials(path));
+  Observer observer = MakeObserver(path);
   std::optional<SystemStatus> first;
   for (;;) {
     const SystemStatus look = observer.Look();

@@ -13,6 +13,8 @@
 #include "config/dbinfo.h"
 #include "db/SqlBase.h"
 #include "midtablectl/console.h"
+#include "midtablectl/held.h"
+#include "midtablectl/server.h"
 #include "midtablectl/spool_scan.h"
 
 namespace ctl {
@@ -34,6 +36,13 @@ struct DatabaseStatus {
   std::optional<double> seconds_to_empty;  // 0 when nothing waits; unknown while nothing moves
 };
 
+// A statement of the service that the server works on at the moment.
+struct AtWork {
+  std::string database;
+  std::string seconds;
+  std::string statement;
+};
+
 // One look at everything.
 struct SystemStatus {
   std::time_t time = 0;
@@ -42,14 +51,19 @@ struct SystemStatus {
   int spool_error = 0;       // errno when the spool could not be listed
   std::string server_error;  // why the mem tables could not be looked at; empty when they were
   std::vector<DatabaseStatus> databases;
+  bool once = false;  // the settings say delivery=once, and the rest is known
+  std::vector<Held> held;
+  std::string log_error;  // why what is held back could not be looked up
+  std::vector<AtWork> at_work;
 };
 
 // Takes one look after another. The connection, and the numbers of rows in files that do not change
 // any more, are kept between them.
 class Observer {
  public:
-  // Without settings the mem tables are not looked at.
-  explicit Observer(std::optional<MYSQLAUTH> auth) : m_auth(std::move(auth)) {}
+  // Without settings the mem tables are not looked at. `once`: the settings say delivery=once.
+  explicit Observer(std::optional<MYSQLAUTH> auth, bool once = false)
+      : m_auth(std::move(auth)), m_once(once) {}
   SystemStatus Look();
 
  private:
@@ -63,8 +77,10 @@ class Observer {
   void MeasureSpeed(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& status);
   std::uint64_t RowsOf(const std::string& path, std::time_t loaded);
   void LookAtMemTables(SystemStatus& status);
+  void LookAtWork(Server& server, SystemStatus& status);
 
   std::optional<MYSQLAUTH> m_auth;
+  const bool m_once;
   std::unique_ptr<CSqlBase> m_sql;
   std::map<std::string, CountedFile> m_rows;  // of files loaded lately, by path
 };
@@ -87,8 +103,9 @@ struct StatusOptions {
 };
 
 // Looks once, or again and again with `watch_seconds`, and prints or writes what it saw. Of a
-// single look: kFindings when files failed, kCouldNotLook when the spool, a folder of it, the
-// server or the `prometheus` file could not be reached; what is known is shown all the same.
+// single look: kFindings when files failed or are held back, kCouldNotLook when the spool, a folder
+// of it, the server or the `prometheus` file could not be reached; what is known is shown all the
+// same.
 Status ShowStatus(const StatusOptions& options, Console& console);
 
 }  // namespace ctl

@@ -9,12 +9,14 @@
 #include "log/zux_center_log.h"
 #include "midtablectl/local_time.h"
 #include "midtablectl/status.h"
+#include "midtablectl/text.h"
 
 namespace ctl {
 
 namespace {
 
-constexpr int kBarWidth = 18;  // characters
+constexpr int kBarWidth = 18;                  // characters
+constexpr std::size_t kStatementLength = 100;  // that are shown
 
 // The sizes are rounded to a readable number: what matters in a backlog is its order of magnitude.
 std::string Bytes(std::uint64_t bytes) {
@@ -108,6 +110,19 @@ void PrintLine(const DatabaseStatus& one, const std::string& bar, Console& conso
               << (bar.empty() ? "" : "  ") << bar << '\n';
 }
 
+// What the service is at, and what it waits for.
+void PrintDelivery(const SystemStatus& status, Console& console) {
+  if (!status.at_work.empty() || !status.held.empty()) console.out << '\n';
+  for (const AtWork& work : status.at_work) {
+    console.out << "at work: " << work.database << " for " << work.seconds
+                << " s: " << OneLine(work.statement).substr(0, kStatementLength) << '\n';
+  }
+  for (const Held& held : status.held) {
+    console.out << "held back: " << OneLine(held.what) << ", " << held.files
+                << " files wait: " << OneLine(held.reason) << '\n';
+  }
+}
+
 }  // namespace
 
 // A folder that cannot be listed gets the reason in the place of its figures, and the others are
@@ -137,10 +152,12 @@ void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& 
   if (status.databases.empty() && status.spool_error == 0) {
     console.out << "no database has a folder in the spool\n";
   }
-  if (status.databases.size() < 2) return;
-  const DatabaseStatus before = first != nullptr ? Total(*first) : DatabaseStatus();
-  const DatabaseStatus total = Total(status);
-  PrintLine(total, Bar(total, first != nullptr ? &before : nullptr), console);
+  if (status.databases.size() > 1) {
+    const DatabaseStatus before = first != nullptr ? Total(*first) : DatabaseStatus();
+    const DatabaseStatus total = Total(status);
+    PrintLine(total, Bar(total, first != nullptr ? &before : nullptr), console);
+  }
+  PrintDelivery(status, console);
 }
 
 // The members keep their order, for whoever reads the text without a script.
@@ -171,6 +188,16 @@ std::string ToJson(const SystemStatus& status) {
     json["databases"].push_back(entry);
   }
   if (status.spool_error != 0) json["databases"] = nullptr;
+  if (status.once) json["held_back"] = json["at_work"] = nlohmann::json::array();
+  for (const Held& held : status.held) {
+    json["held_back"].push_back(
+        {{"what", held.what}, {"files", std::atoll(held.files.c_str())}, {"reason", held.reason}});
+  }
+  for (const AtWork& work : status.at_work) {
+    json["at_work"].push_back({{"database", work.database},
+                               {"seconds", std::atoll(work.seconds.c_str())},
+                               {"statement", work.statement}});
+  }
   return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -270,6 +297,10 @@ std::string ToPrometheus(const SystemStatus& status) {
   gauge("mem_table_rows", "Rows that wait in mem tables.", [](const DatabaseStatus& one) {
     return one.mem_rows ? Sample(static_cast<double>(*one.mem_rows)) : std::nullopt;
   });
+  if (status.once) {
+    out.Family("held_back", "Tables, files and servers that hold files back.");
+    out.Add(static_cast<double>(status.held.size()));
+  }
   return out.text();
 }
 

@@ -14,11 +14,13 @@
 #include "log/zux_center_log.h"
 #include "midtablectl/advice.h"
 #include "midtablectl/failure.h"
+#include "midtablectl/held.h"
 #include "midtablectl/local_time.h"
 #include "midtablectl/retry.h"
 #include "midtablectl/spool_scan.h"
 #include "midtablectl/text.h"
 #include "spool/mem_file.h"
+#include "support/names.h"
 
 namespace ctl {
 
@@ -124,12 +126,36 @@ Status TellOfSilentLog(const std::string& path, const RunLog& log, Console& cons
   return Status::kFindings;
 }
 
+// A file that waits: its turn, or for the end of some trouble.
+Status WhyHeld(const std::string& path, Console& console) {
+  std::string error;
+  std::vector<LogEntry> entries;
+  for (const Held& held : HeldBack(std::time(nullptr), error)) {
+    if (Concerns(held, path)) entries.push_back(held.entry);
+  }
+  if (!error.empty()) {
+    console.err << "the run log cannot be read: " << OneLine(error) << '\n';
+    return Status::kCouldNotLook;
+  }
+  console.out << OneLine(path) << "\nwaits\n\n";
+  if (entries.empty()) {
+    console.out << "The run log has nothing that would hold it back: it waits for its turn.\n";
+    return Status::kFine;
+  }
+  for (const LogEntry& entry : entries) console.out << entry.Show() << '\n';
+  console.out << '\n';
+  GiveAdvice(entries, console);
+  console.out << "It is counted as soon as that has ended, without any further step.\n";
+  return Status::kFine;
+}
+
 }  // namespace
 
 Status Why(const std::string& file, Console& console) {
   const std::string path = SpoolPath(file);
-  if (WaitingName(path).empty()) {
-    console.err << OneLine(file) << ": no .err, .orig or .mid file\n";
+  const bool waits = IsMemFileName(std::string(FileNameOf(path)));
+  if (WaitingName(path).empty() && !waits) {
+    console.err << OneLine(file) << ": no .err, .orig, .mid or .dat file\n";
     return Status::kCouldNotLook;
   }
   struct stat status {};
@@ -137,6 +163,7 @@ Status Why(const std::string& file, Console& console) {
     console.err << OneLine(path) << ": " << std::strerror(errno) << '\n';
     return Status::kCouldNotLook;
   }
+  if (waits) return WhyHeld(path, console);
   // A rename leaves the time of the content alone, but sets this one.
   const std::tm when = LocalTime(status.st_ctime);
   console.out << OneLine(path) << '\n'

@@ -1,0 +1,165 @@
+#include "delivery/batch.h"
+
+#include <algorithm>
+
+#include "log/engine_unit.h"
+#include "log/zux_center_log.h"
+#include "support/names.h"
+#include "support/run_state.h"
+
+using Kind = BatchOutcome::Kind;
+
+BatchOutcome Batch::Failed() { return {Kind::kFailed, 0, m_sql.lastFailure(), m_sql.Reason()}; }
+
+BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& before,
+                        const std::string& token) {
+  if (!m_sql.Run("start transaction")) return Failed();
+  BatchOutcome outcome = Fill(files, before, token);
+  if (outcome.kind == Kind::kCommitted) {
+    if (m_sql.Run("commit")) {
+      LogLoads(files);
+      g_loger(kUnit, __LINE__, kInfo, "commit ok!");
+      return outcome;
+    }
+    outcome = Failed();
+  }
+  m_sql.Run("rollback");
+  return outcome;
+}
+
+// Once it is certain: a file of a batch that falls apart is loaded again.
+void Batch::LogLoads(const std::vector<MemFile>& files) const {
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (WasCountedBefore(i)) continue;
+    m_sources[i]->LogCounts();
+    g_loger(kUnit, __LINE__, kDebug, "load table (%s.%s) success", files[i].database.c_str(),
+            files[i].table.c_str());
+  }
+}
+
+bool Batch::WasCountedBefore(std::size_t number) const {
+  return std::find(m_counted_before.begin(), m_counted_before.end(), number) !=
+         m_counted_before.end();
+}
+
+BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& before,
+                         const std::string& token) {
+  BatchOutcome outcome;
+  if (!OpenAll(files, outcome)) return outcome;
+  // The mark comes first: a session that was left behind and is still at work holds it.
+  bool taken = false;
+  if (!m_ledger.TakeMark(m_mem_table, before, token, taken)) return Failed();
+  if (!taken) return {Kind::kOvertaken, 0, SqlFailure::kNone, {}};
+  if (!FindCounted(outcome)) return outcome;
+  std::vector<LedgerFile> added;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (WasCountedBefore(i)) continue;
+    if (!Load(i, files, outcome)) return outcome;
+    added.push_back(m_entries[i]);
+  }
+  if (added.empty() && !files.empty()) return outcome;
+  if (!m_ledger.AddFiles(added)) return Failed();
+  for (const MidTarget& target : m_plan.targets) {
+    if (!Convert(target, outcome)) return outcome;
+  }
+  return outcome;
+}
+
+bool Batch::OpenAll(const std::vector<MemFile>& files, BatchOutcome& outcome) {
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    m_sources.push_back(std::make_unique<LoadSource>(files[i], m_registry));
+    switch (m_sources.back()->Open()) {
+      case LoadSource::Opened::kReady:
+        m_entries.push_back(LedgerFile::Of(files[i].path, m_sources.back()->identity()));
+        break;
+      case LoadSource::Opened::kGone:
+        outcome = {Kind::kFileGone, i, SqlFailure::kNone, {}};
+        return false;
+      case LoadSource::Opened::kNotRegular:
+        outcome = {Kind::kFileRefused, i, SqlFailure::kNone, {}};
+        return false;
+      case LoadSource::Opened::kUnreadable:
+        outcome = {Kind::kFileChanged, i, SqlFailure::kNone, m_sources.back()->error()};
+        return false;
+    }
+  }
+  return true;
+}
+
+bool Batch::FindCounted(BatchOutcome& outcome) {
+  std::vector<LedgerFile> counted;
+  if (!m_ledger.FindCounted(m_entries, counted)) {
+    outcome = Failed();
+    return false;
+  }
+  for (std::size_t i = 0; i < m_entries.size(); ++i) {
+    if (std::any_of(counted.begin(), counted.end(),
+                    [&](const LedgerFile& file) { return file.IsSameFile(m_entries[i]); })) {
+      m_counted_before.push_back(i);
+    }
+  }
+  return true;
+}
+
+bool Batch::Load(std::size_t number, const std::vector<MemFile>& files, BatchOutcome& outcome) {
+  const MemFile& file = files[number];
+  LoadSource& source = *m_sources[number];
+  const std::string load = "load data local infile '" + std::string(FileNameOf(file.path)) +
+                           "' ignore into table " + file.QualifiedTable();
+  LoadCounts counts;
+  if (m_sql.loadLocal(load.c_str(), source, counts) != 0) {
+    return LoadFailed(number, files.size() == 1, outcome);
+  }
+  if (source.HasChanged()) {
+    outcome = {Kind::kFileChanged, number, SqlFailure::kNone, "changed while it was read"};
+    return false;
+  }
+  // Rows were skipped for a key: for one of this file, which counts as it would alone, or for one
+  // of a file before, which would make the sums others than those of loading file by file.
+  if (counts.skipped > 0 && number > 0) {
+    outcome = {Kind::kFileApart, number, SqlFailure::kNone, {}};
+    return false;
+  }
+  m_entries[number].rows = counts.records;
+  m_rows += counts.records;
+  return true;
+}
+
+bool Batch::LoadFailed(std::size_t number, bool alone, BatchOutcome& outcome) {
+  if (g_nMainRun == 0) {
+    outcome = {Kind::kFailed, number, SqlFailure::kConnection, "stopped"};
+    return false;
+  }
+  const std::string& unread = m_sources[number]->error();
+  if (!unread.empty()) {
+    outcome = {Kind::kFileChanged, number, SqlFailure::kNone, unread};
+    return false;
+  }
+  outcome = Failed();
+  outcome.file = number;
+  if (outcome.failure != SqlFailure::kData) return false;
+  outcome.kind = alone ? Kind::kLoadFailed : Kind::kFileApart;
+  return false;
+}
+
+bool Batch::Convert(const MidTarget& target, BatchOutcome& outcome) {
+  if (m_sql.Run(target.convert)) return true;
+  outcome = Failed();
+  const bool may_fall_back =
+      outcome.failure == SqlFailure::kData || outcome.failure == SqlFailure::kStatement;
+  if (!may_fall_back || target.fallback.empty()) return false;
+  if (TransactionIsGone()) {
+    outcome.failure = SqlFailure::kServer;
+    return false;
+  }
+  if (m_sql.Run(target.fallback)) return true;
+  outcome = Failed();
+  return false;
+}
+
+// A server that has ended the transaction would count the fallback's rows alone. Within a
+// transaction it refuses the statement below; outside of one the statement changes nothing of
+// weight.
+bool Batch::TransactionIsGone() {
+  return m_sql.Run("set transaction isolation level repeatable read");
+}

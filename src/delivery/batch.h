@@ -1,0 +1,73 @@
+// One transaction: files of one mem table, loaded one after the other, a ledger entry for each, and
+// all conversions once.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "delivery/connection.h"
+#include "delivery/ledger.h"
+#include "delivery/load_source.h"
+#include "delivery/plan.h"
+#include "localuser/tourlocaluser.h"
+#include "spool/mem_file.h"
+
+struct BatchOutcome {
+  enum class Kind {
+    kCommitted,
+    kOvertaken,    // another batch came between: the mark is to be read again
+    kFileGone,     // `file` is not there any more
+    kFileRefused,  // `file` is no regular file
+    kFileChanged,  // `file` was written to while it was read, or could not be read
+    kFileApart,   // `file` must stand alone: for a key of another file, or to see whose fault it is
+    kLoadFailed,  // the server refused `file`, which stood alone, for the sake of its rows
+    kFailed,      // anything else, by `failure`
+  };
+  Kind kind = Kind::kCommitted;
+  std::size_t file = 0;
+  SqlFailure failure = SqlFailure::kNone;
+  std::string reason;
+};
+
+// An object runs one batch, once. The connection is in the database of the mem table, which exists
+// and is empty or holds rows that are not counted yet; so do the mid tables.
+class Batch {
+ public:
+  Batch(Connection& sql, TourLocalUser* registry, const std::string& mem_table, const Plan& plan)
+      : m_sql(sql), m_ledger(sql), m_registry(registry), m_mem_table(mem_table), m_plan(plan) {}
+
+  // Counts the rows of `files`, and those that the mem table holds already, under `token`, if the
+  // mem table's token is `before`. But for kCommitted and a connection that was lost during the
+  // commit nothing has happened.
+  BatchOutcome Run(const std::vector<MemFile>& files, const std::string& before,
+                   const std::string& token);
+
+  // After kCommitted: whether files brought rows; the files that were counted before, and all that
+  // are counted now, each by its number in `files`.
+  bool HasCountedRows() const { return m_rows > 0; }
+  const std::vector<std::size_t>& countedBefore() const { return m_counted_before; }
+  const std::vector<LedgerFile>& identities() const { return m_entries; }
+
+ private:
+  void LogLoads(const std::vector<MemFile>& files) const;
+  bool WasCountedBefore(std::size_t number) const;
+  BatchOutcome Fill(const std::vector<MemFile>& files, const std::string& before,
+                    const std::string& token);
+  bool OpenAll(const std::vector<MemFile>& files, BatchOutcome& outcome);
+  bool FindCounted(BatchOutcome& outcome);
+  bool Load(std::size_t number, const std::vector<MemFile>& files, BatchOutcome& outcome);
+  bool LoadFailed(std::size_t number, bool alone, BatchOutcome& outcome);
+  bool Convert(const MidTarget& target, BatchOutcome& outcome);
+  bool TransactionIsGone();
+  BatchOutcome Failed();
+
+  Connection& m_sql;
+  Ledger m_ledger;
+  TourLocalUser* const m_registry;
+  const std::string& m_mem_table;
+  const Plan& m_plan;
+  std::vector<std::unique_ptr<LoadSource>> m_sources;
+  std::vector<LedgerFile> m_entries;
+  std::vector<std::size_t> m_counted_before;
+  std::uint64_t m_rows = 0;
+};

@@ -1,0 +1,115 @@
+#include "delivery/connection.h"
+
+#include <mysqld_error.h>
+
+#include <fstream>
+#include <string_view>
+
+#include "log/engine_unit.h"
+#include "log/zux_center_log.h"
+#include "support/names.h"
+#include "support/paths.h"
+
+namespace {
+
+// How long a session that was ended may take to go.
+constexpr int kClaimSeconds = 2;
+// A lock that somebody else holds for longer is trouble: what met it is tried again later, and
+// others get their turn.
+constexpr int kLockSeconds = 5;
+
+// How MariaDB, MySQL, servers before them, and the client library say that no bytes may be sent.
+bool RefusesLocalFiles(unsigned int error) {
+  constexpr unsigned int kOnMysql = 3948;
+  constexpr unsigned int kInLibrary = 2068;
+  return error == ER_LOAD_INFILE_CAPABILITY_DISABLED || error == ER_NOT_ALLOWED_COMMAND ||
+         error == kOnMysql || error == kInLibrary;
+}
+
+// The first half of the machine's id, which no other machine has.
+std::string MachineName() {
+  std::ifstream in(paths::kMachineId);
+  std::string id;
+  in >> id;
+  return IsSafeIdentifier(id) ? id.substr(0, 16) : std::string();
+}
+
+}  // namespace
+
+Connection::Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence) : CMysqlBase(auth) {
+  allowLocalLoads();
+  endWorkOnStop();
+  logNothing();
+  noticeLostAnswers(silence);
+  setLockWaitSeconds(kLockSeconds);
+}
+
+std::string Connection::Reason() {
+  if (lastFailure() == SqlFailure::kPrivilege && RefusesLocalFiles(errorNumber())) {
+    return "local_infile of the server is off, no file can be loaded: set global local_infile = 1";
+  }
+  constexpr std::string_view kBegin = " failed, error:";
+  const std::string error = getLastError();
+  const std::size_t at = error.rfind(kBegin);
+  return at == std::string::npos ? error : error.substr(at + kBegin.size());
+}
+
+bool Connection::Ask(const std::string& query, std::string& value) {
+  std::vector<SqlRecord> rows;
+  if (!Query(query, rows)) return false;
+  value = rows.empty() || rows.front().empty() ? std::string() : rows.front().begin()->second;
+  if (value == "NULL") value.clear();
+  return true;
+}
+
+bool Connection::FindDatabase(const std::string& database, bool& found) {
+  std::string there;
+  if (!Ask("select 1 as n from information_schema.schemata where schema_name = '" + database + "'",
+           there)) {
+    return false;
+  }
+  found = !there.empty();
+  return true;
+}
+
+bool Connection::FindTable(const std::string& database, const std::string& table, bool& found) {
+  std::string there;
+  if (!Ask("select 1 as n from information_schema.tables where table_schema = '" + database +
+               "' and table_name = '" + table + "'",
+           there)) {
+    return false;
+  }
+  found = !there.empty();
+  return true;
+}
+
+// The server gives up a named lock with the session that holds it, however that ended. The name is
+// the machine's own: the service of another machine is none that was left behind.
+bool Connection::Claim(const std::string& database) {
+  const std::string name = "'midtable " + MachineName() + " " + database + "'";
+  std::string got;
+  std::string holder;
+  if (!Ask("select get_lock(" + name + ", 0) as n", got)) return false;
+  if (got == "1") return true;
+  if (!Ask("select is_used_lock(" + name + ") as n", holder)) return false;
+  if (!holder.empty() && Run("kill " + holder)) {
+    g_loger(kUnit, __LINE__, kInfo, "session %s of an earlier run on db %s ended", holder.c_str(),
+            database.c_str());
+  }
+  // Another session holds it still, or the server has no such locks: the ledger keeps both apart.
+  return Ask("select get_lock(" + name + ", " + std::to_string(kClaimSeconds) + ") as n", got);
+}
+
+bool Connection::SaysItExists() const {
+  switch (errorNumber()) {
+    case ER_DB_CREATE_EXISTS:
+    case ER_TABLE_EXISTS_ERROR:
+    case ER_DUP_FIELDNAME:
+    case ER_DUP_KEYNAME:
+    case ER_MULTIPLE_PRI_KEY:
+    case ER_TRG_ALREADY_EXISTS:
+      return true;
+    default:
+      return false;
+  }
+}

@@ -1,0 +1,38 @@
+// The connection of one worker: a MySQL back end that logs nothing by itself, since a statement
+// that fails is tried again and its worker says so once a minute.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "db/MysqlBase.h"
+
+class Connection : public CMysqlBase {
+ public:
+  static constexpr std::chrono::seconds kSilence{10};
+
+  // `silence`: after how long an answer that does not come is looked for in the process list.
+  explicit Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence = kSilence);
+
+  // As executeSQL and fetchRecordSet, in the terms of this folder.
+  bool Run(const std::string& sql) { return executeSQL(sql.c_str(), 0) == 0; }
+  bool Query(const std::string& sql, std::vector<SqlRecord>& rows) {
+    return fetchRecordSet(sql.c_str(), rows) == 0;
+  }
+  // The server's own words about the last failure, without the statement.
+  std::string Reason();
+  // Whether the database, or its table, is there, in `found`. False when that could not be asked.
+  bool FindDatabase(const std::string& database, bool& found);
+  bool FindTable(const std::string& database, const std::string& table, bool& found);
+  // Makes this connection the one of this machine that works on `database`. A session that a kill
+  // left behind on the server, maybe in the middle of a statement and with its locks, is ended
+  // first. False when the server could not be asked.
+  bool Claim(const std::string& database);
+  // Whether the last failure only says that what was to be made is there.
+  bool SaysItExists() const;
+
+ private:
+  // The first value of the first row; empty when there is none, or NULL.
+  bool Ask(const std::string& query, std::string& value);
+};

@@ -1,0 +1,152 @@
+#include "delivery/ledger.h"
+
+#include <cstdlib>
+
+#include "log/zux_center_log.h"
+#include "support/names.h"
+
+namespace {
+
+constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+std::string Quoted(const std::string& text) { return "'" + text + "'"; }
+
+// The condition for rows of these files. The list of names is what finds them by the primary key.
+std::string IsOneOf(std::span<const LedgerFile> files) {
+  std::string names;
+  std::string keys;
+  const char* separator = "";
+  for (const LedgerFile& file : files) {
+    names += separator + Quoted(file.name);
+    keys += separator + ("(" + Quoted(file.name) + "," + std::to_string(file.size) + "," +
+                         std::to_string(file.modified) + ")");
+    separator = ",";
+  }
+  return "kind = 'F' and name in (" + names + ") and (name, size, modified) in (" + keys + ")";
+}
+
+}  // namespace
+
+LedgerFile LedgerFile::Of(const std::string& path, const FileIdentity& identity) {
+  return {std::string(FileNameOf(path)), static_cast<std::uint64_t>(identity.size),
+          identity.seconds * kNanosecondsPerSecond + identity.nanoseconds};
+}
+
+bool Ledger::Create() {
+  return m_sql.Run(
+      Format("create table if not exists %s (kind char(1) not null, name varbinary(255) not null, "
+             "size bigint unsigned not null, modified bigint not null, file_rows bigint unsigned "
+             "not null default 0, token char(32) not null default '', state char(1) not null "
+             "default '', changed_at timestamp not null default current_timestamp on update "
+             "current_timestamp, primary key (kind, name, size, modified)) engine = InnoDB",
+             kLedgerTable));
+}
+
+bool Ledger::ReadMark(const std::string& mem_table, MemTableMark& mark) {
+  std::vector<SqlRecord> rows;
+  if (!m_sql.Query(Format("select token, state from %s where kind = 'M' and name = '%s'",
+                          kLedgerTable, mem_table.c_str()),
+                   rows)) {
+    return false;
+  }
+  mark = {};
+  if (rows.empty()) return true;
+  mark = {true, rows.front()["state"] == "C", rows.front()["token"]};
+  return true;
+}
+
+bool Ledger::AddMark(const std::string& mem_table) {
+  return m_sql.Run(
+      Format("insert ignore into %s (kind, name, size, modified, state) values ('M', '%s', 0, 0, "
+             "'E')",
+             kLedgerTable, mem_table.c_str()));
+}
+
+bool Ledger::TakeMark(const std::string& mem_table, const std::string& before,
+                      const std::string& token, bool& taken) {
+  const std::string update = Format(
+      "update %s set token = '%s', state = 'C' where kind = 'M' and name = '%s' and size = "
+      "0 and modified = 0 and token = '%s'",
+      kLedgerTable, token.c_str(), mem_table.c_str(), before.c_str());
+  if (!m_sql.Run(update)) return false;
+  taken = m_sql.affectedRows() == 1;
+  return true;
+}
+
+bool Ledger::MarkEmptied(const std::string& mem_table, const std::string& token) {
+  return m_sql.Run(
+      Format("update %s set state = 'E' where kind = 'M' and name = '%s' and size = 0 and modified "
+             "= 0 and token = '%s'",
+             kLedgerTable, mem_table.c_str(), token.c_str()));
+}
+
+bool Ledger::Query(const std::string& query, std::vector<LedgerFile>& files) {
+  std::vector<SqlRecord> rows;
+  if (!m_sql.Query(query, rows)) return false;
+  for (SqlRecord& row : rows) {
+    files.push_back({row["name"], std::strtoull(row["size"].c_str(), nullptr, 10),
+                     std::strtoll(row["modified"].c_str(), nullptr, 10)});
+  }
+  return true;
+}
+
+bool Ledger::FindCounted(std::span<const LedgerFile> files, std::vector<LedgerFile>& counted) {
+  if (files.empty()) return true;
+  return Query(
+      std::string("select name, size, modified from ") + kLedgerTable + " where " + IsOneOf(files),
+      counted);
+}
+
+bool Ledger::AddFiles(std::span<const LedgerFile> files) {
+  if (files.empty()) return true;
+  std::string insert = std::string("insert into ") + kLedgerTable +
+                       " (kind, name, size, modified, file_rows) values ";
+  const char* separator = "";
+  for (const LedgerFile& file : files) {
+    insert += separator + std::string("('F',") + Quoted(file.name) + "," +
+              std::to_string(file.size) + "," + std::to_string(file.modified) + "," +
+              std::to_string(file.rows) + ")";
+    separator = ",";
+  }
+  return m_sql.Run(insert);
+}
+
+bool Ledger::FilesNotSeen(const std::string& behind, std::size_t most,
+                          std::vector<LedgerFile>& files) {
+  return Query(Format("select name, size, modified from %s where kind = 'F' and state = '' and "
+                      "name > '%s' order by name limit %zu",
+                      kLedgerTable, behind.c_str(), most),
+               files);
+}
+
+// The time stays that of the counting.
+bool Ledger::MarkSeen(std::span<const LedgerFile> files) {
+  if (files.empty()) return true;
+  return m_sql.Run(std::string("update ") + kLedgerTable +
+                   " set state = 'S', changed_at = changed_at where " + IsOneOf(files));
+}
+
+bool Ledger::CountSeen(std::uint64_t& files) {
+  std::vector<SqlRecord> rows;
+  if (!m_sql.Query(
+          Format("select count(*) as n from %s where kind = 'F' and state = 'S'", kLedgerTable),
+          rows) ||
+      rows.empty()) {
+    return false;
+  }
+  files = std::strtoull(rows.front()["n"].c_str(), nullptr, 10);
+  return true;
+}
+
+bool Ledger::RemoveOldestSeen(std::size_t most) {
+  return m_sql.Run(
+      Format("delete from %s where kind = 'F' and state = 'S' order by changed_at limit %zu",
+             kLedgerTable, most));
+}
+
+bool Ledger::RemoveEmptiedMarks() {
+  return m_sql.Run(
+      Format("delete from %s where kind = 'M' and state = 'E' and changed_at < now() - "
+             "interval 7 day",
+             kLedgerTable));
+}

@@ -1,0 +1,75 @@
+#include "delivery/load_source.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include "support/run_state.h"
+
+LoadSource::LoadSource(const MemFile& file, TourLocalUser* registry)
+    : m_path(file.path), m_registry(file.HasLocalFlags() ? registry : nullptr) {}
+
+LoadSource::Opened LoadSource::Open() {
+  struct stat status {};
+  m_file = OpenRegular(m_path, status);
+  if (!m_file) {
+    if (errno == ENOENT || errno == ENOTDIR) return Opened::kGone;
+    if (errno == ELOOP || errno == EINVAL || errno == ENXIO) return Opened::kNotRegular;
+    Fail("open");
+    return Opened::kUnreadable;
+  }
+  m_identity = IdentityOf(status);
+  if (m_registry != nullptr) {
+    m_records = std::make_unique<FlaggedRecords>(
+        m_file.get(), m_path, [this](std::uint32_t code) { return m_registry->FlagOf(code); });
+  }
+  return Opened::kReady;
+}
+
+bool LoadSource::HasChanged() const {
+  struct stat status {};
+  if (fstat(m_file.get(), &status) != 0 || IdentityOf(status) != m_identity) return true;
+  return IdentityOf(m_path) != m_identity;
+}
+
+void LoadSource::LogCounts() const {
+  if (m_records != nullptr) m_records->counts().Log(m_path);
+}
+
+int LoadSource::Fail(const char* what) {
+  m_error =
+      std::string("cannot ") + what + " " + m_path + ": " + std::generic_category().message(errno);
+  return -1;
+}
+
+int LoadSource::Read(char* buffer, unsigned int size) {
+  if (g_nMainRun == 0) {
+    m_error = "stopped";
+    return -1;
+  }
+  if (m_records != nullptr) return ReadFlagged(buffer, size);
+  ssize_t got = 0;
+  do {
+    got = read(m_file.get(), buffer, size);
+  } while (got < 0 && errno == EINTR);
+  return got < 0 ? Fail("read") : static_cast<int>(got);
+}
+
+int LoadSource::ReadFlagged(char* buffer, unsigned int size) {
+  unsigned int filled = 0;
+  while (filled < size) {
+    if (m_rest.empty()) {
+      const auto result = m_records->Next(m_rest);
+      if (result == FlaggedRecords::Result::kFailed) return Fail("read");
+      if (result == FlaggedRecords::Result::kEnd) break;
+    }
+    const std::size_t part = std::min<std::size_t>(m_rest.size(), size - filled);
+    std::memcpy(buffer + filled, m_rest.data(), part);
+    m_rest.remove_prefix(part);
+    filled += static_cast<unsigned int>(part);
+  }
+  return static_cast<int>(filled);
+}

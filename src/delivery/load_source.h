@@ -1,0 +1,50 @@
+// The bytes of one mem file on their way to the server, with local flags behind the records of
+// kind F. The file itself is left as it came.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "db/LocalLoad.h"
+#include "localuser/tourlocaluser.h"
+#include "spool/mem_file.h"
+#include "support/file.h"
+#include "support/file_identity.h"
+
+// One thread. The registry must outlive it.
+class LoadSource : public LoadBytes {
+ public:
+  enum class Opened {
+    kReady,
+    kGone,        // no file has the name
+    kNotRegular,  // a link, a folder, a pipe: never read
+    kUnreadable,  // the reason is in error()
+  };
+
+  // `registry`: flags are added where it is given.
+  LoadSource(const MemFile& file, TourLocalUser* registry);
+
+  // Opens the file, which is read from its begin on. No link is followed.
+  Opened Open();
+  // Which file it is, as it was when it was opened.
+  const FileIdentity& identity() const { return m_identity; }
+  // Whether it was written to since, or its name stands for another file now.
+  bool HasChanged() const;
+  // Logs how the lines of a file with flags fared.
+  void LogCounts() const;
+
+  int Read(char* buffer, unsigned int size) override;
+  std::string error() const override { return m_error; }
+
+ private:
+  int ReadFlagged(char* buffer, unsigned int size);
+  int Fail(const char* what);
+
+  const std::string m_path;
+  TourLocalUser* const m_registry;
+  FileDescriptor m_file;
+  FileIdentity m_identity{};
+  std::unique_ptr<FlaggedRecords> m_records;
+  std::string_view m_rest;  // of a record that did not fit
+  std::string m_error;
+};

@@ -1,0 +1,35 @@
+// Something that holds files back, as the run log tells it: a line when it begins, one a minute
+// while it lasts, one when it has ended. Tried again after pauses that grow from a second to eight.
+// Another reason is another trouble, and is told at once.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+class Trouble {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  // `what` is held back, as the log names it: "table WLAN_1a2b3c4d.MEM_20121231_0000A".
+  explicit Trouble(std::string what, std::chrono::seconds longest_pause = std::chrono::seconds(8))
+      : m_what(std::move(what)), m_longest_pause(longest_pause) {}
+
+  // A try has failed for `reason`; `files` wait.
+  void Failed(const std::string& reason, std::size_t files, Clock::time_point now);
+  // A try has succeeded; nothing when there was no trouble.
+  void Ended();
+  // The next try is due at once.
+  void Hurry() { m_next_try = {}; }
+
+  bool lasts() const { return m_lasts; }
+  bool IsDue(Clock::time_point now) const { return !m_lasts || now >= m_next_try; }
+
+ private:
+  const std::string m_what;
+  const std::chrono::seconds m_longest_pause;
+  bool m_lasts = false;
+  std::string m_reason;
+  std::chrono::seconds m_pause{1};
+  Clock::time_point m_next_try;
+  Clock::time_point m_logged_at;
+};

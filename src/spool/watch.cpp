@@ -1,0 +1,86 @@
+#include "spool/watch.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "spool/mem_file.h"
+#include "spool/spool_system.h"
+#include "support/paths.h"
+
+namespace {
+
+constexpr std::uint32_t kFolderEvents =
+    IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr std::uint32_t kSpoolEvents =
+    IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+
+bool IsLocal(const std::string& path) {
+  const FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder && SpoolSystem::Real().IsLocal(folder.get());
+}
+
+}  // namespace
+
+bool SpoolWatch::Watch(const std::vector<std::string>& folders) {
+  if (!m_inotify) m_inotify.reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  if (!m_inotify || !WatchSpool()) return false;
+  return std::all_of(folders.begin(), folders.end(),
+                     [this](const std::string& folder) { return WatchFolder(folder); });
+}
+
+bool SpoolWatch::WatchSpool() {
+  if (m_spool >= 0) return true;
+  if (!IsLocal(paths::kSpool)) return false;
+  m_spool = inotify_add_watch(m_inotify.get(), paths::kSpool, kSpoolEvents);
+  return m_spool >= 0;
+}
+
+bool SpoolWatch::WatchFolder(const std::string& folder) {
+  if (m_watches.count(folder) != 0) return true;
+  const std::string path = paths::kSpool + folder;
+  if (!IsLocal(path)) return false;
+  const int watch = inotify_add_watch(m_inotify.get(), path.c_str(), kFolderEvents);
+  if (watch < 0) return false;
+  m_folders[watch] = folder;
+  m_watches[folder] = watch;
+  return true;
+}
+
+void SpoolWatch::Forget(int watch) {
+  if (watch == m_spool) m_spool = -1;
+  const auto found = m_folders.find(watch);
+  if (found == m_folders.end()) return;
+  m_watches.erase(found->second);
+  m_folders.erase(found);
+}
+
+std::vector<SpoolWatch::Event> SpoolWatch::Wait(std::chrono::milliseconds longest) {
+  pollfd waiting{m_inotify.get(), POLLIN, 0};
+  std::vector<Event> seen;
+  if (poll(&waiting, m_inotify ? 1 : 0, static_cast<int>(longest.count())) <= 0) return seen;
+  alignas(inotify_event) char buffer[16 * 1024];
+  for (;;) {
+    const ssize_t size = read(m_inotify.get(), buffer, sizeof buffer);
+    if (size <= 0) return seen;
+    for (const char* at = buffer; at < buffer + size;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(at);
+      at += sizeof(inotify_event) + event->len;
+      const std::string name = event->len > 0 ? event->name : "";
+      if ((event->mask & IN_Q_OVERFLOW) != 0) {
+        seen.push_back({});
+      } else if ((event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT)) != 0) {
+        if ((event->mask & IN_MOVE_SELF) != 0) inotify_rm_watch(m_inotify.get(), event->wd);
+        Forget(event->wd);
+        seen.push_back({});
+      } else if (event->wd == m_spool) {
+        if (IsDatabaseId(name)) seen.push_back({name, ""});
+      } else if (const auto folder = m_folders.find(event->wd); folder != m_folders.end()) {
+        if (IsMemFileName(name)) seen.push_back({folder->second, name});
+      }
+    }
+  }
+}

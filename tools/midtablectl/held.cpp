@@ -1,0 +1,54 @@
+#include "midtablectl/held.h"
+
+#include <algorithm>
+
+#include "midtablectl/local_time.h"
+#include "spool/mem_file.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr std::time_t kDay = 86'400;
+// What was not repeated for longer has ended with the service that told it.
+constexpr int kStaleSeconds = 150;
+
+int SecondOf(const std::tm& time) { return (time.tm_hour * 60 + time.tm_min) * 60 + time.tm_sec; }
+
+void Take(const LogEntry& entry, std::vector<Held>& all) {
+  const auto forget = [&all](std::string_view what) {
+    std::erase_if(all, [what](const Held& held) { return held.what == what; });
+  };
+  if (entry.ValuesOf(kDeliveryStarts)) all.clear();
+  if (const auto values = entry.ValuesOf(kGoesOn)) forget(values->front());
+  const auto values = entry.ValuesOf(kHeldBack);
+  if (!values) return;
+  forget(values->front());
+  all.push_back(
+      {std::string((*values)[0]), std::string((*values)[1]), std::string((*values)[2]), entry});
+}
+
+}  // namespace
+
+std::vector<Held> HeldBack(std::time_t now, std::string& error) {
+  std::vector<Held> all;
+  const int second = SecondOf(LocalTime(now));
+  // The service begins the log of a new day late.
+  for (const std::time_t day : {now - kDay, now}) {
+    const RunLog log = ReadLogOf(day);
+    if (!log.error.empty()) error = log.error;
+    for (const LogEntry& entry : log.entries) Take(entry, all);
+  }
+  std::erase_if(all, [second](const Held& held) {
+    const auto age = (second - held.entry.second + kDay) % kDay;
+    return age > kStaleSeconds;
+  });
+  return all;
+}
+
+bool Concerns(const Held& held, const std::string& path) {
+  return held.what == "server" || held.what == "table " + MemFile::Parse(path).QualifiedTable() ||
+         held.what == "file (" + path + ")";
+}
+
+}  // namespace ctl
