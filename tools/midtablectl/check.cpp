@@ -39,7 +39,8 @@ Status Check(const CheckOptions& options, Console& console) {
   Findings findings;
   const std::string settings = options.settings.empty() ? paths::kSettingsFile : options.settings;
   const auto checked = CheckSettings(settings, findings);
-  const Dialect& dialect = Dialect::Of(checked ? checked->auth : MYSQLAUTH());
+  const MYSQLAUTH store = checked ? checked->auth : MYSQLAUTH();
+  const Dialect& dialect = Dialect::Of(store);
   const DefinitionSet definitions = CheckDefinitions(
       options.definitions.empty() ? dialect.DefinitionsFile() : options.definitions, dialect, true,
       findings);
