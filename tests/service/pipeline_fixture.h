@@ -73,8 +73,8 @@ class Pipeline : public testing::Test {
 
   // Puts a file of these rows into the spool, as a producer does; its path without the suffix.
   static std::string Drop(const std::string& table, const std::string& time,
-                          const std::string& rows) {
-    const std::string stem = kSpool + "1a2b3c4d/1a2b3c4d-" + table + "-20121231-" + time;
+                          const std::string& rows, const std::string& id = "1a2b3c4d") {
+    const std::string stem = kSpool + id + "/" + id + "-" + table + "-20121231-" + time;
     WriteFile(stem + ".tmp", rows);
     fs::rename(stem + ".tmp", stem + ".dat");
     return stem;
