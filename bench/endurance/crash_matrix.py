@@ -214,7 +214,7 @@ STEP_NAMES = (
     ("load data infile", r"load data"),
     ("rename .dat to .mid", None),
     ("switch to the database", None),
-    ("look into the ledger, the tables", r"select |\(select |show tables from|create table if not exists midtable_ledger|set "),
+    ("look into tables, set limits", r"select |\(select |show tables from|create table if not exists midtable_ledger|set "),
     ("write to the ledger", r"(update|insert|insert ignore into|delete from) .*midtable_ledger"),
     ("start transaction", r"start transaction"),
     ("look for a mid table", r"show tables .*\"T_"),

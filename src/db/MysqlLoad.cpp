@@ -13,6 +13,7 @@ namespace {
 
 constexpr int kFailed = 1;
 
+// The client library passes on the counts of a load as a sentence only.
 // The number behind `label` in the server's words "Records: 3  Deleted: 0  Skipped: 1".
 std::uint64_t NumberBehind(const char* words, const char* label) {
   const char* const at = words == nullptr ? nullptr : std::strstr(words, label);
@@ -21,12 +22,15 @@ std::uint64_t NumberBehind(const char* words, const char* label) {
 
 }  // namespace
 
+// The option allows the server to ask, the handler decides what it gets: without the handler the
+// library would open whatever file of this machine the server names.
 void CMysqlBase::prepareLocalLoads() {
   constexpr unsigned int kOn = 1;
   mysql_optionsv(usable(), MYSQL_OPT_LOCAL_INFILE, &kOn);
   mysql_set_local_infile_handler(usable(), beginLoad, readLoad, endLoad, explainLoad, this);
 }
 
+// Called whenever the server asks for a file, in the answer to any statement.
 int CMysqlBase::beginLoad(void** state, const char* /*name*/, void* self) {
   *state = self;
   return static_cast<CMysqlBase*>(self)->m_loadBytes == nullptr ? kFailed : 0;
@@ -38,6 +42,7 @@ int CMysqlBase::readLoad(void* state, char* buffer, unsigned int size) {
 
 void CMysqlBase::endLoad(void* /*state*/) {}
 
+// The library sends the text to nobody; it becomes the last error of the load.
 int CMysqlBase::explainLoad(void* state, char* text, unsigned int size) {
   const LoadBytes* const bytes = static_cast<CMysqlBase*>(state)->m_loadBytes;
   std::snprintf(text, size, "%s", bytes == nullptr ? "no load is at work" : bytes->error().c_str());

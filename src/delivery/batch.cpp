@@ -11,6 +11,8 @@ using Kind = BatchOutcome::Kind;
 
 BatchOutcome Batch::Failed() { return {Kind::kFailed, 0, m_sql.lastFailure(), m_sql.Reason()}; }
 
+// A commit that failed may still have happened, when the connection was lost under it. Nobody needs
+// to know here: the next batch asks the ledger, which was part of the same transaction.
 BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& before,
                         const std::string& token) {
   if (!m_sql.Run("start transaction")) return Failed();
@@ -57,6 +59,7 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
     if (!Load(i, files, outcome)) return outcome;
     added.push_back(m_entries[i]);
   }
+  // Nothing new: the commit then only takes the mark, and the files get their final names.
   if (added.empty() && !files.empty()) return outcome;
   if (!m_ledger.AddFiles(added)) return Failed();
   for (const MidTarget& target : m_plan.targets) {
@@ -65,6 +68,8 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
   return outcome;
 }
 
+// All files are open before the first row moves. Whatever happens to their names from here on, the
+// bytes that are loaded and the identities in the ledger belong together.
 bool Batch::OpenAll(const std::vector<MemFile>& files, BatchOutcome& outcome) {
   for (std::size_t i = 0; i < files.size(); ++i) {
     m_sources.push_back(std::make_unique<LoadSource>(files[i], m_registry));
@@ -86,6 +91,8 @@ bool Batch::OpenAll(const std::vector<MemFile>& files, BatchOutcome& outcome) {
   return true;
 }
 
+// Asked within the transaction and behind the mark: an earlier session that was left behind has
+// either committed by now, and its files are found, or it will meet another token and give up.
 bool Batch::FindCounted(BatchOutcome& outcome) {
   std::vector<LedgerFile> counted;
   if (!m_ledger.FindCounted(m_entries, counted)) {
@@ -125,6 +132,9 @@ bool Batch::Load(std::size_t number, const std::vector<MemFile>& files, BatchOut
   return true;
 }
 
+// Whose fault it is: a stop and a file that could not be read end the load from this side, and the
+// server's text would only repeat that. Data that the server refuses is the file's fault for
+// certain only where the file stood alone: a trigger may look at the rows of the files before it.
 bool Batch::LoadFailed(std::size_t number, bool alone, BatchOutcome& outcome) {
   if (g_nMainRun == 0) {
     outcome = {Kind::kFailed, number, SqlFailure::kConnection, "stopped"};
@@ -142,6 +152,8 @@ bool Batch::LoadFailed(std::size_t number, bool alone, BatchOutcome& outcome) {
   return false;
 }
 
+// The second statement is for what the first one cannot digest, its data or its form. Trouble of
+// the server would meet both.
 bool Batch::Convert(const MidTarget& target, BatchOutcome& outcome) {
   if (m_sql.Run(target.convert)) return true;
   outcome = Failed();

@@ -29,6 +29,8 @@ constexpr std::uint64_t kMostFilesInLedger = 20'000;
 constexpr std::size_t kFilesAtOnce = 1'000;
 constexpr int kMostLooks = 10;  // of kFilesAtOnce files
 
+// Size and time belong to the file's identity and survive a rename, so another file of the name is
+// told apart.
 bool IsSeenAsLoaded(const std::string& folder, const LedgerFile& file) {
   const std::string path = folder + file.name.substr(0, file.name.rfind('.')) + ".mid";
   const auto identity = IdentityOf(path);
@@ -91,6 +93,7 @@ bool Delivery::IsConnected() {
   m_pinged_at = now;
   m_bench.database.clear();
   m_bench.databases.clear();
+  // Nothing that was learned over the old connection is sure any more.
   for (auto& [key, feed] : m_feeds) feed.Forget();
   NameRisks();
   return true;
@@ -125,6 +128,9 @@ std::size_t Delivery::CountFiles() const {
   return files;
 }
 
+// What is done once when the work has ended comes before the search for old rows and the care of
+// the ledgers, which may take a while: a file that arrives meanwhile waits for a step and not for
+// all.
 bool Delivery::Turn() {
   const auto now = Clock::now();
   m_settled.RetryRenames();
@@ -268,10 +274,11 @@ bool Delivery::Enter(const std::string& database) {
 
 // --- what comes
 
+// Watched before they are read, the folders can receive no file that neither sees.
 void Delivery::LookAround() {
   m_looked_at = Clock::now();
+  m_watching = m_backlog.FindFolders() && m_watch.Watch(m_backlog.Folders());
   m_backlog.Rescan();
-  m_watching = m_watch.Watch(m_backlog.Folders());
 }
 
 void Delivery::TakeEvents(milliseconds longest) {

@@ -39,6 +39,8 @@ Feed::Feed(Workbench& bench, const Backlog::TableKey& key)
       m_key(key),
       m_trouble("table " + key.database + "." + key.table) {}
 
+// Another session, or an operator, may have changed anything meanwhile: the questions are asked
+// again.
 void Feed::Forget() {
   m_prepared = false;
   m_emptied = false;
@@ -46,6 +48,8 @@ void Feed::Forget() {
   m_tables.clear();
 }
 
+// The new definitions may be the very mending that files wait for, so all of them get a new chance
+// at once, those under suspicion too.
 void Feed::Replan() {
   m_planned = false;
   m_tables.clear();
@@ -77,6 +81,8 @@ Feed::Step Feed::Hold(const std::string& reason) {
 
 Feed::Step Feed::Fail() { return FailBy(m_bench.sql.lastFailure(), m_bench.sql.Reason()); }
 
+// A lost connection is nobody's trouble yet: the batch is tried again on a new one, and the ledger
+// tells what became of it.
 Feed::Step Feed::FailBy(SqlFailure failure, const std::string& reason) {
   if (failure == SqlFailure::kConnection) return Step::kBroken;
   // The server's word may mean that something was removed behind our back.
@@ -107,6 +113,8 @@ Feed::Step Feed::Prepare() {
   return Step::kDone;
 }
 
+// A kind that the definitions do not know sets its files aside. Rows that an earlier run left in
+// such a table stay there: without definitions nobody knows what to make of them.
 Feed::Step Feed::MakePlan() {
   if (m_planned) return Step::kDone;
   std::string error;
@@ -124,6 +132,7 @@ Feed::Step Feed::MakePlan() {
   return Hold(error);
 }
 
+// The claim ends a session that a killed service left behind, whose locks the batch would wait for.
 Feed::Step Feed::EnterDatabase() {
   if (m_bench.databases.count(m_key.database) == 0) {
     bool there = false;
@@ -157,6 +166,7 @@ Feed::Step Feed::MakeMemTable(MemTableMark& mark) {
   return mark.known ? Step::kDone : Hold("the ledger takes no entry");
 }
 
+// Before the transaction begins, which a creation would end.
 Feed::Step Feed::MakeMidTables() {
   for (const MidTarget& target : m_plan.targets) {
     if (target.database.empty() || m_tables.count(target.name) != 0) continue;
@@ -207,6 +217,8 @@ Feed::Step Feed::CountLeftRows() {
   return counted == Step::kDone && !m_emptied ? Step::kHeld : counted;
 }
 
+// A truncate and not a delete: it costs the same however many rows there are, and leaves no old
+// versions of them behind.
 Feed::Step Feed::Empty() {
   if (!m_bench.sql.Run("truncate table " + m_key.table)) {
     m_prepared = false;
@@ -217,6 +229,8 @@ Feed::Step Feed::Empty() {
   return Step::kDone;
 }
 
+// Only once there is nothing else to do: the word saves a truncate after a restart, and costs a
+// transaction.
 bool Feed::Settle() {
   if (m_settled || !m_prepared || !m_emptied) return true;
   if (EnterDatabase() == Step::kBroken) return false;
@@ -298,6 +312,7 @@ Feed::Step Feed::Settle(const BatchOutcome& outcome, const std::vector<MemFile>&
     case Kind::kOvertaken:
       Forget();
       return Hold("another batch came between");
+    // Somebody took the file away before its rows were counted.
     case Kind::kFileGone:
       m_bench.backlog.Remove(files[outcome.file]);
       m_suspects.erase(files[outcome.file].path);

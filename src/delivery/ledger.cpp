@@ -32,6 +32,9 @@ LedgerFile LedgerFile::Of(const std::string& path, const FileIdentity& identity)
           identity.seconds * kNanosecondsPerSecond + identity.nanoseconds};
 }
 
+// Names are bytes, as in the file system: no collation takes two of them for one. The key begins
+// with what every question asks for. Text of the server's own types keeps the table readable by
+// hand.
 bool Ledger::Create() {
   return m_sql.Run(
       Format("create table if not exists %s (kind char(1) not null, name varbinary(255) not null, "
@@ -42,6 +45,7 @@ bool Ledger::Create() {
              kLedgerTable));
 }
 
+// Of a table without a mark nothing was ever counted in this way.
 bool Ledger::ReadMark(const std::string& mem_table, MemTableMark& mark) {
   std::vector<SqlRecord> rows;
   if (!m_sql.Query(Format("select token, state from %s where kind = 'M' and name = '%s'",
@@ -55,6 +59,7 @@ bool Ledger::ReadMark(const std::string& mem_table, MemTableMark& mark) {
   return true;
 }
 
+// Two sessions may add the mark at the same time; the second one finds it there.
 bool Ledger::AddMark(const std::string& mem_table) {
   return m_sql.Run(
       Format("insert ignore into %s (kind, name, size, modified, state) values ('M', '%s', 0, 0, "
@@ -62,6 +67,8 @@ bool Ledger::AddMark(const std::string& mem_table) {
              kLedgerTable, mem_table.c_str()));
 }
 
+// The row stays locked until the transaction ends. A session that waited for it sees the token that
+// the other one wrote, changes no row, and knows that it was overtaken.
 bool Ledger::TakeMark(const std::string& mem_table, const std::string& before,
                       const std::string& token, bool& taken) {
   const std::string update = Format(
@@ -73,6 +80,7 @@ bool Ledger::TakeMark(const std::string& mem_table, const std::string& before,
   return true;
 }
 
+// By the token: a late word about an earlier batch must not hide the rows of a newer one.
 bool Ledger::MarkEmptied(const std::string& mem_table, const std::string& token) {
   return m_sql.Run(
       Format("update %s set state = 'E' where kind = 'M' and name = '%s' and size = 0 and modified "
@@ -90,6 +98,7 @@ bool Ledger::Query(const std::string& query, std::vector<LedgerFile>& files) {
   return true;
 }
 
+// One question for the whole batch, which is at most 64 files.
 bool Ledger::FindCounted(std::span<const LedgerFile> files, std::vector<LedgerFile>& counted) {
   if (files.empty()) return true;
   return Query(
@@ -111,6 +120,8 @@ bool Ledger::AddFiles(std::span<const LedgerFile> files) {
   return m_sql.Run(insert);
 }
 
+// In pieces, each of which begins behind the last name of the piece before: a ledger that has grown
+// while the service was away is gone through without a long read.
 bool Ledger::FilesNotSeen(const std::string& behind, std::size_t most,
                           std::vector<LedgerFile>& files) {
   return Query(Format("select name, size, modified from %s where kind = 'F' and state = '' and "
@@ -138,12 +149,15 @@ bool Ledger::CountSeen(std::uint64_t& files) {
   return true;
 }
 
+// The oldest first, since a file comes back under an old name soon or never.
 bool Ledger::RemoveOldestSeen(std::size_t most) {
   return m_sql.Run(
       Format("delete from %s where kind = 'F' and state = 'S' order by changed_at limit %zu",
              kLedgerTable, most));
 }
 
+// Mem tables are named by day, so their marks would grow with the years. A mark that is gone costs
+// a few questions if its mem table is ever used again.
 bool Ledger::RemoveEmptiedMarks() {
   return m_sql.Run(
       Format("delete from %s where kind = 'M' and state = 'E' and changed_at < now() - "

@@ -12,6 +12,8 @@
 LoadSource::LoadSource(const MemFile& file, TourLocalUser* registry)
     : m_path(file.path), m_registry(file.HasLocalFlags() ? registry : nullptr) {}
 
+// The error numbers are those by which an open without following links refuses a link, a folder, a
+// socket and a pipe without a reader. Any other one, such as a missing permission, may go away.
 LoadSource::Opened LoadSource::Open() {
   struct stat status {};
   m_file = OpenRegular(m_path, status);
@@ -29,6 +31,8 @@ LoadSource::Opened LoadSource::Open() {
   return Opened::kReady;
 }
 
+// Both the open file and its name are looked at: the file may have grown while it was read, and
+// another file may have taken its name, which is then not to be renamed as if it were counted.
 bool LoadSource::HasChanged() const {
   struct stat status {};
   if (fstat(m_file.get(), &status) != 0 || IdentityOf(status) != m_identity) return true;
@@ -45,6 +49,7 @@ int LoadSource::Fail(const char* what) {
   return -1;
 }
 
+// A stop ends the load with an error, so that the server takes the transaction back.
 int LoadSource::Read(char* buffer, unsigned int size) {
   if (g_nMainRun == 0) {
     m_error = "stopped";
@@ -58,6 +63,8 @@ int LoadSource::Read(char* buffer, unsigned int size) {
   return got < 0 ? Fail("read") : static_cast<int>(got);
 }
 
+// The buffer is filled as far as it goes, in the middle of a record too: the client library sends
+// one packet for each call, and small packets would cost more than the flags.
 int LoadSource::ReadFlagged(char* buffer, unsigned int size) {
   unsigned int filled = 0;
   while (filled < size) {

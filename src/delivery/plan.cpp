@@ -21,6 +21,8 @@ bool Definitions::Refresh() {
   return true;
 }
 
+// The error says the same as the run log's lines of the other way of working, so that an operator
+// finds one explanation for both.
 bool Definitions::ReadText(const std::string& path, std::string& text, std::string& error) const {
   const CXmlNode node = m_xml->getNode(path);
   if (node) {
@@ -41,6 +43,7 @@ bool Definitions::ReadCount(const std::string& parent, int& count, std::string& 
   return false;
 }
 
+// An empty template would be refused by the server with a text that names no file.
 bool Definitions::FillAt(const std::string& path, const TemplateValues& values,
                          std::string& statement, std::string& error) const {
   std::string text;
@@ -56,6 +59,10 @@ bool Definitions::FillAt(const std::string& path, const TemplateValues& values,
   return false;
 }
 
+// All statements of a batch are made before the first of them is sent: a definition that is wrong
+// in its last template holds the files back before any row has moved. A kind without a mem table is
+// the file's fault, since no definition of other kinds can mend it; a kind without conversions is
+// the definition's.
 PlanResult Definitions::MakePlan(const std::string& mem_table, const std::string& database,
                                  Plan& plan, std::string& error) const {
   plan = {};
@@ -88,6 +95,8 @@ PlanResult Definitions::MakePlan(const std::string& mem_table, const std::string
   return ready ? PlanResult::kReady : PlanResult::kFaulty;
 }
 
+// "Always" is read because a definition without it counts as incomplete; its value decides nothing.
+// Year tables are made by the operator, so they have no Create and are not looked for.
 bool Definitions::ReadTarget(const std::string& node, const ConversionInput& input,
                              const std::string& database, const std::string& kind, Plan& plan,
                              std::string& error) const {
@@ -113,6 +122,8 @@ bool Definitions::ReadTarget(const std::string& node, const ConversionInput& inp
     return false;
   }
   const std::string fallback = node + "/" + m_dialect.FallbackElement();
+  // Only these kinds and periods have a second statement in the other way of working, and the sums
+  // of both ways are to be the same.
   const bool may_fall_back = own.period != Period::kYear && (kind == "F" || kind == "A");
   if (may_fall_back && m_xml->getNode(fallback) &&
       !FillAt(fallback, m_dialect.FallbackValues(own), target.fallback, error)) {

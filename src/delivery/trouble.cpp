@@ -13,6 +13,8 @@ constexpr std::chrono::minutes kLineEach{1};
 
 }  // namespace
 
+// The pause doubles, so that a server in trouble is not asked every second by each of many tables.
+// A line is written at once for another reason: it may be the one that the operator has to act on.
 void Trouble::Failed(const std::string& reason, std::size_t files, Clock::time_point now) {
   m_pause = m_lasts ? std::min(m_pause * 2, m_longest_pause) : kShortestPause;
   m_next_try = now + m_pause;

@@ -18,6 +18,8 @@ std::string PathOf(const std::string& folder) { return paths::kSpool + folder; }
 
 }  // namespace
 
+// A folder stays out of reach for minutes or days, and is read again each minute or second: one
+// line when it begins says all that there is to say.
 void Backlog::Complain(const std::string& folder, int error) {
   if (!m_unreadable.insert(folder).second) return;
   if (folder.empty()) {
@@ -40,17 +42,25 @@ bool Backlog::ListDatabases(std::set<std::string>& folders) {
   return true;
 }
 
-void Backlog::Rescan() {
+// A spool that cannot be listed keeps all that was known of it: its files are most likely still
+// there, and a file that is gone is noticed before its batch.
+bool Backlog::FindFolders() {
   std::set<std::string> folders;
-  if (!ListDatabases(folders)) return;
+  if (!ListDatabases(folders)) return false;
   std::vector<std::string> gone;
   std::set_difference(m_folders.begin(), m_folders.end(), folders.begin(), folders.end(),
                       std::back_inserter(gone));
   for (const std::string& folder : gone) RemoveFolder(folder);
   m_folders = std::move(folders);
-  for (const std::string& folder : m_folders) RescanFolder(folder);
+  return true;
 }
 
+void Backlog::Rescan() {
+  for (const std::string& folder : Folders()) RescanFolder(folder);
+}
+
+// What was known of the folder is replaced only once the folder is open, so that a folder that is
+// closed for a moment, for want of descriptors say, loses no file.
 void Backlog::RescanFolder(const std::string& folder) {
   if (!IsDatabaseId(folder)) return;
   const Directory dir(opendir(PathOf(folder).c_str()));
@@ -64,6 +74,7 @@ void Backlog::RescanFolder(const std::string& folder) {
     }
     return;
   }
+  // Files that were renamed or removed by others leave the backlog here.
   m_unreadable.erase(folder);
   m_folders.insert(folder);
   RemoveFolder(folder);
@@ -76,12 +87,14 @@ void Backlog::Note(const std::string& folder, const std::string& name) {
   if (IsDatabaseId(folder)) Add(folder, name.c_str());
 }
 
+// A name that is noted twice, by the watch and by a reading, is in the set once.
 void Backlog::Add(const std::string& folder, const char* name) {
   if (!IsMemFileName(name)) return;
   MemFile file = MemFile::Parse(PathOf(folder) + "/" + name);
   m_tables[{file.database, file.table}].insert(std::move(file.path));
 }
 
+// By path and not by database: a folder may hold files that carry another device's name.
 void Backlog::RemoveFolder(const std::string& folder) {
   const std::string begin = PathOf(folder) + "/";
   for (auto& [key, paths] : m_tables) {
@@ -106,6 +119,8 @@ std::size_t Backlog::CountFiles(const TableKey& key) const {
   return found == m_tables.end() ? 0 : found->second.size();
 }
 
+// The order of names is that of the times in them, so the oldest files come first. Each file is
+// looked at as late as here: a backlog may be hours old when its turn comes.
 std::vector<MemFile> Backlog::First(const TableKey& key, std::size_t most, std::uint64_t bytes,
                                     const std::function<bool(const std::string&)>& passes) {
   std::vector<MemFile> files;

@@ -22,8 +22,12 @@ class Backlog {
     auto operator<=>(const TableKey&) const = default;
   };
 
-  // Reads the spool and all its database folders anew. A folder that cannot be read keeps what was
-  // known of it; a line in the run log says so the first time, and again after it could be read.
+  // Looks which database folders there are, and forgets the files of those that are gone. False
+  // when the spool cannot be listed: all stays as it was. A line in the run log says so the first
+  // time, and again after it could be listed.
+  bool FindFolders();
+  // Reads all known folders anew. One that cannot be read keeps what was known of it; logged as
+  // above.
   void Rescan();
   // Reads one folder; nothing for a name that is no database folder's.
   void RescanFolder(const std::string& folder);

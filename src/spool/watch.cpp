@@ -13,11 +13,15 @@
 
 namespace {
 
+// A producer renames a whole file into place, or writes it under its name and closes it. Creation
+// alone is no sign that a file is whole.
 constexpr std::uint32_t kFolderEvents =
     IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 constexpr std::uint32_t kSpoolEvents =
     IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
+// The kernel reports only what this machine does to a folder: on a remote file system the changes
+// of other machines would be missed.
 bool IsLocal(const std::string& path) {
   const FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return folder && SpoolSystem::Real().IsLocal(folder.get());
@@ -25,6 +29,8 @@ bool IsLocal(const std::string& path) {
 
 }  // namespace
 
+// False makes the caller poll. What is watched already stays so, since its events still come sooner
+// than the next poll.
 bool SpoolWatch::Watch(const std::vector<std::string>& folders) {
   if (!m_inotify) m_inotify.reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
   if (!m_inotify || !WatchSpool()) return false;
@@ -50,6 +56,7 @@ bool SpoolWatch::WatchFolder(const std::string& folder) {
   return true;
 }
 
+// The kernel may give the number of a watch that has ended to a later one.
 void SpoolWatch::Forget(int watch) {
   if (watch == m_spool) m_spool = -1;
   const auto found = m_folders.find(watch);
@@ -58,6 +65,8 @@ void SpoolWatch::Forget(int watch) {
   m_folders.erase(found);
 }
 
+// An event without names asks for a look around: the queue has run over, or a watched folder is
+// gone or has another name, and nobody can tell what was missed meanwhile.
 std::vector<SpoolWatch::Event> SpoolWatch::Wait(std::chrono::milliseconds longest) {
   pollfd waiting{m_inotify.get(), POLLIN, 0};
   std::vector<Event> seen;
@@ -73,6 +82,7 @@ std::vector<SpoolWatch::Event> SpoolWatch::Wait(std::chrono::milliseconds longes
       if ((event->mask & IN_Q_OVERFLOW) != 0) {
         seen.push_back({});
       } else if ((event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT)) != 0) {
+        // A folder that was moved away is still watched, under a name that is no longer its own.
         if ((event->mask & IN_MOVE_SELF) != 0) inotify_rm_watch(m_inotify.get(), event->wd);
         Forget(event->wd);
         seen.push_back({});
