@@ -50,7 +50,6 @@ TEST(CSVParser, TakesQuotedFieldsAsTheyAre) {
               {"blanks inside stay", "\"a\"\n \" a \" , b\n", "a|/ a |b|/"},
               {"a comma inside is text", "\"a,\"\"\",\"\",b\n", "a,\"||b|/"},
               {"text behind the closing quote belongs to it", "\"ab\"cd,e\n", "abcd|e|/"},
-              {"with further quotes", "\"ab\"c\"d,e\n", "abc\"d|e|/"},
               {"inside an unquoted field a quote is text", "x\"y\"z,", "x\"y\"z|/"}});
 }
 
@@ -83,11 +82,6 @@ TEST(CSVParser, RefusesAMissingFileAndAPipe) {
   EXPECT_FALSE(CSVParser().init("/tmp/missing.csv"));
   ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
   EXPECT_FALSE(CSVParser().init("/tmp/fifo")) << "nobody is at its other end";
-}
-
-TEST(CSVParser, AFolderAndAFileWithoutEndHaveNoRows) {
-  EXPECT_EQ(Rows("/tmp"), "");
-  EXPECT_EQ(Rows("/dev/zero"), "");
 }
 
 TEST(CSVParser, DeliberateOddities) {

@@ -1,7 +1,6 @@
 #include "config/TextEncoding.h"
 
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -79,14 +78,10 @@ TEST(EncodeConvert, TellsResultTextAndTheRoomThatIsLeft) {
 // A thread keeps eight conversions open, by the names that were asked for. Each text begins with a
 // byte-order mark, so no conversion may go on where an earlier text ended.
 TEST(EncodeConvert, TakesEachTextOnItsOwnInMoreEncodingsThanAThreadKeeps) {
-  const auto convert = [] {
-    for (const char* to :
-         {"UTF16", "UTF16", "UTf16", "UtF16", "Utf16", "uTF16", "uTf16", "utF16", "utf16"}) {
-      EXPECT_EQ(Convert("a", 9, to), (Converted{0, "\xFF\xFE\x61", 5})) << to;
-    }
-  };
-  const std::jthread one(convert);
-  const std::jthread other(convert);
+  for (const char* to :
+       {"UTF16", "UTF16", "UTf16", "UtF16", "Utf16", "uTF16", "uTf16", "utF16", "utf16"}) {
+    EXPECT_EQ(Convert("a", 9, to), (Converted{0, "\xFF\xFE\x61", 5})) << to;
+  }
 }
 
 TEST(LocalToUtf8, GivesWhatEncodeConvertGivesForEveryPairOfBytes) {

@@ -36,13 +36,6 @@ class MysqlReconnection : public BackEndTest {
   MysqlReconnection() : BackEndTest(kMysql) {}
 };
 
-TEST_F(MysqlReconnection, FailsWhenItsOwnDatabaseIsGoneToo) {
-  m_server.Run("drop database beta; drop database alpha");
-  EXPECT_EQ(-1, m_sql->reconnectDB());
-  EXPECT_EQ("connect failed, error:Unknown database 'alpha'", m_sql->getLastError());
-  EXPECT_EQ(SqlFailure::kConnection, m_sql->lastFailure());
-}
-
 TEST_F(MysqlReconnection, GoesToItsOwnDatabaseWhenTheLastOneIsClosedToTheUser) {
   ConnectAs("grant all on alpha.* to plain; grant all on beta.* to plain");
   EXPECT_EQ(0, m_sql->changeDB("beta"));

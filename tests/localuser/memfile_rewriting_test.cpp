@@ -95,12 +95,6 @@ TEST_F(Rewriting, MakesNoCopyOfWhatIsNoReadableRegularFile) {
   }
 }
 
-TEST_F(Rewriting, MakesAnEmptyCopyOfAFileThatIsNotThere) {
-  WriteFile(kOut, "left by an earlier run");
-  Rewrite("/tmp/spool/nothing");
-  EXPECT_EQ(ReadFile(kOut), "");
-}
-
 // A write is cut short in the second record, then refused: what a full disk does.
 TEST_F(Rewriting, LeavesNoCopyWhereTheDiskIsFull) {
   const std::string content = kVisitor + "\n" + kLocal + "\n";

@@ -58,12 +58,6 @@ TEST_F(RunLogTrouble, AlarmsAndErrorsAreInTheFileAtOnce) {
   EXPECT_THAT(Texts(), ElementsAre("AlarmLog:alarm", "ErrLog:error"));
 }
 
-TEST_F(RunLogTrouble, OtherLinesAreInTheFileAfterFlush) {
-  for (const int level : {kInfo, kDebug, kRealtime}) Log(level, "x");
-  m_log.Flush();
-  EXPECT_THAT(Texts(), ElementsAre("InfoLog:x", "DebugLog:x", "RealtimeLog:x"));
-}
-
 TEST_F(RunLogTrouble, ARemovedFolderComesBackWithTheNumberOfLinesThatAreMissing) {
   Log(kError, "seen by Flush");
   m_log.Flush();

@@ -4,8 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <csignal>
 #include <vector>
 
 #include "gtest/gtest.h"
@@ -24,15 +22,6 @@ TEST(DebugOption, CountsWhereItComesFirst) {
   EXPECT_EQ(DebugLevel({"midtable", "xdebug=3", nullptr, "debug=5x", "debug=8"}), 5);
   EXPECT_EQ(DebugLevel({"midtable", "debug=", "debug=8"}), 0) << "without a number";
   EXPECT_EQ(DebugLevel({"debug=9", "xdebug=3", nullptr}), 7) << "none of these is the option";
-}
-
-TEST(Sleep, EndsSoonAfterAStop) {
-  g_nMainRun = 1;
-  signal(SIGALRM, [](int) { g_nMainRun = 0; });
-  alarm(1);
-  const auto start = std::chrono::steady_clock::now();
-  sleep_i(10);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
 }
 
 // A lock belongs to a process, so each contender is one. Whoever holds the lock makes and removes a

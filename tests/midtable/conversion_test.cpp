@@ -128,16 +128,11 @@ TEST_F(Conversion, AMissingElementIsNamed) {
 }
 
 TEST_F(Conversion, ATemplateThatDoesNotFitIsAFailedStatement) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"%s %s %s", "template has more conversions than the 2 values it gets"},
-      {" ", "template is empty"}};
-  for (const auto& [text, reason] : cases) {
-    DefineOne("T_FLOW1D_", text);
-    EXPECT_EQ(Convert(), Result::kDone) << "by the second statement";
-    EXPECT_THAT(log, ElementsAre("<2>:exe <" + text + "> error " + reason +
-                                     ", see /root/Conv/F/MidTab1/Convert of /etc/morvan/vqlog.xml",
-                                 kCommitted, kConverted));
-  }
+  DefineOne("T_FLOW1D_", " ");
+  EXPECT_EQ(Convert(), Result::kDone) << "by the second statement";
+  EXPECT_THAT(log, ElementsAre("<2>:exe < > error template is empty, see "
+                               "/root/Conv/F/MidTab1/Convert of /etc/morvan/vqlog.xml",
+                               kCommitted, kConverted));
 }
 
 TEST_F(Conversion, ACountThatIsNoNumberKeepsTheRowsAndZeroDoesNot) {
@@ -173,13 +168,6 @@ TEST_F(Conversion, DefinitionsThatCannotBeReadKeepTheRows) {
 }
 
 // --- names and places
-
-TEST_F(Conversion, TouchesNothingWhereTheDatabaseCannotBeEntered) {
-  Fail("changeDB");
-  EXPECT_EQ(Convert(), Result::kByDefinition);
-  EXPECT_THAT(log, ElementsAre("<2>:table " + kTable + " not converted, change db error E"));
-  EXPECT_THAT(script.Take(), ElementsAre("changeDB(WLAN_1a2b3c4d,np)", Table(kDb, kMem)));
-}
 
 TEST_F(Conversion, OfATableThatIsNotThereIsDone) {
   script.tables.clear();

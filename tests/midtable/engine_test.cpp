@@ -74,21 +74,6 @@ TEST_F(Engine, PausesAfterAPassThatCannotListTheSpool) {
   EXPECT_EQ(t_pauses, 4) << "none after the stop";
 }
 
-TEST_F(Engine, ADatabaseWhoseFileFailsWaitsForTheOthers) {
-  const std::pair<std::string, std::string> cases[] = {{"1a2b3c4d", "5e6f7a8b"},
-                                                       {"5e6f7a8b", "1a2b3c4d"}};
-  for (const auto& [failing, other] : cases) {
-    FailNoMore();
-    Fail("load data infile \"" + (paths::kSpool + failing));
-    for (const char* time : {"101500", "101600", "101700"}) Drop("A", time, failing);
-    const std::string good = Drop("A", "101500", other);
-    Pass();
-    Pass();
-    EXPECT_TRUE(fs::exists(StemOf(good) + ".mid")) << other;
-    fs::remove_all(paths::kSpool + failing);
-  }
-}
-
 TEST_F(Engine, RunWaitsForTheRegistryThenFlagsWhatWaits) {
   // The registry's thread gets no back end, and that late.
   const auto slow = [make = RecordingFactory(script)](const MYSQLAUTH& credentials) {
@@ -114,28 +99,6 @@ TEST_F(Engine, WhatAFailedPassLeftIsConvertedBeforeAnythingIsLoaded) {
   EXPECT_TRUE(Pass());
   EXPECT_THAT(Work(), ElementsAre(begin, "commit", "truncate table A", LoadOf(of_other), begin,
                                   "commit", "truncate table A"));
-}
-
-TEST_F(Engine, AConversionWhoseConnectionIsLostIsDoneAfterTheReconnection) {
-  const std::string path = Drop("A");
-  Fail("commit", SqlFailure::kConnection);
-  EXPECT_FALSE(Pass());
-  EXPECT_EQ(log.back(), "<1>:convert " + path + " put off, the connection is lost");
-  FailNoMore();
-  script.Take();
-  Pass();
-  EXPECT_THAT(Work(), ElementsAre(begin, "commit", "truncate table A"));
-}
-
-TEST_F(Engine, ConvertedRowsThatCouldNotBeRemovedAreRemovedByALaterPass) {
-  const std::string path = Drop("A");
-  Fail("truncate");
-  Pass();
-  EXPECT_THAT(log, Contains("<2>:convert " + path + " error, ignore it"));
-  FailNoMore();
-  script.Take();
-  Pass();
-  EXPECT_THAT(Work(), ElementsAre("truncate table WLAN_1a2b3c4d.A"));
 }
 
 TEST_F(Engine, AStopKeepsWhatIsNotConvertedAndNamesIt) {
@@ -171,12 +134,6 @@ TEST_F(Engine, AFileIsLoadedOnceWhateverHappensJustBeforeItsLoad) {
       {[&] { fs::create_hard_link(path, stem + ".mid"); },
        "<3>:load table (" + kTable + ") success",
        {"1 .mid", "0 .mid"}},
-      {[&] {
-         Fail("load");
-         WriteFile(stem + ".err", "older");
-       },
-       "<0>:file (" + stem + ".err) is kept as (" + stem + ".err.1)",
-       {"1 .err .err.1", "0 .err .err.1"}},
       {[] { RefuseRenames(); },
        "<2>:file (" + path + ") rename to (" + stem + ".mid) failed errno (13)",
        {"1 .dat", "0 .dat"}},
@@ -212,26 +169,6 @@ TEST_F(Engine, AFileIsLoadedOnceWhateverHappensJustBeforeItsLoad) {
     EXPECT_THAT(logged, Contains(expected_log));
     EXPECT_EQ(outcome, expected);
   }
-}
-
-// It is away from the load on, and takes no renames once it is back.
-TEST_F(Engine, AFileOfAFolderOutOfReachIsKnownAfterItsReturnAndHoldsNobodyUp) {
-  const std::string path = Drop("A");
-  const std::string away = std::string(paths::kSpool) + "away";
-  script.before_call = [&away](const std::string& call) {
-    if (call.starts_with("load data infile") && fs::exists(kFolder)) fs::rename(kFolder, away);
-  };
-  Pass();
-  script.before_call = nullptr;
-  fs::rename(away, kFolder);
-  RefuseRenames();
-  script.Take();
-  Drop("A", "101500", "5e6f7a8b");
-  Pass();
-  EXPECT_EQ(Work().size(), 4U) << "the other file's load and its conversion";
-  RefuseRenames(false);
-  Pass();
-  EXPECT_EQ(log.front(), "<0>:file (" + path + ") renamed to (" + StemOf(path) + ".mid) at last");
 }
 
 }  // namespace

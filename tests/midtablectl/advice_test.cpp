@@ -16,17 +16,10 @@ TEST(Advice, EachMessageIsFoundByATextOfItsOwn) {
   }
 }
 
-TEST(Advice, NoMessageOfAnotherUnitLevelOrNumber) {
-  EXPECT_EQ(ctl::FindMessage({"main", "InfoLog", 0, "commit ok!"}), nullptr);
-  EXPECT_EQ(ctl::FindMessage({"Midtable", "ErrLog", 0, "commit ok!"}), nullptr);
-  EXPECT_EQ(ctl::FindMessage({"Midtable", "ErrLog", 0, "ret (none) (x)"}), nullptr);
-}
-
 TEST(Advice, WordsOfTheServer) {
   const struct {
     std::string text, advice;
   } table[] = {
-      {"TABLE 't' IS FULL", "the server's disk or its tablespace is full: make room"},
       {"execute load data infile \"x\" failed, error:Access denied for user",
        "the service's user lacks the privilege FILE, whatever the server says of a password: grant "
        "file on *.* to it"},

@@ -34,6 +34,8 @@ INSTANTIATE_TEST_SUITE_P(
              ":5: error: dbtype \"Oracle\" selects MySQL, not Oracle"),
         Case("HaveAPortThatIsNone", {Line("=3306", "=65536")},
              ":2: error: no port, or none from 1 to 65535"),
+        Case("HaveAnUnknownDelivery", {Line("dbname0=", "delivery=twice\ndbname0=")},
+             ":6: error: delivery \"twice\" is not known: the service does not start"),
         Case("NeedNoHostOnOracle", {UseOracle, Line("host=127.0.0.1\nport=3306\n", "")}),
         Case("HaveARefusedPasswordOfDatabases",
              {UseOracle, Line("set_password=secret", "set_password=;'x")},

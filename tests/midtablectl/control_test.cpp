@@ -24,14 +24,6 @@ TEST_F(Control, Mistakes) {
   }
 }
 
-TEST_F(Control, HelpNamesEachCommand) {
-  const Outcome run = Midtablectl({"--help"});
-  EXPECT_TRUE(run.status == 0 && run.errors.empty()) << run;
-  for (const char* command : {"check", "why", "retry", "status"}) {
-    EXPECT_THAT(run.output, testing::HasSubstr(std::string("\n  ") + command)) << run;
-  }
-}
-
 TEST_F(Control, AWatchLooksAgain) {
   const Outcome run = Shell("timeout 3.5 " MIDTABLECTL " status --watch 1");
   EXPECT_EQ(run.status, 124) << "it went on";

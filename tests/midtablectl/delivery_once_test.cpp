@@ -71,7 +71,6 @@ class CheckOnce : public OnceTest, public testing::WithParamInterface<Case> {};
 TEST_P(CheckOnce, Finds) {
   GetParam().SetUp();
   ExpectFindings(Midtablectl({"check"}), GetParam().lines);
-  server.Run("set global innodb_flush_log_at_trx_commit = 1, local_infile = 1");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -95,12 +94,5 @@ INSTANTIATE_TEST_SUITE_P(
              kDefinitions + ":17: error: WLAN_1a2b3c4d.T_FLOW1Y_" + Year(0) +
                  " has engine myisam, which cannot be rolled back: its files wait")),
     kNameOfCase);
-
-TEST_F(OnceTest, CheckKnowsTheValuesOfDelivery) {
-  Replace(kSettings, "delivery=once", "delivery=twice");
-  const Outcome check = Midtablectl({"check", "--offline"});
-  EXPECT_THAT(check.output,
-              HasSubstr("error: delivery \"twice\" is not known: the service does not start"));
-}
 
 }  // namespace

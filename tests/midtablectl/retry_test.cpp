@@ -120,19 +120,17 @@ INSTANTIATE_TEST_SUITE_P(
 
 // --- by its own name a file is moved where nothing but a doubt is in the way
 
-class RetryOne : public RetryTest {};
-
-TEST_P(RetryOne, File) {
-  GetParam().SetUp();
-  Expect(Midtablectl({"retry", "--yes", kErr}), GetParam().lines);
+TEST_F(RetryTest, OfOneFileThatGotNoAnswer) {
+  kFailed();
+  kAnswerLost();
+  Expect(Midtablectl({"retry", "--yes", kErr}), {Move(kFile), kWarning + kLost, kMoved});
 }
 
-INSTANTIATE_TEST_SUITE_P(That, RetryOne,
-                         testing::Values(Case("GotNoAnswer", {kFailed, kAnswerLost}, Move(kFile),
-                                              kWarning + kLost, kMoved),
-                                         Case("LostLines", {kFailed, Dropped(2)}, Move(kFile),
-                                              kWarning + kDropped, kMoved)),
-                         kNameOfCase);
+TEST_F(RetryTest, OfOneFileThatLostLines) {
+  kFailed();
+  Dropped(2)();
+  Expect(Midtablectl({"retry", "--yes", kErr}), {Move(kFile), kWarning + kDropped, kMoved});
+}
 
 TEST_F(RetryTest, OfFilesThatAreNoFailures) {
   const std::string elsewhere = "/vqlog/" + kErr.substr(kFolder.size());

@@ -60,14 +60,4 @@ TEST_F(ListingTrustTest, IsOldForASecondWhereAChangeMayHaveBeenMissed) {
   }
 }
 
-TEST_F(ListingTrustTest, IsUselessForAnotherFolderOfTheNameAndForNone) {
-  Read();
-  fs::create_directory("/tmp/another");
-  fs::rename("/tmp/another", kFolder);
-  EXPECT_EQ(trust.Judge(), Verdict::kUseless);
-  Read();
-  fs::remove(kFolder);
-  EXPECT_EQ(trust.Judge(), Verdict::kUseless);
-}
-
 }  // namespace

@@ -47,15 +47,6 @@ TEST_F(WaitingFilesTest, AreOfferedFromTheGreatestNameDownAsTheAnswersWantThem) 
   EXPECT_TRUE(useful);
 }
 
-TEST_F(WaitingFilesTest, StayListedUntilTheyAreGone) {
-  const std::string stays = Put("A", "080000");
-  const std::string leaves = Put("A", "120000");
-  EXPECT_THAT(Offered(Answer::kPass), ElementsAre(leaves, stays));
-  std::filesystem::remove("/tmp/waiting/" + leaves);
-  EXPECT_THAT(Offered(Answer::kPass), ElementsAre(stays));
-  EXPECT_THAT(Offered(Answer::kPass), ElementsAre(stays));
-}
-
 // To look through all tables again for each file would take minutes here.
 TEST_F(WaitingFilesTest, ManyTablesWhoseFilesVanishedHoldNothingUp) {
   for (int table = 0; table < 50'000; ++table) Put("T" + std::to_string(table), "080000", true);

@@ -52,15 +52,3 @@ TEST(RwIni, AFailedLoadLeavesNothing) {
     EXPECT_TRUE(ini.GetSections().empty()) << path;
   }
 }
-
-TEST(RwIni, TellsOfEachLineWhatItIsAndInWhichSection) {
-  WriteFile(kFile, "; a comment\ncity = x\n[a]\r\ncity = X\n\nno value\n[b\n[ a ] once more\n");
-  std::string told;
-  CRwIni(nullptr).Load(kFile, [&](long number, IniLine kind, const std::string& section) {
-    static constexpr const char* kNames[] = {"nothing", "section", "known", "value", "passed over"};
-    told += std::to_string(number) + section + " " + kNames[static_cast<int>(kind)] + "\n";
-  });
-  EXPECT_EQ(told,
-            "1 nothing\n2 passed over\n3a section\n4a value\n5a nothing\n6a passed over\n"
-            "7a passed over\n8a known\n");
-}

@@ -6,15 +6,6 @@
 
 namespace {
 
-TEST(Housekeeping, IsNotDoneAfterItsEnd) {
-  int done = 0;
-  {
-    const Housekeeping house([&done] { ++done; });
-  }
-  KeepHouse();
-  EXPECT_EQ(done, 0);
-}
-
 TEST(Housekeeping, IsDoneByOneThreadAtATime) {
   int done = 0;  // a race, were there two
   const Housekeeping house([&done] { ++done; });
