@@ -118,7 +118,7 @@ TEST_F(LoaderTool, IsNotStartedWithoutColumnsOrTemplates) {
 }
 
 TEST_F(LoaderTool, HasAControlFileOfMode0640WhateverTheUmask) {
-  for (const mode_t mask : {0, 022, 077}) {
+  for (const mode_t mask : {0U, 022U, 077U}) {
     fs::remove(paths::kLoaderControlFile);
     const mode_t before = umask(mask);
     Start();
