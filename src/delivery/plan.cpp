@@ -124,7 +124,7 @@ bool Definitions::ReadTarget(const std::string& node, const ConversionInput& inp
   const std::string fallback = node + "/" + m_dialect.FallbackElement();
   // Only these kinds and periods have a second statement in the other way of working, and the sums
   // of both ways are to be the same.
-  const bool may_fall_back = own.period != Period::kYear && (kind == "F" || kind == "A");
+  const bool may_fall_back = own.period != Period::kYear && HasFallback(kind);
   if (may_fall_back && m_xml->getNode(fallback) &&
       !FillAt(fallback, m_dialect.FallbackValues(own), target.fallback, error)) {
     return false;
