@@ -12,3 +12,9 @@ std::optional<FileIdentity> IdentityOf(const std::string& path) {
   if (lstat(path.c_str(), &status) != 0) return std::nullopt;
   return IdentityOf(status);
 }
+
+std::optional<FileIdentity> IdentityBehindLinks(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return std::nullopt;
+  return IdentityOf(status);
+}

@@ -32,3 +32,5 @@ FileIdentity IdentityOf(const struct stat& status);
 // Nothing, and errno, when the path cannot be looked at. A link in the last part of the path is not
 // followed.
 std::optional<FileIdentity> IdentityOf(const std::string& path);
+// The same for what a link leads to.
+std::optional<FileIdentity> IdentityBehindLinks(const std::string& path);
