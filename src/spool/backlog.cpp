@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <iterator>
 
 #include "log/engine_unit.h"
@@ -15,21 +14,11 @@
 
 namespace {
 
-// A folder that was changed so shortly before it was looked at may change again under the same
-// time: clocks of file systems tick slower than files come.
-constexpr std::time_t kSettledSeconds = 2;
-
 std::string PathOf(const std::string& folder) { return paths::kSpool + folder; }
 
 bool IsGone(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
-}
-
-// Nothing when a later change might not show.
-std::optional<FileIdentity> StampOf(const struct stat& folder) {
-  if (std::time(nullptr) - folder.st_mtim.tv_sec < kSettledSeconds) return std::nullopt;
-  return IdentityOf(folder);
 }
 
 }  // namespace
@@ -130,7 +119,7 @@ bool Backlog::OpenNext() {
   }
   m_unreadable.erase(folder);
   m_folders.insert(folder);
-  m_reading.emplace(folder, std::move(dir), StampOf(status));
+  m_reading.emplace(folder, std::move(dir), SettledIdentityOf(status));
   return true;
 }
 
