@@ -87,8 +87,8 @@ inline constexpr std::string_view kDeliveryOnce = "once";
 // Databases that such a service may work on at a time, the key "workers".
 inline constexpr int kMostWorkers = 16;
 
-// The number that the value of "workers" stands for: 1 for an empty one, 0 for one that is no number
-// from 1 to kMostWorkers.
+// The number that the value of "workers" stands for: 1 for an empty one, 0 for one that is no
+// number from 1 to kMostWorkers.
 int NumberOfWorkers(const std::string& value);
 
 // Holds the record read from paths::kSettingsFile; "oci8" has become "oracle".

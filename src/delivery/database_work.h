@@ -64,15 +64,15 @@ class DatabaseWork {
 
   Common& m_common;
   DatabaseNotes m_notes;
-  std::map<std::string, Feed> m_feeds;   // by mem table
-  std::string m_first;                   // of the next visit
-  std::uint64_t m_lost_sessions;         // when what is known of the server was learned
-  std::uint64_t m_arrivals = 0;          // when the last visit began
-  bool m_worked = true;                  // in the last visit
-  bool m_rests = true;                   // what is done once after work is done
+  std::map<std::string, Feed> m_feeds;  // by mem table
+  std::string m_first;                  // of the next visit
+  std::uint64_t m_lost_sessions;        // when what is known of the server was learned
+  std::uint64_t m_arrivals = 0;         // when the last visit began
+  bool m_worked = true;                 // in the last visit
+  bool m_rests = true;                  // what is done once after work is done
   bool m_search = false;
-  Clock::time_point m_visited_at;        // none: never
+  Clock::time_point m_visited_at;  // none: never
   std::optional<Clock::time_point> m_waits_since;
   Clock::time_point m_tidied_at;
-  std::string m_seen_up_to;              // file names in the ledger
+  std::string m_seen_up_to;  // file names in the ledger
 };

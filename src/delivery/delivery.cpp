@@ -31,8 +31,8 @@ Delivery::Delivery(const MYSQLAUTH& auth, int workers, milliseconds silence)
   m_localUser.init();
   if (access(paths::kNoRewriteFlag, F_OK) != 0) m_common.registry = &m_localUser;
   for (int number = 1; number <= workers; ++number) {
-    m_workers.push_back(std::make_unique<Worker>(number, auth, silence, m_common,
-                                                 [this] { m_watch.Wake(); }));
+    m_workers.push_back(
+        std::make_unique<Worker>(number, auth, silence, m_common, [this] { m_watch.Wake(); }));
   }
 }
 

@@ -15,8 +15,9 @@
 // second look a second later, waits for the next round.
 //
 // Threads: the owner's thread calls ParseMemfile, isLocalUser, GetUserName and GetCityCRC at any
-// time, and any thread calls Flags; everything that uses the database connection belongs to the watcher while it runs. No
-// operation holds two locks. Failures are logged where they happen, under the unit's name.
+// time, and any thread calls Flags; everything that uses the database connection belongs to the
+// watcher while it runs. No operation holds two locks. Failures are logged where they happen, under
+// the unit's name.
 #pragma once
 
 #include <array>

@@ -160,9 +160,9 @@ bool CheckDelivery() {
   if (delivery.empty()) return true;
   const bool on_oracle = IsOracle(*ProcessPolicy().getDBPolicy());
   if (delivery == kDeliveryOnce && !on_oracle) return true;
-  return RefuseSettings(
-      on_oracle ? "delivery=" + delivery + " is not for Oracle, remove the key"
-                : "delivery=" + delivery + " is not known, write delivery=once or remove the key");
+  return RefuseSettings(on_oracle ? "delivery=" + delivery + " is not for Oracle, remove the key"
+                                  : "delivery=" + delivery +
+                                        " is not known, write delivery=once or remove the key");
 }
 
 bool CheckWorkers() {

@@ -33,9 +33,7 @@ bool IsLocal(const std::string& path) {
 // Without a bell, for want of descriptors, a wait lasts until its time is over.
 SpoolWatch::SpoolWatch() : m_bell(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
 
-void SpoolWatch::Wake() {
-  [[maybe_unused]] const int ignored = eventfd_write(m_bell.get(), 1);
-}
+void SpoolWatch::Wake() { [[maybe_unused]] const int ignored = eventfd_write(m_bell.get(), 1); }
 
 // False makes the caller poll. What is watched already stays so, since its events still come sooner
 // than the next poll.

@@ -36,9 +36,9 @@ bool IsPlainNumber(std::string_view text);
 // One thread at a time.
 class TableDefinitions {
  public:
-  // Parses the file, unless it is the one that the process parsed last; on failure logs the parser's
-  // reason and returns false. The caller logs its own line after that. `file` must outlive the
-  // object.
+  // Parses the file, unless it is the one that the process parsed last; on failure logs the
+  // parser's reason and returns false. The caller logs its own line after that. `file` must outlive
+  // the object.
   bool Parse(const char* file);
   const char* file() const { return m_file; }
 

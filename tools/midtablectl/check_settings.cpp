@@ -22,9 +22,9 @@ namespace ctl {
 namespace {
 
 // The keys that the service reads. The file may have others, for other readers.
-const std::set<std::string> kKeys = {"host",   "port",         "user",     "password", "dbname0",
-                                     "dbtype", "set_password", "filepath", "dbcount",  "delivery",
-                                     "workers"};
+const std::set<std::string> kKeys = {"host",    "port",     "user",         "password",
+                                     "dbname0", "dbtype",   "set_password", "filepath",
+                                     "dbcount", "delivery", "workers"};
 
 // Keys that differ by more letters than this are taken for different words.
 constexpr std::size_t kMostTypingErrors = 2;
