@@ -89,7 +89,8 @@ bool Connection::FindTable(const std::string& database, const std::string& table
 // middle of something in the database when the service is killed.
 std::string Connection::ClaimOf(const std::string& database, int worker) const {
   const std::string number = worker == 1 ? std::string() : " " + std::to_string(worker);
-  return "'midtable " + MachineName() + " " + database + number + "'";
+  static const std::string machine = MachineName();
+  return "'midtable " + machine + " " + database + number + "'";
 }
 
 // The server gives up a named lock with the session that holds it, however that ended. Whether the

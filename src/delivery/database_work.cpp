@@ -42,7 +42,6 @@ DatabaseWork::DatabaseWork(Common& common, const std::string& database)
 void DatabaseWork::Use(const std::shared_ptr<const Definitions>& definitions) {
   if (m_notes.definitions == definitions) return;
   m_notes.definitions = definitions;
-  m_waits_since.reset();
   for (auto& [table, feed] : m_feeds) feed.Replan();
 }
 

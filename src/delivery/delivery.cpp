@@ -21,6 +21,8 @@ constexpr std::chrono::seconds kPollEach{1};
 constexpr std::chrono::minutes kLookEach{1};
 constexpr std::chrono::seconds kPingEach{30};
 constexpr std::size_t kMostFeeds = 1'000;
+// After so many visits a database is cared for although others are due.
+constexpr int kMostVisits = 20;
 // Names of a folder that are read before the next look at what else has come: some milliseconds.
 constexpr std::size_t kNamesAtOnce = 10'000;
 
@@ -71,7 +73,10 @@ void Delivery::Run() {
     TakeBack();
     RefreshDefinitions();
     HandOut();
-    KeepHouse();
+    if (Clock::now() - m_kept_house_at >= kTick) {
+      m_kept_house_at = Clock::now();
+      KeepHouse();
+    }
     TakeEvents(more_to_read ? milliseconds(0) : kTick);
   }
   // The server takes back what was begun; nothing waits for that.
@@ -88,6 +93,7 @@ void Delivery::TakeBack() {
       continue;
     }
     m_out.erase(ended->work);
+    if (m_cared_for == ended->work) m_cared_for = nullptr;
     if (ended->visited == DatabaseWork::Visited::kWantsSession) {
       for (const auto& other : m_workers) other->RenewSession();
     }
@@ -97,9 +103,9 @@ void Delivery::TakeBack() {
 
 // The trouble is told once for all workers, however many have met it.
 void Delivery::Connected(const Worker::Ended& ended) {
-  if (ended.reason.empty()) {
+  if (ended.connected) {
     m_connecting.Ended();
-  } else if (g_nMainRun != 0) {
+  } else if (!ended.reason.empty() && g_nMainRun != 0) {
     m_connecting.Failed(ended.reason, m_common.backlog.CountFiles(), Clock::now());
   }
 }
@@ -138,25 +144,27 @@ std::vector<DatabaseWork*> Delivery::DueDatabases(Clock::time_point now) {
   return due;
 }
 
-std::vector<DatabaseWork*> Delivery::DatabasesForCare(Clock::time_point now) {
-  std::vector<DatabaseWork*> wanting;
+// One database at a time: a file that arrives meanwhile finds another worker free, or waits for a
+// step and not for all.
+void Delivery::CareForOne(Clock::time_point now) {
+  if (m_cared_for != nullptr) return;
   for (auto& [name, work] : m_databases) {
-    if (!IsOut(work) && work.WantsCare(now)) wanting.push_back(&work);
+    if (IsOut(work) || !work.WantsCare(now)) continue;
+    if (!Give(work)) return;
+    m_cared_for = &work;
+    m_visits = 0;
+    return;
   }
-  return wanting;
 }
 
-// What is done when there is nothing else to do waits for all files, and takes one worker only: a
-// file that arrives meanwhile finds another one free, or waits for a step and not for all.
+// What is done when there is nothing else to do is done now and then where there always is.
 void Delivery::HandOut() {
   const auto now = Clock::now();
+  if (m_visits >= kMostVisits) CareForOne(now);
   const std::vector<DatabaseWork*> due = DueDatabases(now);
   const bool all_given =
       std::all_of(due.begin(), due.end(), [this](DatabaseWork* work) { return Give(*work); });
-  if (all_given && m_out.empty()) {
-    const std::vector<DatabaseWork*> wanting = DatabasesForCare(now);
-    if (!wanting.empty()) Give(*wanting.front());
-  }
+  if (all_given) CareForOne(now);
   KeepConnections(now, !all_given);
 }
 
@@ -169,6 +177,7 @@ bool Delivery::Give(DatabaseWork& work) {
   }
   if (chosen == nullptr) return false;
   m_out.insert(&work);
+  ++m_visits;
   chosen->Visit(work);
   return true;
 }

@@ -56,7 +56,7 @@ class Delivery {
   void RefreshDefinitions();
   void HandOut();
   std::vector<DatabaseWork*> DueDatabases(Clock::time_point now);
-  std::vector<DatabaseWork*> DatabasesForCare(Clock::time_point now);
+  void CareForOne(Clock::time_point now);
   DatabaseWork& WorkOf(const std::string& database);
   bool IsOut(const DatabaseWork& work) const { return m_out.count(&work) != 0; }
   bool Give(DatabaseWork& work);
@@ -72,8 +72,11 @@ class Delivery {
   SpoolWatch m_watch;
   std::map<std::string, DatabaseWork> m_databases;  // by name
   std::set<const DatabaseWork*> m_out;              // with a worker
+  const DatabaseWork* m_cared_for = nullptr;        // of those, the one that no file made due
+  int m_visits = 0;                                 // since the last such one
   Trouble m_connecting{"server", std::chrono::seconds(2)};
   bool m_watching = false;
   Clock::time_point m_looked_at;
+  Clock::time_point m_kept_house_at;
   std::vector<std::unique_ptr<Worker>> m_workers;
 };

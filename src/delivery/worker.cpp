@@ -37,7 +37,7 @@ bool Worker::Start() {
 
 void Worker::Begin(Job job, DatabaseWork* work) {
   m_job = job;
-  m_ended = {work, Visited::kYes, {}};
+  m_ended = {work, Visited::kYes, false, {}};
   m_used_at = DatabaseWork::Clock::now();
   m_may_go.release();
 }
@@ -65,7 +65,8 @@ void Worker::Run() {
 void Worker::Do() {
   switch (m_job) {
     case Job::kConnect:
-      if (!MakeConnection()) m_ended.reason = m_sql->Reason();
+      m_ended.connected = MakeConnection();
+      if (!m_ended.connected) m_ended.reason = m_sql->Reason();
       break;
     case Job::kPing:
       if (!m_store.IsAlive()) GiveUpConnection();

@@ -21,9 +21,10 @@ class Worker {
  public:
   // What became of a job.
   struct Ended {
-    DatabaseWork* work;  // null for a connection that was made or looked at
+    DatabaseWork* work;  // of a visit
     DatabaseWork::Visited visited;
-    std::string reason;  // why there is no connection
+    bool connected;      // there is a new connection
+    std::string reason;  // why there is none
   };
 
   // `number`: from 1 on. `ring` is called by the worker's thread at the end of each job. `common`
