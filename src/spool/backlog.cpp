@@ -119,7 +119,7 @@ bool Backlog::OpenNext() {
   }
   m_unreadable.erase(folder);
   m_folders.insert(folder);
-  m_reading.emplace(folder, std::move(dir), SettledIdentityOf(status));
+  m_reading = Reading{folder, std::move(dir), SettledIdentityOf(status)};
   return true;
 }
 
