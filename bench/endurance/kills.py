@@ -66,11 +66,11 @@ def definitions():
     return f"<root><Mem><MidCnt>{len(KINDS)}</MidCnt>{mem}</Mem><Conv>{conv}</Conv></root>"
 
 
-def set_up():
+def set_up(workers):
     port = pathlib.Path(SERVER, "port").read_text().strip()
     SETTINGS.parent.mkdir(parents=True, exist_ok=True)
     SETTINGS.write_text(f"host=127.0.0.1\nport={port}\nuser=midtable\npassword=secret\n"
-                        f"dbtype=mysql\ndbname0=mysql\ndelivery=once")
+                        f"dbtype=mysql\ndbname0=mysql\ndelivery=once\nworkers={workers}")
     pathlib.Path("/etc/morvan/vqlog.xml").write_text(definitions())
     pathlib.Path("/etc/morvan/localtour.csv").write_text("1380013\n")
     pathlib.Path("/etc/morvan/devstate.ini").write_text("")
@@ -185,9 +185,9 @@ def compare(count):
     return lost, twice
 
 
-def play(program, seed, count, strikes, seconds):
+def play(program, workers, seed, count, strikes, seconds):
     chance = random.Random(seed)
-    set_up()
+    set_up(workers)
     service = Service(program)
     feeder = threading.Thread(target=drop_files, args=(count, random.Random(seed), seconds))
     feeder.start()
@@ -205,7 +205,7 @@ def play(program, seed, count, strikes, seconds):
     left = endings()
     waiting = rows_in_mem_tables()
     others = {ending: n for ending, n in left.items() if ending != ".mid"}
-    print(f"seed {seed:3}: {count} files, {strikes} strikes, lost {lost}, twice {twice}, rows waiting "
+    print(f"seed {seed:3}, {workers} workers: {count} files, {strikes} strikes, lost {lost}, twice {twice}, rows waiting "
           f"{waiting}, not .mid {others or 0}, through after {took:.1f} s, stopped with status "
           f"{status} in {stopped:.1f} s", flush=True)
     return lost == twice == waiting == status == 0 and not others and left.get(".mid") == count
@@ -216,12 +216,13 @@ def main():
     parser.add_argument("program")
     parser.add_argument("--short", action="store_true")
     parser.add_argument("--seeds", default="1,2,3")
+    parser.add_argument("--workers", type=int, default=1)
     options = parser.parse_args()
     seeds = [int(seed) for seed in options.seeds.split(",")]
     SPOOL.mkdir(parents=True)
     start_server()
     sizes = (seeds[:1], 120, 16, 12) if options.short else (seeds, 1000, 100, 60)
-    good = [play(options.program, seed, *sizes[1:]) for seed in sizes[0]]
+    good = [play(options.program, options.workers, seed, *sizes[1:]) for seed in sizes[0]]
     subprocess.run([TOOL, "stop", SERVER], check=False)
     return 0 if all(good) else 1
 

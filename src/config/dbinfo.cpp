@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -112,6 +113,14 @@ MYSQLAUTH ReadCredentials(const CDBInfo& settings) {
   return auth;
 }
 
+int NumberOfWorkers(const std::string& value) {
+  if (value.empty()) return 1;
+  int number = 0;
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+  const bool is_number = error == std::errc() && end == value.data() + value.size();
+  return is_number && number >= 1 && number <= kMostWorkers ? number : 0;
+}
+
 CDBPolicy::CDBPolicy() {
   CDBInfo settings(paths::kSettingsFile);
   if (!settings.readConfig()) {
@@ -122,6 +131,7 @@ CDBPolicy::CDBPolicy() {
   m_auth = ReadCredentials(settings);
   if (m_auth.dbtype == "oci8") m_auth.dbtype = "oracle";
   m_delivery = settings.getValue("delivery");
+  m_workers = settings.getValue("workers");
 }
 
 CDBPolicy& ProcessPolicy() {

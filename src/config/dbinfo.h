@@ -84,6 +84,12 @@ MYSQLAUTH ReadCredentials(const CDBInfo& settings);
 // The value of the key "delivery" that selects the way of working in which every row is counted
 // exactly once.
 inline constexpr std::string_view kDeliveryOnce = "once";
+// Databases that such a service may work on at a time, the key "workers".
+inline constexpr int kMostWorkers = 16;
+
+// The number that the value of "workers" stands for: 1 for an empty one, 0 for one that is no
+// number from 1 to kMostWorkers.
+int NumberOfWorkers(const std::string& value);
 
 // Holds the record read from paths::kSettingsFile; "oci8" has become "oracle".
 class CDBPolicy {
@@ -96,10 +102,13 @@ class CDBPolicy {
   MYSQLAUTH* getDBPolicy() { return &m_auth; }
   // The value of the key "delivery": how files are counted; empty when it is absent.
   const std::string& getDelivery() const { return m_delivery; }
+  // The value of the key "workers"; empty when it is absent.
+  const std::string& getWorkers() const { return m_workers; }
 
  private:
   MYSQLAUTH m_auth;
   std::string m_delivery;
+  std::string m_workers;
 };
 
 // The process-wide policy, read on the first call: main makes that call before anything else. A

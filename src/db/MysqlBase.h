@@ -95,6 +95,8 @@ class CMysqlBase : public CSqlBase {
   int loadLocal(const char* sql, LoadBytes& bytes, LoadCounts& counts);
   // Rows that the last successful statement changed.
   std::uint64_t affectedRows() const;
+  // The server's number of the session; 0 where there is none.
+  std::string sessionId() const;
   // The server's number of the last failure; 0 for none.
   unsigned int errorNumber() const;
 

@@ -65,6 +65,10 @@ std::uint64_t CMysqlBase::affectedRows() const {
   return usable() == nullptr ? 0 : mysql_affected_rows(usable());
 }
 
+std::string CMysqlBase::sessionId() const {
+  return std::to_string(usable() == nullptr ? 0 : mysql_thread_id(usable()));
+}
+
 unsigned int CMysqlBase::errorNumber() const {
   return usable() == nullptr ? 0 : mysql_errno(usable());
 }

@@ -36,7 +36,8 @@ std::string MachineName() {
 
 }  // namespace
 
-Connection::Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence) : CMysqlBase(auth) {
+Connection::Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence, int worker)
+    : CMysqlBase(auth), m_worker(worker) {
   allowLocalLoads();
   endWorkOnStop();
   logNothing();
@@ -83,21 +84,44 @@ bool Connection::FindTable(const std::string& database, const std::string& table
   return true;
 }
 
-// The server gives up a named lock with the session that holds it, however that ended. The name is
-// the machine's own: the service of another machine is none that was left behind.
-bool Connection::Claim(const std::string& database) {
-  const std::string name = "'midtable " + MachineName() + " " + database + "'";
-  std::string got;
-  std::string holder;
-  if (!Ask("select get_lock(" + name + ", 0) as n", got)) return false;
-  if (got == "1") return true;
-  if (!Ask("select is_used_lock(" + name + ") as n", holder)) return false;
-  if (!holder.empty() && Run("kill " + holder)) {
+// A lock's name, as the server has it. It is the machine's own: the service of another machine is
+// none that was left behind. Each worker has a lock of its own, since any of them may be in the
+// middle of something in the database when the service is killed.
+std::string Connection::ClaimOf(const std::string& database, int worker) const {
+  const std::string number = worker == 1 ? std::string() : " " + std::to_string(worker);
+  static const std::string machine = MachineName();
+  return "'midtable " + machine + " " + database + number + "'";
+}
+
+// The server gives up a named lock with the session that holds it, however that ended. Whether the
+// session has gone shows when its lock can be had; if it holds it still, or the server has no such
+// locks, the ledger keeps both apart.
+bool Connection::EndLeftSessions(const std::string& database, const OwnSessions& own) {
+  std::string query = "select ";
+  for (int worker = 1; worker <= kMostWorkers; ++worker) {
+    query += (worker > 1 ? ", " : "") + ("is_used_lock(" + ClaimOf(database, worker)) + ") as n" +
+             std::to_string(worker);
+  }
+  std::vector<SqlRecord> rows;
+  if (!Query(query, rows) || rows.empty()) return false;
+  for (int worker = 1; worker <= kMostWorkers; ++worker) {
+    const std::string& holder = rows.front()["n" + std::to_string(worker)];
+    if (holder.empty() || holder == "NULL" || own.Has(holder)) continue;
+    if (!Run("kill " + holder)) continue;
     g_loger(kUnit, __LINE__, kInfo, "session %s of an earlier run on db %s ended", holder.c_str(),
             database.c_str());
+    const std::string claim = ClaimOf(database, worker);
+    std::string got;
+    if (!Ask("select get_lock(" + claim + ", " + std::to_string(kClaimSeconds) + ") as n", got) ||
+        !Run("do release_lock(" + claim + ")")) {
+      return false;
+    }
   }
-  // Another session holds it still, or the server has no such locks: the ledger keeps both apart.
-  return Ask("select get_lock(" + name + ", " + std::to_string(kClaimSeconds) + ") as n", got);
+  return true;
+}
+
+bool Connection::Claim(const std::string& database) {
+  return Run("do get_lock(" + ClaimOf(database, m_worker) + ", 0)");
 }
 
 bool Connection::SaysItExists() const {

@@ -7,13 +7,16 @@
 #include <vector>
 
 #include "db/MysqlBase.h"
+#include "delivery/common.h"
 
 class Connection : public CMysqlBase {
  public:
   static constexpr std::chrono::seconds kSilence{10};
 
   // `silence`: after how long an answer that does not come is looked for in the process list.
-  explicit Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence = kSilence);
+  // `worker`: from 1 to kMostWorkers; no two connections of a service have the same.
+  explicit Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence = kSilence,
+                      int worker = 1);
 
   // As executeSQL and fetchRecordSet, in the terms of this folder.
   bool Run(const std::string& sql) { return executeSQL(sql.c_str(), 0) == 0; }
@@ -25,14 +28,19 @@ class Connection : public CMysqlBase {
   // Whether the database, or its table, is there, in `found`. False when that could not be asked.
   bool FindDatabase(const std::string& database, bool& found);
   bool FindTable(const std::string& database, const std::string& table, bool& found);
-  // Makes this connection the one of this machine that works on `database`. A session that a kill
-  // left behind on the server, maybe in the middle of a statement and with its locks, is ended
-  // first. False when the server could not be asked.
+  // Ends the sessions that a kill of this machine's service left behind on the server, maybe in the
+  // middle of a statement and with their locks, while they worked on `database`. Sessions of `own`
+  // stay. False when the server could not be asked.
+  bool EndLeftSessions(const std::string& database, const OwnSessions& own);
+  // Makes the session known as one that may work on `database`, until it ends. False as above.
   bool Claim(const std::string& database);
   // Whether the last failure only says that what was to be made is there.
   bool SaysItExists() const;
 
  private:
+  std::string ClaimOf(const std::string& database, int worker) const;
   // The first value of the first row; empty when there is none, or NULL.
   bool Ask(const std::string& query, std::string& value);
+
+  const int m_worker;
 };

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "log/engine_unit.h"
 #include "log/zux_center_log.h"
@@ -15,45 +14,32 @@
 namespace {
 
 using std::chrono::milliseconds;
-using Clock = Trouble::Clock;
 
 constexpr int kMostSecondsForRegistry = 10;
 constexpr milliseconds kTick{500};
 constexpr std::chrono::seconds kPollEach{1};
 constexpr std::chrono::minutes kLookEach{1};
 constexpr std::chrono::seconds kPingEach{30};
-constexpr std::chrono::minutes kTidyEach{1};
 constexpr std::size_t kMostFeeds = 1'000;
-// A ledger grows to that many files before the oldest of them leave it.
-constexpr std::uint64_t kMostFilesInLedger = 20'000;
-constexpr std::size_t kFilesAtOnce = 1'000;
-constexpr int kMostLooks = 10;  // of kFilesAtOnce files
-
-// Size and time belong to the file's identity and survive a rename, so another file of the name is
-// told apart.
-bool IsSeenAsLoaded(const std::string& folder, const LedgerFile& file) {
-  const std::string path = folder + file.name.substr(0, file.name.rfind('.')) + ".mid";
-  const auto identity = IdentityOf(path);
-  if (!identity) return false;
-  LedgerFile seen = LedgerFile::Of(path, *identity);
-  seen.name = file.name;
-  return seen.IsSameFile(file);
-}
+// After so many visits a database is cared for although others are due.
+constexpr int kMostVisits = 20;
+// Names of a folder that are read before the next look at what else has come: some milliseconds.
+constexpr std::size_t kNamesAtOnce = 10'000;
 
 }  // namespace
 
-Delivery::Delivery(const MYSQLAUTH& auth, milliseconds silence)
-    : m_auth(auth),
-      m_localUser(nullptr, [this](int seconds) { PauseWatcher(seconds); }),
-      m_sql(new Connection(&m_auth, silence)),
-      m_store(std::unique_ptr<CSqlBase>(m_sql), m_auth),
-      m_definitions(m_store.dialect()),
-      m_bench{*m_sql, m_store, m_definitions, m_backlog, m_settled, nullptr, {}, {}, {}, {}} {
+Delivery::Delivery(const MYSQLAUTH& auth, int workers, milliseconds silence)
+    : m_auth(auth), m_localUser(nullptr, [this](int seconds) { PauseWatcher(seconds); }) {
   m_localUser.init();
-  if (access(paths::kNoRewriteFlag, F_OK) != 0) m_bench.registry = &m_localUser;
+  if (access(paths::kNoRewriteFlag, F_OK) != 0) m_common.registry = &m_localUser;
+  for (int number = 1; number <= workers; ++number) {
+    m_workers.push_back(
+        std::make_unique<Worker>(number, auth, silence, m_common, [this] { m_watch.Wake(); }));
+  }
 }
 
 Delivery::~Delivery() {
+  m_workers.clear();
   m_watcher_may_go.release();
   m_localUser.WaitExit();
 }
@@ -65,235 +51,180 @@ void Delivery::PauseWatcher(int seconds) {
   }
 }
 
+// Fewer threads than were asked for do the same work, more slowly.
+bool Delivery::StartWorkers() {
+  std::erase_if(m_workers, [](const auto& worker) { return !worker->Start(); });
+  return !m_workers.empty();
+}
+
 void Delivery::Run() {
   g_loger(kUnit, __LINE__, kInfo, "current db is %s", m_auth.dbtype.c_str());
   g_loger(kUnit, __LINE__, kInfo, "delivery is once");
   // Files that wait already would be flagged as if there were no local user.
   m_localUser.AwaitFirstRound(kMostSecondsForRegistry);
-  LookAround();
+  if (!StartWorkers()) return;
+  LookAround(false);
+  // Rows that an earlier run left, once.
+  for (const std::string& folder : m_common.backlog.Folders()) {
+    WorkOf(DatabaseName(folder)).SearchForRows();
+  }
   while (g_nMainRun != 0) {
-    m_worked = false;
-    if (IsConnected() && !Turn()) m_connected = false;
-    KeepHouse();
-    if (g_nMainRun != 0) TakeEvents(m_worked ? milliseconds(0) : kTick);
+    const bool more_to_read = m_common.backlog.ReadOn(kNamesAtOnce);
+    TakeBack();
+    RefreshDefinitions();
+    HandOut();
+    if (Clock::now() - m_kept_house_at >= kTick) {
+      m_kept_house_at = Clock::now();
+      KeepHouse();
+    }
+    TakeEvents(more_to_read ? milliseconds(0) : kTick);
   }
   // The server takes back what was begun; nothing waits for that.
 }
 
-bool Delivery::IsConnected() {
-  const auto now = Clock::now();
-  if (m_connected) return true;
-  if (!m_connecting.IsDue(now)) return false;
-  if (!m_store.Reconnect()) {
-    if (g_nMainRun != 0) m_connecting.Failed(m_sql->Reason(), CountFiles(), now);
-    return false;
-  }
-  m_connecting.Ended();
-  m_connected = true;
-  m_pinged_at = now;
-  m_bench.database.clear();
-  m_bench.databases.clear();
-  // Nothing that was learned over the old connection is sure any more.
-  for (auto& [key, feed] : m_feeds) feed.Forget();
-  NameRisks();
-  return true;
-}
+// --- workers
 
-// What a power loss could take although it was counted.
-void Delivery::NameRisks() {
-  std::vector<SqlRecord> rows;
-  if (!m_sql->Query("select @@innodb_flush_log_at_trx_commit as f, @@log_bin as b, @@sync_binlog "
-                    "as s",
-                    rows) ||
-      rows.empty()) {
-    return;
-  }
-  SqlRecord& row = rows.front();
-  if (row["f"] != "1") {
-    g_loger(
-        kUnit, __LINE__, kAlarm,
-        "innodb_flush_log_at_trx_commit is %s: a power loss of the server may lose counted rows",
-        row["f"].c_str());
-  }
-  if (row["b"] == "1" && row["s"] != "1") {
-    g_loger(kUnit, __LINE__, kAlarm,
-            "sync_binlog is %s: a power loss of the server may lose counted rows on replicas",
-            row["s"].c_str());
-  }
-}
-
-std::size_t Delivery::CountFiles() const {
-  std::size_t files = 0;
-  for (const Backlog::TableKey& key : m_backlog.Tables()) files += m_backlog.CountFiles(key);
-  return files;
-}
-
-// What is done once when the work has ended comes before the search for old rows and the care of
-// the ledgers, which may take a while: a file that arrives meanwhile waits for a step and not for
-// all.
-bool Delivery::Turn() {
-  const auto now = Clock::now();
-  m_settled.RetryRenames();
-  if (m_definitions.Refresh()) {
-    for (auto& [key, feed] : m_feeds) feed.Replan();
-  }
-  if (!DeliverAll()) return false;
-  if (m_worked) {
-    m_rests = false;
-    m_pinged_at = now;
-  } else if (!m_rests && !HaveARest()) {
-    return false;
-  }
-  if (!SearchForRows() || !KeepLedgersSmall()) return false;
-  if (now - m_pinged_at < kPingEach) return true;
-  m_pinged_at = now;
-  return m_store.IsAlive();
-}
-
-// From the mem table on at which the last turn ended early: one that costs the connection each time
-// does not keep those behind it from their turn.
-bool Delivery::DeliverAll() {
-  std::vector<Backlog::TableKey> keys = m_backlog.Tables();
-  for (auto& [key, feed] : m_feeds) {
-    if (feed.HasWork() && m_backlog.CountFiles(key) == 0) keys.push_back(key);
-  }
-  std::sort(keys.begin(), keys.end());
-  std::rotate(keys.begin(), std::lower_bound(keys.begin(), keys.end(), m_first), keys.end());
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    m_first = keys[i];
-    const auto now = Clock::now();
-    Feed& feed = m_feeds.try_emplace(keys[i], m_bench, keys[i]).first->second;
-    if (!feed.IsDue(now)) continue;
-    if (feed.TakesWishForSession()) return false;
-    const std::size_t before = m_backlog.CountFiles(keys[i]);
-    if (!feed.Deliver(now)) {
-      m_first = keys[(i + 1) % keys.size()];
-      return false;
-    }
-    m_worked = m_worked || m_backlog.CountFiles(keys[i]) < before;
-  }
-  m_first = {};
-  return true;
-}
-
-bool Delivery::HaveARest() {
-  m_rests = true;
-  for (auto& [key, feed] : m_feeds) {
-    if (!feed.Settle()) return false;
-  }
-  // What is known of a table saves a few questions; years of tables are not worth their memory.
-  if (m_feeds.size() > kMostFeeds) {
-    std::erase_if(m_feeds, [](const auto& item) { return !item.second.HasWork(); });
-  }
-  return true;
-}
-
-// Rows that an earlier run left, in a mem table for which no file may ever come again: once, one
-// database at a time.
-bool Delivery::SearchForRows() {
-  if (std::exchange(m_search_is_due, false)) {
-    for (const std::string& folder : m_backlog.Folders()) {
-      m_unsearched.push_back(DatabaseName(folder));
-    }
-  }
-  if (m_unsearched.empty()) return true;
-  const std::string database = m_unsearched.back();
-  std::vector<std::string> tables;
-  if (!m_store.FilledMemTables(database, tables)) return false;
-  m_unsearched.pop_back();
-  for (const std::string& table : tables) {
-    const Backlog::TableKey key{database, table};
-    m_feeds.try_emplace(key, m_bench, key).first->second.LookForRows();
-  }
-  m_worked = m_worked || !m_unsearched.empty();
-  return true;
-}
-
-// --- ledgers
-
-bool Delivery::KeepLedgersSmall() {
-  const auto now = Clock::now();
-  const bool is_due = now - m_tidied_at >= kTidyEach;
-  if (is_due && !m_bench.renamed.empty()) m_tidied_at = now;
-  for (auto next = m_bench.renamed.begin(); next != m_bench.renamed.end() && g_nMainRun != 0;) {
-    if (!is_due && next->second.size() < kFilesAtOnce) {
-      ++next;
+void Delivery::TakeBack() {
+  for (const auto& worker : m_workers) {
+    const auto ended = worker->TakeEnded();
+    if (!ended) continue;
+    if (ended->work == nullptr) {
+      Connected(*ended);
       continue;
     }
-    if (!KeepLedgerSmall(next->first, next->second)) return false;
-    next = m_bench.renamed.erase(next);
+    m_out.erase(ended->work);
+    if (m_cared_for == ended->work) m_cared_for = nullptr;
+    if (ended->visited == DatabaseWork::Visited::kWantsSession) {
+      for (const auto& other : m_workers) other->RenewSession();
+    }
+    DropIdleFeeds();
   }
+}
+
+// The trouble is told once for all workers, however many have met it.
+void Delivery::Connected(const Worker::Ended& ended) {
+  if (ended.connected) {
+    m_connecting.Ended();
+  } else if (!ended.reason.empty() && g_nMainRun != 0) {
+    m_connecting.Failed(ended.reason, m_common.backlog.CountFiles(), Clock::now());
+  }
+}
+
+void Delivery::DropIdleFeeds() {
+  std::size_t feeds = 0;
+  for (auto& [name, work] : m_databases) feeds += IsOut(work) ? 0 : work.CountFeeds();
+  if (feeds <= kMostFeeds) return;
+  for (auto& [name, work] : m_databases) {
+    if (!IsOut(work)) work.DropIdleFeeds();
+  }
+}
+
+void Delivery::RefreshDefinitions() {
+  if (m_definitions != nullptr && m_definitions->IsCurrent()) return;
+  m_definitions = std::make_shared<const Definitions>(Dialect::Of(m_auth));
+}
+
+DatabaseWork& Delivery::WorkOf(const std::string& database) {
+  return m_databases.try_emplace(database, m_common, database).first->second;
+}
+
+// Those that a visit is due for, the one that has waited longest first.
+std::vector<DatabaseWork*> Delivery::DueDatabases(Clock::time_point now) {
+  for (const std::string& database : m_common.backlog.Databases()) WorkOf(database);
+  std::vector<DatabaseWork*> due;
+  for (auto& [name, work] : m_databases) {
+    if (IsOut(work)) continue;
+    work.RetryRenames();
+    work.Use(m_definitions);
+    if (work.IsDue(now)) due.push_back(&work);
+  }
+  std::stable_sort(due.begin(), due.end(), [now](DatabaseWork* a, DatabaseWork* b) {
+    return a->WaitsSince(now) < b->WaitsSince(now);
+  });
+  return due;
+}
+
+// One database at a time: a file that arrives meanwhile finds another worker free, or waits for a
+// step and not for all.
+void Delivery::CareForOne(Clock::time_point now) {
+  if (m_cared_for != nullptr) return;
+  for (auto& [name, work] : m_databases) {
+    if (IsOut(work) || !work.WantsCare(now)) continue;
+    if (!Give(work)) return;
+    m_cared_for = &work;
+    m_visits = 0;
+    return;
+  }
+}
+
+// What is done when there is nothing else to do is done now and then where there always is.
+void Delivery::HandOut() {
+  const auto now = Clock::now();
+  if (m_visits >= kMostVisits) CareForOne(now);
+  const std::vector<DatabaseWork*> due = DueDatabases(now);
+  const bool all_given =
+      std::all_of(due.begin(), due.end(), [this](DatabaseWork* work) { return Give(*work); });
+  if (all_given) CareForOne(now);
+  KeepConnections(now, !all_given);
+}
+
+// To the free worker that is in the database already, if there is one. False when none is free.
+bool Delivery::Give(DatabaseWork& work) {
+  Worker* chosen = nullptr;
+  for (const auto& worker : m_workers) {
+    if (worker->isBusy() || worker->wantsConnection()) continue;
+    if (chosen == nullptr || worker->database() == work.database()) chosen = worker.get();
+  }
+  if (chosen == nullptr) return false;
+  m_out.insert(&work);
+  ++m_visits;
+  chosen->Visit(work);
   return true;
 }
 
-bool Delivery::KeepLedgerSmall(const std::string& database, std::span<const LedgerFile> renamed) {
-  Ledger ledger(*m_sql);
-  bool done = Enter(database);
-  for (; done && !renamed.empty();
-       renamed = renamed.subspan(std::min(kFilesAtOnce, renamed.size()))) {
-    done = ledger.MarkSeen(renamed.first(std::min(kFilesAtOnce, renamed.size())));
+// A worker connects when there is work for it, one after the other; the first one always. So a
+// server that is away is asked by one of them.
+void Delivery::KeepConnections(Clock::time_point now, bool more_wanted) {
+  const bool connecting = std::any_of(m_workers.begin(), m_workers.end(), [](const auto& worker) {
+    return worker->isBusy() && worker->isConnecting();
+  });
+  bool may_connect = !connecting && m_connecting.IsDue(now);
+  for (const auto& worker : m_workers) {
+    if (worker->isBusy()) continue;
+    if (!worker->wantsConnection()) {
+      if (now - worker->usedAt() >= kPingEach) worker->Ping();
+    } else if (may_connect && (more_wanted || worker == m_workers.front())) {
+      worker->Connect();
+      may_connect = false;
+    }
   }
-  std::uint64_t count = 0;
-  done = done && NoteSeenFiles(ledger, database) && ledger.RemoveEmptiedMarks() &&
-         ledger.CountSeen(count);
-  if (!done) return m_sql->lastFailure() != SqlFailure::kConnection;
-  while (count > kMostFilesInLedger && g_nMainRun != 0) {
-    const auto removed = std::min<std::uint64_t>(kFilesAtOnce, count - kMostFilesInLedger);
-    if (!ledger.RemoveOldestSeen(removed)) return m_sql->lastFailure() != SqlFailure::kConnection;
-    count -= removed;
-  }
-  return true;
-}
-
-// Only a file that was seen under its final name may leave the ledger. One that is merely missing
-// may come back with its folder, and would be counted again without its entry. Here are those that
-// an earlier run renamed, or that were renamed late. False as that of a statement.
-bool Delivery::NoteSeenFiles(Ledger& ledger, const std::string& database) {
-  const std::string folder = paths::kSpool + database.substr(kDatabasePrefix.size()) + "/";
-  std::string& up_to = m_seen_up_to[database];
-  for (int i = 0; i < kMostLooks && g_nMainRun != 0; ++i) {
-    std::vector<LedgerFile> files;
-    if (!ledger.FilesNotSeen(up_to, kFilesAtOnce, files)) return false;
-    const bool is_end = files.size() < kFilesAtOnce;
-    up_to = is_end ? std::string() : files.back().name;
-    std::erase_if(files,
-                  [&folder](const LedgerFile& file) { return !IsSeenAsLoaded(folder, file); });
-    if (!ledger.MarkSeen(files)) return false;
-    if (is_end) break;
-  }
-  return true;
-}
-
-bool Delivery::Enter(const std::string& database) {
-  if (m_bench.database == database) return true;
-  m_bench.database.clear();
-  if (!m_store.Use(database)) return false;
-  m_bench.database = database;
-  return true;
 }
 
 // --- what comes
 
 // Watched before they are read, the folders can receive no file that neither sees.
-void Delivery::LookAround() {
+void Delivery::LookAround(bool changed_only) {
   m_looked_at = Clock::now();
-  m_watching = m_backlog.FindFolders() && m_watch.Watch(m_backlog.Folders());
-  m_backlog.Rescan();
+  m_watching = m_common.backlog.FindFolders() && m_watch.Watch(m_common.backlog.Folders());
+  m_common.backlog.Rescan(changed_only && m_watching);
 }
 
 void Delivery::TakeEvents(milliseconds longest) {
-  bool look_around =
+  bool is_due =
       Clock::now() - m_looked_at >= (m_watching ? std::chrono::seconds(kLookEach) : kPollEach);
+  bool has_missed = false;
   for (const SpoolWatch::Event& event : m_watch.Wait(longest)) {
     if (event.folder.empty()) {
-      look_around = true;
+      has_missed = true;
     } else if (event.name.empty()) {
       // Watched before it is read: what comes in between is seen by one of the two.
       m_watching = m_watch.Watch({event.folder}) && m_watching;
-      m_backlog.RescanFolder(event.folder);
+      m_common.backlog.RescanFolder(event.folder);
     } else {
-      m_backlog.Note(event.folder, event.name);
+      m_common.backlog.Note(event.folder, event.name);
     }
   }
-  if (look_around) LookAround();
+  // A reading that takes longer than the time between two of them comes to its end first.
+  is_due = is_due && longest > milliseconds(0);
+  if (is_due || has_missed) LookAround(!has_missed);
 }

@@ -8,34 +8,36 @@
 // A file is set aside for its own fault alone. Trouble of the server or of a definition holds files
 // back until it ends; they keep their names. No mid table is ever given up.
 //
-// Threads: everything runs on the thread that calls Run; the registry has a watcher thread.
+// Threads: the one that calls Run watches the spool and hands databases out to workers, each a
+// thread with a connection of its own. A database is with one worker or with nobody, and passes
+// from one to the next with all that is known of it. The registry has a watcher thread.
 #pragma once
 
 #include <map>
 #include <memory>
 #include <semaphore>
-#include <span>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "config/dbinfo.h"
+#include "delivery/common.h"
 #include "delivery/connection.h"
-#include "delivery/feed.h"
+#include "delivery/database_work.h"
 #include "delivery/plan.h"
 #include "delivery/trouble.h"
+#include "delivery/worker.h"
 #include "localuser/tourlocaluser.h"
-#include "spool/backlog.h"
-#include "spool/settled_files.h"
 #include "spool/watch.h"
-#include "tables/store.h"
 
 class Delivery {
  public:
-  // Starts the registry's watcher. `silence`: after how long a connection asks whether the answer
-  // that it waits for was lost.
-  explicit Delivery(const MYSQLAUTH& auth,
+  // Starts the registry's watcher. `workers`: how many databases may be worked on at a time, from 1
+  // to kMostWorkers. `silence`: after how long a connection asks whether the answer that it waits
+  // for was lost.
+  explicit Delivery(const MYSQLAUTH& auth, int workers = 1,
                     std::chrono::milliseconds silence = Connection::kSilence);
-  // Waits for the watcher, which ends once g_nMainRun is 0.
+  // Waits for the workers and the watcher, which end once g_nMainRun is 0.
   ~Delivery();
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
@@ -44,46 +46,37 @@ class Delivery {
   void Run();
 
  private:
+  using Clock = Trouble::Clock;
+
   void PauseWatcher(int seconds);
-  bool IsConnected();
-  void NameRisks();
-  // One turn: a batch of each mem table that is due. False when the connection is of no use any
-  // more, or another one is wanted.
-  bool Turn();
-  bool DeliverAll();
-  bool HaveARest();
-  bool SearchForRows();
-  bool KeepLedgersSmall();
-  bool KeepLedgerSmall(const std::string& database, std::span<const LedgerFile> renamed);
-  bool NoteSeenFiles(Ledger& ledger, const std::string& database);
-  bool Enter(const std::string& database);
-  std::size_t CountFiles() const;
-  void LookAround();
+  bool StartWorkers();
+  void TakeBack();
+  void Connected(const Worker::Ended& ended);
+  void DropIdleFeeds();
+  void RefreshDefinitions();
+  void HandOut();
+  std::vector<DatabaseWork*> DueDatabases(Clock::time_point now);
+  void CareForOne(Clock::time_point now);
+  DatabaseWork& WorkOf(const std::string& database);
+  bool IsOut(const DatabaseWork& work) const { return m_out.count(&work) != 0; }
+  bool Give(DatabaseWork& work);
+  void KeepConnections(Clock::time_point now, bool more_wanted);
+  void LookAround(bool changed_only);
   void TakeEvents(std::chrono::milliseconds longest);
 
-  MYSQLAUTH m_auth;
+  const MYSQLAUTH m_auth;
   std::counting_semaphore<> m_watcher_may_go{0};
   TourLocalUser m_localUser;
-  Connection* m_sql;  // that of the store
-  Store m_store;
-  Definitions m_definitions;
-  Backlog m_backlog;
-  SettledFiles m_settled;
+  Common m_common;
+  std::shared_ptr<const Definitions> m_definitions;
   SpoolWatch m_watch;
-  Workbench m_bench;
-  std::map<Backlog::TableKey, Feed> m_feeds;
+  std::map<std::string, DatabaseWork> m_databases;  // by name
+  std::set<const DatabaseWork*> m_out;              // with a worker
+  const DatabaseWork* m_cared_for = nullptr;        // of those, the one that no file made due
+  int m_visits = 0;                                 // since the last such one
   Trouble m_connecting{"server", std::chrono::seconds(2)};
-  bool m_connected = false;
   bool m_watching = false;
-  bool m_worked = false;      // in the last turn
-  bool m_rests = false;       // what is done once when there is no more work is done
-  Backlog::TableKey m_first;  // of the next turn
-  // Databases that were not searched for rows of an earlier run yet; none before m_search_is_due
-  // was followed.
-  bool m_search_is_due = true;
-  std::vector<std::string> m_unsearched;
-  Trouble::Clock::time_point m_tidied_at;
-  std::map<std::string, std::string> m_seen_up_to;  // file names in ledgers, by database
-  Trouble::Clock::time_point m_looked_at;
-  Trouble::Clock::time_point m_pinged_at;
+  Clock::time_point m_looked_at;
+  Clock::time_point m_kept_house_at;
+  std::vector<std::unique_ptr<Worker>> m_workers;
 };

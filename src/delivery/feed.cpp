@@ -33,11 +33,11 @@ std::string WithEnding(const std::string& path, const char* ending) {
 
 }  // namespace
 
-Feed::Feed(Workbench& bench, const Backlog::TableKey& key)
-    : m_bench(bench),
-      m_ledger(bench.sql),
-      m_key(key),
-      m_trouble("table " + key.database + "." + key.table) {}
+Feed::Feed(Common& common, DatabaseNotes& notes, const std::string& table)
+    : m_common(common),
+      m_notes(notes),
+      m_key{notes.database, table},
+      m_trouble("table " + notes.database + "." + table) {}
 
 // Another session, or an operator, may have changed anything meanwhile: the questions are asked
 // again.
@@ -57,11 +57,12 @@ void Feed::Replan() {
   m_trouble.Hurry();
 }
 
-bool Feed::Deliver(Trouble::Clock::time_point now) {
+bool Feed::Deliver(Workbench& bench, Trouble::Clock::time_point now) {
+  m_bench = &bench;
   m_now = now;
   const std::vector<MemFile> files = ChooseFiles();
   if (files.empty() && !m_owes) {
-    if (m_bench.backlog.CountFiles(m_key) == 0) m_trouble.Ended();
+    if (m_common.backlog.CountFiles(m_key) == 0) m_trouble.Ended();
     return true;
   }
   Step step = Prepare();
@@ -70,16 +71,16 @@ bool Feed::Deliver(Trouble::Clock::time_point now) {
   if (step == Step::kDone) m_trouble.Ended();
   if (g_nMainRun == 0) return false;
   // A statement that costs the connection each time must not keep the others from their turn.
-  if (step == Step::kBroken) Hold(m_bench.sql.Reason());
+  if (step == Step::kBroken) Hold(sql().Reason());
   return step != Step::kBroken;
 }
 
 Feed::Step Feed::Hold(const std::string& reason) {
-  m_trouble.Failed(reason, m_bench.backlog.CountFiles(m_key), m_now);
+  m_trouble.Failed(reason, m_common.backlog.CountFiles(m_key), m_now);
   return Step::kHeld;
 }
 
-Feed::Step Feed::Fail() { return FailBy(m_bench.sql.lastFailure(), m_bench.sql.Reason()); }
+Feed::Step Feed::Fail() { return FailBy(sql().lastFailure(), sql().Reason()); }
 
 // A lost connection is nobody's trouble yet: the batch is tried again on a new one, and the ledger
 // tells what became of it.
@@ -87,7 +88,7 @@ Feed::Step Feed::FailBy(SqlFailure failure, const std::string& reason) {
   if (failure == SqlFailure::kConnection) return Step::kBroken;
   // The server's word may mean that something was removed behind our back.
   Forget();
-  m_bench.databases.erase(m_key.database);
+  m_notes.ready = false;
   m_wants_session = failure == SqlFailure::kPrivilege;
   return Hold(reason);
 }
@@ -118,12 +119,12 @@ Feed::Step Feed::Prepare() {
 Feed::Step Feed::MakePlan() {
   if (m_planned) return Step::kDone;
   std::string error;
-  switch (m_bench.definitions.MakePlan(m_key.table, m_key.database, m_plan, error)) {
+  switch (m_notes.definitions->MakePlan(m_key.table, m_key.database, m_plan, error)) {
     case PlanResult::kReady:
       m_planned = true;
       return Step::kDone;
     case PlanResult::kUnknownKind:
-      if (m_bench.backlog.CountFiles(m_key) == 0) break;
+      if (m_common.backlog.CountFiles(m_key) == 0) break;
       for (const MemFile& file : ChooseFiles()) SetAside(file, error);
       return Step::kHeld;
     case PlanResult::kFaulty:
@@ -132,37 +133,42 @@ Feed::Step Feed::MakePlan() {
   return Hold(error);
 }
 
-// The claim ends a session that a killed service left behind, whose locks the batch would wait for.
+// Sessions that a killed service left behind are ended, since the batch would wait for their locks.
+// That is done by the first worker that comes here; each one claims the database.
 Feed::Step Feed::EnterDatabase() {
-  if (m_bench.databases.count(m_key.database) == 0) {
+  const std::string& database = m_key.database;
+  if (!m_notes.ready) {
     bool there = false;
-    if (!m_bench.sql.FindDatabase(m_key.database, there)) return Fail();
-    if (!there && !m_bench.sql.Run("create database " + m_key.database)) return Fail();
-    m_bench.database.clear();
+    if (!sql().FindDatabase(database, there)) return Fail();
+    if (!there && !sql().Run("create database " + database)) return Fail();
+    m_bench->database.clear();
   }
-  if (m_bench.database != m_key.database) {
-    if (!m_bench.store.Use(m_key.database)) return Fail();
-    m_bench.database = m_key.database;
+  if (m_bench->database != database) {
+    if (!m_bench->store.Use(database)) return Fail();
+    m_bench->database = database;
   }
-  if (m_bench.databases.count(m_key.database) == 0) {
-    if (!m_bench.sql.Claim(m_key.database) || !m_ledger.Create()) return Fail();
-    m_bench.databases.insert(m_key.database);
+  if (!m_notes.ready && !sql().EndLeftSessions(database, m_common.sessions)) return Fail();
+  if (m_bench->claims.count(database) == 0) {
+    if (!sql().Claim(database)) return Fail();
+    m_bench->claims.insert(database);
   }
+  if (!m_notes.ready && !ledger().Create()) return Fail();
+  m_notes.ready = true;
   return Step::kDone;
 }
 
 // A mark says that all Create statements have run. Without one they run again, and what is there
 // already is as good as made: a kill may have come between two of them.
 Feed::Step Feed::MakeMemTable(MemTableMark& mark) {
-  if (!m_ledger.ReadMark(m_key.table, mark)) return Fail();
+  if (!ledger().ReadMark(m_key.table, mark)) return Fail();
   bool there = false;
-  if (!m_bench.sql.FindTable(m_key.database, m_key.table, there)) return Fail();
+  if (!sql().FindTable(m_key.database, m_key.table, there)) return Fail();
   if (mark.known && there) return Step::kDone;
   for (const std::string& create : m_plan.mem_creates) {
-    if (!m_bench.sql.Run(create) && !m_bench.sql.SaysItExists()) return Fail();
+    if (!sql().Run(create) && !sql().SaysItExists()) return Fail();
   }
   if (mark.known) return Step::kDone;
-  if (!m_ledger.AddMark(m_key.table) || !m_ledger.ReadMark(m_key.table, mark)) return Fail();
+  if (!ledger().AddMark(m_key.table) || !ledger().ReadMark(m_key.table, mark)) return Fail();
   return mark.known ? Step::kDone : Hold("the ledger takes no entry");
 }
 
@@ -171,8 +177,9 @@ Feed::Step Feed::MakeMidTables() {
   for (const MidTarget& target : m_plan.targets) {
     if (target.database.empty() || m_tables.count(target.name) != 0) continue;
     bool there = false;
-    if (!m_bench.sql.FindTable(target.database, target.name, there)) return Fail();
-    if (!there && !m_bench.sql.Run(target.create)) return Fail();
+    if (!sql().FindTable(target.database, target.name, there)) return Fail();
+    // Another worker may have made a table that is not of one database alone.
+    if (!there && !sql().Run(target.create) && !sql().SaysItExists()) return Fail();
   }
   return Step::kDone;
 }
@@ -193,7 +200,7 @@ Feed::Step Feed::CheckEngines() {
       "where t.table_schema in ('" +
       m_key.database + "', '" + kMonthTableDatabase + "') and t.table_name in (" + names +
       ") and t.table_type = 'BASE TABLE' and ifnull(e.transactions, 'NO') <> 'YES'";
-  if (!m_bench.sql.Query(query, rows)) return Fail();
+  if (!sql().Query(query, rows)) return Fail();
   if (!rows.empty()) {
     return Hold("table " + rows.front()["name"] + " has engine " + rows.front()["engine"] +
                 ", which cannot be rolled back");
@@ -206,7 +213,7 @@ Feed::Step Feed::CheckEngines() {
 Feed::Step Feed::CountLeftRows() {
   if (m_emptied) return Step::kDone;
   std::vector<SqlRecord> rows;
-  if (!m_bench.sql.Query("select 1 as n from " + m_key.table + " limit 1", rows)) return Fail();
+  if (!sql().Query("select 1 as n from " + m_key.table + " limit 1", rows)) return Fail();
   if (rows.empty()) {
     m_emptied = true;
     return Step::kDone;
@@ -220,7 +227,7 @@ Feed::Step Feed::CountLeftRows() {
 // A truncate and not a delete: it costs the same however many rows there are, and leaves no old
 // versions of them behind.
 Feed::Step Feed::Empty() {
-  if (!m_bench.sql.Run("truncate table " + m_key.table)) {
+  if (!sql().Run("truncate table " + m_key.table)) {
     m_prepared = false;
     return Fail();
   }
@@ -231,10 +238,11 @@ Feed::Step Feed::Empty() {
 
 // Only once there is nothing else to do: the word saves a truncate after a restart, and costs a
 // transaction.
-bool Feed::Settle() {
+bool Feed::Settle(Workbench& bench) {
   if (m_settled || !m_prepared || !m_emptied) return true;
+  m_bench = &bench;
   if (EnterDatabase() == Step::kBroken) return false;
-  if (!m_ledger.MarkEmptied(m_key.table, m_token)) return Fail() != Step::kBroken;
+  if (!ledger().MarkEmptied(m_key.table, m_token)) return Fail() != Step::kBroken;
   m_settled = true;
   return true;
 }
@@ -243,16 +251,16 @@ bool Feed::Settle() {
 
 // The files of the next batch. A suspect stands alone, once another file of its kind has passed.
 std::vector<MemFile> Feed::ChooseFiles() {
-  const std::uint64_t commits = m_bench.commits[MemFile{{}, {}, m_key.table}.Kind()];
+  const std::uint64_t commits = m_common.commits.Of(MemFile{{}, {}, m_key.table}.Kind());
   for (const auto& [path, then] : m_suspects) {
     if (commits > then) return {MemFile{path, m_key.database, m_key.table}};
   }
   const auto passes = [this](const std::string& path) {
     const auto put_off = m_put_off.find(path);
-    return m_suspects.count(path) != 0 || m_bench.settled.Contains(path) ||
+    return m_suspects.count(path) != 0 || m_notes.settled.Contains(path) ||
            (put_off != m_put_off.end() && !put_off->second.IsDue(m_now));
   };
-  std::vector<MemFile> files = m_bench.backlog.First(m_key, kMostFiles, kMostBytes, passes);
+  std::vector<MemFile> files = m_common.backlog.First(m_key, kMostFiles, kMostBytes, passes);
   std::erase_if(files, [this](const MemFile& file) {
     if (file.Refusal() == NameRefusal::kNone) return false;
     SetAside(file, "name is not safe in a statement, refused");
@@ -277,7 +285,7 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     if (g_nMainRun == 0) return Step::kBroken;
     const std::vector<MemFile> next = std::move(batches.back());
     batches.pop_back();
-    Batch batch(m_bench.sql, m_bench.registry, m_key.table, m_plan);
+    Batch batch(sql(), m_common.registry, m_key.table, m_plan);
     const std::string token = NewToken();
     const BatchOutcome outcome = batch.Run(next, m_token, token);
     if (outcome.kind != BatchOutcome::Kind::kCommitted) {
@@ -288,7 +296,7 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     m_token = token;
     m_settled = m_emptied = false;
     m_owes = true;
-    if (batch.HasCountedRows()) ++m_bench.commits[MemFile{{}, {}, m_key.table}.Kind()];
+    if (batch.HasCountedRows()) m_common.commits.Add(MemFile{{}, {}, m_key.table}.Kind());
     const Step emptied = Empty();
     FinishFiles(next, batch);
     if (emptied != Step::kDone) return emptied;
@@ -314,7 +322,8 @@ Feed::Step Feed::Settle(const BatchOutcome& outcome, const std::vector<MemFile>&
       return Hold("another batch came between");
     // Somebody took the file away before its rows were counted.
     case Kind::kFileGone:
-      m_bench.backlog.Remove(files[outcome.file]);
+      m_common.backlog.RemoveIfGone(files[outcome.file]);
+      ++m_notes.done;
       m_suspects.erase(files[outcome.file].path);
       m_put_off.erase(files[outcome.file].path);
       break;
@@ -356,7 +365,7 @@ Feed::Step Feed::SettleFailed(const BatchOutcome& outcome, const std::vector<Mem
 // A conversion has refused the rows of this file alone. Where another file of the kind passes, the
 // file is at fault and not the definition.
 Feed::Step Feed::Suspect(const MemFile& file, const std::string& reason, bool others_follow) {
-  const std::uint64_t commits = m_bench.commits[file.Kind()];
+  const std::uint64_t commits = m_common.commits.Of(file.Kind());
   const auto suspect = m_suspects.find(file.path);
   if (suspect != m_suspects.end() && commits > suspect->second) {
     SetAside(file, reason);
@@ -382,16 +391,17 @@ void Feed::FinishFiles(const std::vector<MemFile>& files, const Batch& batch) {
     const auto identity = IdentityOf(path);
     // Another file that has taken the name meanwhile waits for a batch of its own.
     if (identity && !LedgerFile::Of(path, *identity).IsSameFile(batch.identities()[i])) continue;
-    m_bench.backlog.Remove(files[i]);
+    m_common.backlog.Remove(files[i]);
+    ++m_notes.done;
     const std::string target = WithEnding(path, ".mid");
     if (!identity) continue;
     if (MoveMemFile(path, target)) {
-      m_bench.renamed[m_key.database].push_back(batch.identities()[i]);
+      m_notes.renamed.push_back(batch.identities()[i]);
       continue;
     }
     g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", path.c_str(),
             target.c_str(), errno);
-    m_bench.settled.Add(path, target, identity);
+    m_notes.settled.Add(path, target, identity);
   }
 }
 
@@ -405,12 +415,13 @@ void Feed::SetAside(const MemFile& file, const std::string& reason) {
   const std::string path = Printable(file.path);
   g_loger(kUnit, __LINE__, kError, "file (%s) set aside: %s", path.c_str(),
           Printable(reason).c_str());
-  m_bench.backlog.Remove(file);
+  m_common.backlog.Remove(file);
+  ++m_notes.done;
   m_suspects.erase(file.path);
   m_put_off.erase(file.path);
   const std::string target = WithEnding(file.path, ".err");
   if (MoveMemFile(file.path, target)) return;
   g_loger(kUnit, __LINE__, kError, "file (%s) rename to (%s) failed errno (%d)", path.c_str(),
           Printable(target).c_str(), errno);
-  m_bench.settled.Add(file.path, target, IdentityOf(file.path));
+  m_notes.settled.Add(file.path, target, IdentityOf(file.path));
 }

@@ -4,12 +4,14 @@
 
 #include <chrono>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "delivery/batch.h"
+#include "delivery/common.h"
 #include "delivery/connection.h"
 #include "delivery/ledger.h"
 #include "delivery/plan.h"
@@ -18,30 +20,33 @@
 #include "spool/settled_files.h"
 #include "tables/store.h"
 
-// What all feeds of a worker work with.
+// What a worker works with. Of one thread.
 struct Workbench {
   Connection& sql;
   Store& store;
-  Definitions& definitions;
-  Backlog& backlog;
-  SettledFiles& settled;
-  TourLocalUser* registry;          // null: no flags are added
-  std::string database;             // that the connection is in
-  std::set<std::string> databases;  // known to be there, with their ledger
-  // Files that got their final name and are not noted so in the ledger yet, by database.
-  std::map<std::string, std::vector<LedgerFile>> renamed;
-  // Batches that were committed, by kind: whether the definitions of a kind work.
-  std::map<std::string, std::uint64_t> commits;
+  std::string database;          // that the connection is in
+  std::set<std::string> claims;  // databases that the session has claimed
 };
 
-// Of one thread. What it is given must outlive it.
+// What all feeds of a database share.
+struct DatabaseNotes {
+  std::string database;
+  std::shared_ptr<const Definitions> definitions;
+  bool ready = false;  // known to be there, with its ledger and without sessions left behind
+  SettledFiles settled;
+  std::vector<LedgerFile> renamed;  // that the ledger does not know yet to have their final name
+  std::uint64_t done = 0;           // files that were counted, or set aside, or were gone
+};
+
+// For one thread at a time, each with a workbench of its own. What the constructor is given must
+// outlive the object.
 class Feed {
  public:
-  Feed(Workbench& bench, const Backlog::TableKey& key);
+  Feed(Common& common, DatabaseNotes& notes, const std::string& table);
 
   // Counts waiting files, one batch and what it falls into, and rows that the mem table holds.
   // False when the connection is of no use any more, or the service is to stop.
-  bool Deliver(Trouble::Clock::time_point now);
+  bool Deliver(Workbench& bench, Trouble::Clock::time_point now);
   // Whether a call could do anything at this time.
   bool IsDue(Trouble::Clock::time_point now) const { return m_trouble.IsDue(now); }
   // Whether a call is wanted although no file may wait.
@@ -51,13 +56,13 @@ class Feed {
   // Whether the next call should have a new connection: rights that were granted count for new
   // sessions only. Asking takes the wish away.
   bool TakesWishForSession() { return std::exchange(m_wants_session, false); }
-  // What is known of the server holds no longer: there is a new connection.
+  // What is known of the server holds no longer: a session was lost.
   void Forget();
   // The definitions have changed.
   void Replan();
   // Notes in the ledger that the mem table is empty, where it is and the ledger has another word.
   // False as that of Deliver.
-  bool Settle();
+  bool Settle(Workbench& bench);
 
  private:
   // How a step ended: done, or with trouble that was told, or with a connection of no use.
@@ -88,8 +93,12 @@ class Feed {
   Step FailBy(SqlFailure failure, const std::string& reason);
   Step Hold(const std::string& reason);
 
-  Workbench& m_bench;
-  Ledger m_ledger;
+  Connection& sql() { return m_bench->sql; }
+  Ledger ledger() { return Ledger(m_bench->sql); }
+
+  Common& m_common;
+  DatabaseNotes& m_notes;
+  Workbench* m_bench = nullptr;  // that of the call at work
   const Backlog::TableKey m_key;
   Plan m_plan;
   bool m_planned = false;

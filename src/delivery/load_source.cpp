@@ -25,8 +25,7 @@ LoadSource::Opened LoadSource::Open() {
   }
   m_identity = IdentityOf(status);
   if (m_registry != nullptr) {
-    m_records = std::make_unique<FlaggedRecords>(
-        m_file.get(), m_path, [this](std::uint32_t code) { return m_registry->FlagOf(code); });
+    m_records = std::make_unique<FlaggedRecords>(m_file.get(), m_path, m_registry->Flags());
   }
   return Opened::kReady;
 }
@@ -56,11 +55,23 @@ int LoadSource::Read(char* buffer, unsigned int size) {
     return -1;
   }
   if (m_records != nullptr) return ReadFlagged(buffer, size);
+  if (m_rest.empty() && !Fill()) return Fail("read");
+  const std::size_t part = std::min<std::size_t>(m_rest.size(), size);
+  std::memcpy(buffer, m_rest.data(), part);
+  m_rest.remove_prefix(part);
+  return static_cast<int>(part);
+}
+
+// The client library asks for small pieces; the system is asked for large ones.
+bool LoadSource::Fill() {
+  constexpr std::size_t kPiece = 128 * 1024;
+  if (m_piece == nullptr) m_piece = std::make_unique_for_overwrite<char[]>(kPiece);
   ssize_t got = 0;
   do {
-    got = read(m_file.get(), buffer, size);
+    got = read(m_file.get(), m_piece.get(), kPiece);
   } while (got < 0 && errno == EINTR);
-  return got < 0 ? Fail("read") : static_cast<int>(got);
+  if (got >= 0) m_rest = {m_piece.get(), static_cast<std::size_t>(got)};
+  return got >= 0;
 }
 
 // The buffer is filled as far as it goes, in the middle of a record too: the client library sends

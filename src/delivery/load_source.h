@@ -37,6 +37,7 @@ class LoadSource : public LoadBytes {
   std::string error() const override { return m_error; }
 
  private:
+  bool Fill();
   int ReadFlagged(char* buffer, unsigned int size);
   int Fail(const char* what);
 
@@ -45,6 +46,7 @@ class LoadSource : public LoadBytes {
   FileDescriptor m_file;
   FileIdentity m_identity{};
   std::unique_ptr<FlaggedRecords> m_records;
-  std::string_view m_rest;  // of a record that did not fit
+  std::unique_ptr<char[]> m_piece;  // of a file without flags
+  std::string_view m_rest;          // of the piece, or of a record that did not fit
   std::string m_error;
 };

@@ -7,24 +7,21 @@
 #include "tables/mid_table_name.h"
 #include "tables/sql_template.h"
 
-bool Definitions::Refresh() {
-  const auto now = IdentityOf(m_dialect.DefinitionsFile());
-  if (m_looked && now == m_identity) return false;
-  m_looked = true;
-  // The identity is that of before the reading: a file that changes meanwhile is read again.
-  m_identity = now;
-  m_xml.emplace();
-  m_error.clear();
-  if (!m_xml->parseFile(m_dialect.DefinitionsFile())) {
-    m_error = std::string("xml file ") + m_dialect.DefinitionsFile() + ": " + m_xml->getError();
-  }
-  return true;
+// The identity is that of before the reading: a file that changes meanwhile is read again.
+Definitions::Definitions(const Dialect& dialect)
+    : m_dialect(dialect), m_identity(IdentityBehindLinks(dialect.DefinitionsFile())) {
+  if (m_xml.parseFile(m_dialect.DefinitionsFile())) return;
+  m_error = std::string("xml file ") + m_dialect.DefinitionsFile() + ": " + m_xml.getError();
+}
+
+bool Definitions::IsCurrent() const {
+  return IdentityBehindLinks(m_dialect.DefinitionsFile()) == m_identity;
 }
 
 // The error says the same as the run log's lines of the other way of working, so that an operator
 // finds one explanation for both.
 bool Definitions::ReadText(const std::string& path, std::string& text, std::string& error) const {
-  const CXmlNode node = m_xml->getNode(path);
+  const CXmlNode node = m_xml.getNode(path);
   if (node) {
     text = node.getContent();
     return true;
@@ -125,7 +122,7 @@ bool Definitions::ReadTarget(const std::string& node, const ConversionInput& inp
   // Only these kinds and periods have a second statement in the other way of working, and the sums
   // of both ways are to be the same.
   const bool may_fall_back = own.period != Period::kYear && HasFallback(kind);
-  if (may_fall_back && m_xml->getNode(fallback) &&
+  if (may_fall_back && m_xml.getNode(fallback) &&
       !FillAt(fallback, m_dialect.FallbackValues(own), target.fallback, error)) {
     return false;
   }

@@ -1,5 +1,5 @@
 // What the table definition file says of one mem table: how it is made, and which statements turn
-// its rows into rows of mid tables. Read once, and again when the file has changed.
+// its rows into rows of mid tables.
 #pragma once
 
 #include <optional>
@@ -30,14 +30,14 @@ enum class PlanResult {
   kFaulty,       // the definitions are at fault
 };
 
-// One thread.
+// The file as it was at one moment. Any thread.
 class Definitions {
  public:
-  explicit Definitions(const Dialect& dialect) : m_dialect(dialect) {}
+  // Reads the file.
+  explicit Definitions(const Dialect& dialect);
 
-  // Looks whether the file has changed since the last call; true when it has. Plans made before
-  // are stale then.
-  bool Refresh();
+  // Whether the file is still the one that was read.
+  bool IsCurrent() const;
   // The plan for the mem table of that name in `database`; `error` says why a plan is not ready.
   PlanResult MakePlan(const std::string& mem_table, const std::string& database, Plan& plan,
                       std::string& error) const;
@@ -52,8 +52,7 @@ class Definitions {
                   std::string& error) const;
 
   const Dialect& m_dialect;
-  std::optional<FileIdentity> m_identity;
-  bool m_looked = false;
-  std::optional<CXmlStream> m_xml;
+  const std::optional<FileIdentity> m_identity;  // before the reading; nothing: no file
+  CXmlStream m_xml;
   std::string m_error;  // why the file cannot be used; empty when it can
 };

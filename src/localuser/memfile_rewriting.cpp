@@ -111,17 +111,22 @@ bool Rewriting::CloseOutput() {
   return close(m_out.release()) == 0 || Fail("write", m_out_path);
 }
 
-}  // namespace
-
-bool TourLocalUser::IsLocalCode(std::uint32_t code) {
+// isLocalUser(GetUserName(code)), without the texts.
+bool IsLocalCode(const BlockSet& blocks, std::uint32_t code) {
   // The name is two digits of prefix and the rest in nine digits, or in ten where it needs them:
   // the first five of the rest complete the block.
   const std::uint32_t rest = code & 0x3FFFFFFF;
   const std::uint32_t leading = rest <= 999'999'999 ? rest / 10'000 : rest / 100'000;
-  const auto prefix = static_cast<std::uint32_t>(m_mapPrefixCode.at(code >> 30));
-  MutexLock lock(m_localLock);
-  return m_setLocalPrefix.containsBlock(prefix * 100'000 + leading);
+  const auto prefix = static_cast<std::uint32_t>(TourLocalUser::kPrefixes.at(code >> 30));
+  return blocks.containsBlock(prefix * 100'000 + leading);
 }
+
+LocalFlag FlagBy(const BlockSet& blocks, std::uint32_t code) {
+  if (code == 0) return LocalFlag::kNoUser;
+  return IsLocalCode(blocks, code) ? LocalFlag::kLocal : LocalFlag::kVisitor;
+}
+
+}  // namespace
 
 LocalFlag TourLocalUser::FlagOf(std::uint32_t code) {
   {
@@ -129,8 +134,11 @@ LocalFlag TourLocalUser::FlagOf(std::uint32_t code) {
     MutexLock lock(m_enterpriseLock);
     [[maybe_unused]] const auto ignored = m_mapEnterpriseUser.find(code);
   }
-  if (code == 0) return LocalFlag::kNoUser;
-  return IsLocalCode(code) ? LocalFlag::kLocal : LocalFlag::kVisitor;
+  return FlagBy(*Blocks(), code);
+}
+
+FlaggedRecords::FlagOf TourLocalUser::Flags() const {
+  return [blocks = Blocks()](std::uint32_t code) { return FlagBy(*blocks, code); };
 }
 
 int TourLocalUser::ParseMemfile(const std::string& in_path, const std::string& out_path) {

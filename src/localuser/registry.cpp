@@ -46,11 +46,12 @@ TourLocalUser::TourLocalUser(BackEndFactory make_back_end, Pause pause)
 // while a large file is read. The old set is freed after the lock was given back.
 int TourLocalUser::LoadConfig(const std::string& path) {
   g_loger(kUnit, __LINE__, kConsole, "in loadconfig\n");
-  BlockSet blocks;
-  const bool opened = ReadBlocks(path, blocks);
+  auto blocks = std::make_shared<BlockSet>();
+  const bool opened = ReadBlocks(path, *blocks);
+  std::shared_ptr<const BlockSet> others = std::move(blocks);
   {
     MutexLock lock(m_localLock);
-    std::swap(m_setLocalPrefix, blocks);
+    std::swap(m_localBlocks, others);
   }
   if (!opened) return 0;
   g_loger(kUnit, __LINE__, kInfo, "LoadConfig finished\n");
@@ -67,8 +68,12 @@ int TourLocalUser::isLocalUser(const std::string& user_name) {
     g_loger(kUnit, __LINE__, kError, "user_name is wrong");
   }
   const std::string_view block = std::string_view(user_name).substr(0, BlockSet::kDigits);
+  return Blocks()->contains(block) ? 1 : 0;
+}
+
+std::shared_ptr<const BlockSet> TourLocalUser::Blocks() const {
   MutexLock lock(m_localLock);
-  return m_setLocalPrefix.contains(block) ? 1 : 0;
+  return m_localBlocks;
 }
 
 // Only numbers with these beginnings have codes, so that no record can name a user of another

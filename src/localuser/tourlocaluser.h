@@ -15,8 +15,9 @@
 // second look a second later, waits for the next round.
 //
 // Threads: the owner's thread calls ParseMemfile, isLocalUser, GetUserName and GetCityCRC at any
-// time; everything that uses the database connection belongs to the watcher while it runs. No
-// operation holds two locks. Failures are logged where they happen, under the unit's name.
+// time, and any thread calls Flags; everything that uses the database connection belongs to the
+// watcher while it runs. No operation holds two locks. Failures are logged where they happen, under
+// the unit's name.
 #pragma once
 
 #include <array>
@@ -97,6 +98,9 @@ class TourLocalUser {
 
   // The local flag of the records of a user code.
   LocalFlag FlagOf(std::uint32_t code) EXCLUDES(m_localLock, m_enterpriseLock);
+  // The same for many records, by the number blocks of this moment: no lock is taken for a record.
+  // May be called by any thread, at any time.
+  FlaggedRecords::FlagOf Flags() const EXCLUDES(m_localLock);
   // Rewrites a mem file: copies the records of `in_path` to a new file `out_path` (another name; an
   // existing file is replaced), each followed by the local flag of its user, as FlaggedRecords has
   // it, in one write per record. Always 1.
@@ -138,17 +142,18 @@ class TourLocalUser {
   static void* check_thread(void* self);
 
  private:
-  // isLocalUser(GetUserName(code)), without the texts.
-  bool IsLocalCode(std::uint32_t code) EXCLUDES(m_localLock);
+  std::shared_ptr<const BlockSet> Blocks() const EXCLUDES(m_localLock);
   bool MakeBackEnd();
   void CheckFiles();
   void CheckEnterpriseUsers();
 
   std::map<std::string, std::string> m_mapCityCrc GUARDED_BY(m_localLock);
-  Mutex m_localLock;
+  mutable Mutex m_localLock;
   Mutex m_enterpriseLock;
   [[maybe_unused]] Mutex m_spareLock;
-  BlockSet m_setLocalPrefix GUARDED_BY(m_localLock);
+  // Replaced as a whole and never changed, so that it is used without the lock.
+  std::shared_ptr<const BlockSet> m_localBlocks GUARDED_BY(m_localLock) =
+      std::make_shared<const BlockSet>();
   std::map<unsigned int, std::string> m_mapEnterpriseUser GUARDED_BY(m_enterpriseLock);
   const std::map<unsigned int, int> m_mapPrefixCode{
       {0, kPrefixes[0]}, {1, kPrefixes[1]}, {2, kPrefixes[2]}, {3, kPrefixes[3]}};

@@ -16,7 +16,7 @@ int main(int argc, char* argv[]) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
 
   if (morvan_check_version(argc, argv, "midtable", "build date : Jan 28 2013") == 0) return 0;
-  if (!CheckDelivery()) return 1;
+  if (!CheckDelivery() || !CheckWorkers()) return 1;
   morvan_check_deamon(argc, argv);
   if (!BlockSignals()) return -1;
   IgnoreSignals();
@@ -34,7 +34,7 @@ int main(int argc, char* argv[]) {
   });
   // Whichever works is gone before the lock is.
   if (ProcessPolicy().getDelivery() == kDeliveryOnce) {
-    Delivery(*ProcessPolicy().getDBPolicy()).Run();
+    Delivery(*ProcessPolicy().getDBPolicy(), NumberOfWorkers(ProcessPolicy().getWorkers())).Run();
   } else {
     CMidTable().Run();
   }

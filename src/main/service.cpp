@@ -51,6 +51,14 @@ std::string WhyRefused(int error) {
   return obstacle.empty() ? Format("cannot be opened: %s", std::strerror(error)) : obstacle;
 }
 
+// False, for the caller to return.
+bool RefuseSettings(const std::string& fault) {
+  std::printf("%s: %s\n", paths::kSettingsFile, fault.c_str());
+  g_loger.Init();
+  g_loger(kUnit, __LINE__, kError, "%s: %s", paths::kSettingsFile, Printable(fault).c_str());
+  return false;
+}
+
 // Standard output has the message that operators know, standard error the reason, and in a daemon,
 // where nobody sees either, the run log.
 void PrintRefusal(int error) {
@@ -152,18 +160,26 @@ bool CheckDelivery() {
   if (delivery.empty()) return true;
   const bool on_oracle = IsOracle(*ProcessPolicy().getDBPolicy());
   if (delivery == kDeliveryOnce && !on_oracle) return true;
-  const std::string fault =
-      on_oracle ? "delivery=" + delivery + " is not for Oracle, remove the key"
-                : "delivery=" + delivery + " is not known, write delivery=once or remove the key";
-  std::printf("%s: %s\n", paths::kSettingsFile, fault.c_str());
-  g_loger.Init();
-  g_loger(kUnit, __LINE__, kError, "%s: %s", paths::kSettingsFile, Printable(fault).c_str());
-  return false;
+  return RefuseSettings(on_oracle ? "delivery=" + delivery + " is not for Oracle, remove the key"
+                                  : "delivery=" + delivery +
+                                        " is not known, write delivery=once or remove the key");
+}
+
+bool CheckWorkers() {
+  const std::string& workers = ProcessPolicy().getWorkers();
+  if (NumberOfWorkers(workers) > 0) return true;
+  return RefuseSettings("workers=" + workers + " is no number from 1 to " +
+                        std::to_string(kMostWorkers) + ", correct it or remove the key");
 }
 
 void StartRunLog() {
   g_loger.Init();
   g_loger(kUnit, kStartingLine, kInfo, "make mid table service is starting");
+  const CDBPolicy& policy = ProcessPolicy();
+  if (!policy.getWorkers().empty() && policy.getDelivery() != kDeliveryOnce) {
+    g_loger(kUnit, __LINE__, kAlarm, "workers=%s has no effect without delivery=once",
+            policy.getWorkers().c_str());
+  }
 }
 
 bool IsNoMidTable() { return access(paths::kIndexMarker, F_OK) != -1; }

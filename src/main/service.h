@@ -52,7 +52,11 @@ void signal_handler(int sig);
 // what is wrong otherwise.
 bool CheckDelivery();
 
-// Opens the run log and writes its first line.
+// The same for the number of workers: none, or one from 1 to kMostWorkers.
+bool CheckWorkers();
+
+// Opens the run log and writes its first line, and one about workers that the way of working does
+// not have.
 void StartRunLog();
 
 // True when the index marker file exists. A helper for users of that file; nothing here calls it.

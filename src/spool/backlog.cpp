@@ -16,6 +16,11 @@ namespace {
 
 std::string PathOf(const std::string& folder) { return paths::kSpool + folder; }
 
+bool IsGone(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
 }  // namespace
 
 // A folder stays out of reach for minutes or days, and is read again each minute or second: one
@@ -50,73 +55,171 @@ bool Backlog::FindFolders() {
   std::vector<std::string> gone;
   std::set_difference(m_folders.begin(), m_folders.end(), folders.begin(), folders.end(),
                       std::back_inserter(gone));
-  for (const std::string& folder : gone) RemoveFolder(folder);
+  for (const std::string& folder : gone) ForgetFolder(folder);
   m_folders = std::move(folders);
   return true;
 }
 
-void Backlog::Rescan() {
-  for (const std::string& folder : Folders()) RescanFolder(folder);
+// --- reading
+
+void Backlog::Rescan(bool changed_only) {
+  m_unread.clear();
+  for (const std::string& folder : m_folders) {
+    const auto stamp = m_stamps.find(folder);
+    if (changed_only && stamp != m_stamps.end() && IdentityOf(PathOf(folder)) == stamp->second) {
+      continue;
+    }
+    m_unread.push_back(folder);
+  }
 }
 
-// What was known of the folder is replaced only once the folder is open, so that a folder that is
-// closed for a moment, for want of descriptors say, loses no file.
+// A reading that is under way may have passed the names that the caller wants to be seen.
 void Backlog::RescanFolder(const std::string& folder) {
-  if (!IsDatabaseId(folder)) return;
-  const Directory dir(opendir(PathOf(folder).c_str()));
-  if (dir == nullptr) {
+  if (IsDatabaseId(folder)) m_unread.push_front(folder);
+}
+
+// Names are added and none is taken away: the files that others have removed leave the backlog when
+// their turn comes, so a folder that is closed for a moment, for want of descriptors say, loses
+// none.
+bool Backlog::ReadOn(std::size_t names) {
+  while (names > 0) {
+    if (!m_reading && !OpenNext()) {
+      if (m_unread.empty()) return false;
+      continue;
+    }
+    const dirent* const entry = readdir(m_reading->directory.get());
+    --names;
+    if (entry != nullptr) {
+      if (my_select(entry) != 0) Add(m_reading->folder, entry->d_name);
+      continue;
+    }
+    if (m_reading->stamp) m_stamps[m_reading->folder] = *m_reading->stamp;
+    m_reading.reset();
+  }
+  return m_reading.has_value() || !m_unread.empty();
+}
+
+// False when the next folder cannot be read, or there is none.
+bool Backlog::OpenNext() {
+  if (m_unread.empty()) return false;
+  const std::string folder = m_unread.front();
+  m_unread.pop_front();
+  m_stamps.erase(folder);
+  Directory dir(opendir(PathOf(folder).c_str()));
+  struct stat status {};
+  if (dir == nullptr || fstat(dirfd(dir.get()), &status) != 0) {
     const int error = errno;
     if (error == ENOENT || error == ENOTDIR) {
       m_folders.erase(folder);
-      RemoveFolder(folder);
+      ForgetFolder(folder);
     } else {
       Complain(folder, error);
     }
-    return;
+    return false;
   }
-  // Files that were renamed or removed by others leave the backlog here.
   m_unreadable.erase(folder);
   m_folders.insert(folder);
-  RemoveFolder(folder);
-  while (const dirent* entry = readdir(dir.get())) {
-    if (my_select(entry) != 0) Add(folder, entry->d_name);
-  }
+  m_reading = Reading{folder, std::move(dir), SettledIdentityOf(status)};
+  return true;
 }
 
 void Backlog::Note(const std::string& folder, const std::string& name) {
   if (IsDatabaseId(folder)) Add(folder, name.c_str());
 }
 
-// A name that is noted twice, by the watch and by a reading, is in the set once.
 void Backlog::Add(const std::string& folder, const char* name) {
-  if (!IsMemFileName(name)) return;
-  MemFile file = MemFile::Parse(PathOf(folder) + "/" + name);
-  m_tables[{file.database, file.table}].insert(std::move(file.path));
+  if (IsMemFileName(name)) Insert(MemFile::Parse(PathOf(folder) + "/" + name));
+}
+
+// A name that is noted twice, by the watch and by a reading, is in the set once.
+void Backlog::Insert(MemFile file) {
+  const MutexLock lock(m_lock);
+  Waiting& waiting = m_waiting[file.database];
+  if (waiting.tables[file.table].insert(std::move(file.path)).second) ++waiting.arrivals;
 }
 
 // By path and not by database: a folder may hold files that carry another device's name.
-void Backlog::RemoveFolder(const std::string& folder) {
+void Backlog::ForgetFolder(const std::string& folder) {
+  m_stamps.erase(folder);
   const std::string begin = PathOf(folder) + "/";
-  for (auto& [key, paths] : m_tables) {
-    auto first = paths.lower_bound(begin);
-    auto last = first;
-    while (last != paths.end() && last->starts_with(begin)) ++last;
-    paths.erase(first, last);
+  const MutexLock lock(m_lock);
+  for (auto& [database, waiting] : m_waiting) {
+    for (auto& [table, paths] : waiting.tables) {
+      auto first = paths.lower_bound(begin);
+      auto last = first;
+      while (last != paths.end() && last->starts_with(begin)) ++last;
+      paths.erase(first, last);
+    }
+    std::erase_if(waiting.tables, [](const auto& table) { return table.second.empty(); });
   }
-  std::erase_if(m_tables, [](const auto& table) { return table.second.empty(); });
 }
 
-std::vector<std::string> Backlog::Folders() const { return {m_folders.begin(), m_folders.end()}; }
+// --- what waits
 
-std::vector<Backlog::TableKey> Backlog::Tables() const {
-  std::vector<TableKey> keys;
-  for (const auto& [key, paths] : m_tables) keys.push_back(key);
-  return keys;
+std::vector<std::string> Backlog::Databases() const {
+  const MutexLock lock(m_lock);
+  std::vector<std::string> databases;
+  for (const auto& [database, waiting] : m_waiting) {
+    if (!waiting.tables.empty()) databases.push_back(database);
+  }
+  return databases;
+}
+
+std::vector<std::string> Backlog::Tables(const std::string& database) const {
+  const MutexLock lock(m_lock);
+  std::vector<std::string> tables;
+  const auto found = m_waiting.find(database);
+  if (found == m_waiting.end()) return tables;
+  for (const auto& [table, paths] : found->second.tables) tables.push_back(table);
+  return tables;
+}
+
+const std::set<std::string>* Backlog::PathsOf(const TableKey& key) const {
+  const auto database = m_waiting.find(key.database);
+  if (database == m_waiting.end()) return nullptr;
+  const auto table = database->second.tables.find(key.table);
+  return table == database->second.tables.end() ? nullptr : &table->second;
 }
 
 std::size_t Backlog::CountFiles(const TableKey& key) const {
-  const auto found = m_tables.find(key);
-  return found == m_tables.end() ? 0 : found->second.size();
+  const MutexLock lock(m_lock);
+  const std::set<std::string>* const paths = PathsOf(key);
+  return paths == nullptr ? 0 : paths->size();
+}
+
+std::size_t Backlog::CountFiles() const {
+  const MutexLock lock(m_lock);
+  std::size_t files = 0;
+  for (const auto& [database, waiting] : m_waiting) {
+    for (const auto& [table, paths] : waiting.tables) files += paths.size();
+  }
+  return files;
+}
+
+std::vector<std::string> Backlog::FirstPaths(const std::string& database) const {
+  const MutexLock lock(m_lock);
+  std::vector<std::string> first;
+  const auto found = m_waiting.find(database);
+  if (found == m_waiting.end()) return first;
+  for (const auto& [table, paths] : found->second.tables) first.push_back(*paths.begin());
+  return first;
+}
+
+std::uint64_t Backlog::CountArrivals(const std::string& database) const {
+  const MutexLock lock(m_lock);
+  const auto found = m_waiting.find(database);
+  return found == m_waiting.end() ? 0 : found->second.arrivals;
+}
+
+// Behind `path`, which is then the next one.
+bool Backlog::NextPath(const TableKey& key, std::string& path) const {
+  const MutexLock lock(m_lock);
+  const std::set<std::string>* const paths = PathsOf(key);
+  if (paths == nullptr) return false;
+  const auto next = paths->upper_bound(path);
+  if (next == paths->end()) return false;
+  path = *next;
+  return true;
 }
 
 // The order of names is that of the times in them, so the oldest files come first. Each file is
@@ -124,29 +227,34 @@ std::size_t Backlog::CountFiles(const TableKey& key) const {
 std::vector<MemFile> Backlog::First(const TableKey& key, std::size_t most, std::uint64_t bytes,
                                     const std::function<bool(const std::string&)>& passes) {
   std::vector<MemFile> files;
-  const auto found = m_tables.find(key);
-  if (found == m_tables.end()) return files;
   std::uint64_t size = 0;
-  for (auto path = found->second.begin(); path != found->second.end() && files.size() < most;) {
+  for (std::string path; files.size() < most && NextPath(key, path);) {
     struct stat status {};
-    if (lstat(path->c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
-      path = found->second.erase(path);
+    if (lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+      RemoveIfGone({path, key.database, key.table});
       continue;
     }
-    if (!passes(*path)) {
-      size += static_cast<std::uint64_t>(status.st_size);
-      if (size > bytes && !files.empty()) break;
-      files.push_back({*path, key.database, key.table});
-    }
-    ++path;
+    if (passes(path)) continue;
+    size += static_cast<std::uint64_t>(status.st_size);
+    if (size > bytes && !files.empty()) break;
+    files.push_back({path, key.database, key.table});
   }
-  if (found->second.empty()) m_tables.erase(found);
   return files;
 }
 
 void Backlog::Remove(const MemFile& file) {
-  const auto found = m_tables.find({file.database, file.table});
-  if (found == m_tables.end()) return;
-  found->second.erase(file.path);
-  if (found->second.empty()) m_tables.erase(found);
+  const MutexLock lock(m_lock);
+  const auto database = m_waiting.find(file.database);
+  if (database == m_waiting.end()) return;
+  const auto table = database->second.tables.find(file.table);
+  if (table == database->second.tables.end()) return;
+  table->second.erase(file.path);
+  if (table->second.empty()) database->second.tables.erase(table);
+}
+
+// A file that comes at this moment was noted before the removal, and would be forgotten by it, or
+// is seen behind it.
+void Backlog::RemoveIfGone(const MemFile& file) {
+  Remove(file);
+  if (!IsGone(file.path)) Insert(file);
 }

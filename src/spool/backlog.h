@@ -1,19 +1,26 @@
-// The mem files that wait in the spool, by mem table: found by reading the folders, and told of
-// between two readings.
+// The mem files that wait in the spool, by database and mem table: found by reading the folders,
+// and told of between two readings.
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "spool/mem_file.h"
+#include "support/file.h"
+#include "support/file_identity.h"
+#include "support/mutex.h"
 
-// Names alone are kept, so that a backlog of hundreds of thousands of files stays small. One
-// thread.
+// Names alone are kept, so that a backlog of hundreds of thousands of files stays small.
+//
+// Threads: one thread finds and reads folders; what waits may be asked and told by any. No system
+// call is made under the lock.
 class Backlog {
  public:
   struct TableKey {
@@ -22,38 +29,74 @@ class Backlog {
     auto operator<=>(const TableKey&) const = default;
   };
 
+  // --- what comes: one thread
+
   // Looks which database folders there are, and forgets the files of those that are gone. False
   // when the spool cannot be listed: all stays as it was. A line in the run log says so the first
   // time, and again after it could be listed.
   bool FindFolders();
-  // Reads all known folders anew. One that cannot be read keeps what was known of it; logged as
-  // above.
-  void Rescan();
-  // Reads one folder; nothing for a name that is no database folder's.
+  // Has all known folders read by ReadOn; with `changed_only`, no folder that is as it was when it
+  // was last read. One that cannot be read is logged as above.
+  void Rescan(bool changed_only);
+  // The same for one folder, before all others; nothing for a name that is no database folder's.
   void RescanFolder(const std::string& folder);
+  // Reads on for about so many names, since an old folder may hold hundreds of thousands. False
+  // when there is nothing more to read.
+  bool ReadOn(std::size_t names);
   // Takes a name in a folder that somebody saw come; nothing for what is no waiting mem file's.
-  void Note(const std::string& folder, const std::string& name);
+  void Note(const std::string& folder, const std::string& name) EXCLUDES(m_lock);
+  std::vector<std::string> Folders() const { return {m_folders.begin(), m_folders.end()}; }
 
-  std::vector<std::string> Folders() const;
-  std::vector<TableKey> Tables() const;
-  bool empty() const { return m_tables.empty(); }
-  std::size_t CountFiles(const TableKey& key) const;
+  // --- what waits: any thread
+
+  // Databases for which files wait, and the mem tables of one of them.
+  std::vector<std::string> Databases() const EXCLUDES(m_lock);
+  std::vector<std::string> Tables(const std::string& database) const EXCLUDES(m_lock);
+  std::size_t CountFiles(const TableKey& key) const EXCLUDES(m_lock);
+  std::size_t CountFiles() const EXCLUDES(m_lock);
+  // The path that comes first of each of the database's mem tables.
+  std::vector<std::string> FirstPaths(const std::string& database) const EXCLUDES(m_lock);
+  // Grows with each file that comes for the database.
+  std::uint64_t CountArrivals(const std::string& database) const EXCLUDES(m_lock);
 
   // The first files of a mem table, in the order of their names: at most `most`, and no more than
   // `bytes` together unless the first alone is larger. Those that are gone leave the backlog.
   // Paths that `passes` are left out.
   std::vector<MemFile> First(const TableKey& key, std::size_t most, std::uint64_t bytes,
-                             const std::function<bool(const std::string& path)>& passes);
-  // The file is done with, or gone.
-  void Remove(const MemFile& file);
+                             const std::function<bool(const std::string& path)>& passes)
+      EXCLUDES(m_lock);
+  // The file is done with. Before it loses its name, or a new one of that name might be forgotten.
+  void Remove(const MemFile& file) EXCLUDES(m_lock);
+  // The file was not there.
+  void RemoveIfGone(const MemFile& file) EXCLUDES(m_lock);
 
  private:
+  struct Waiting {
+    std::map<std::string, std::set<std::string>> tables;  // full paths; no table without one
+    std::uint64_t arrivals = 0;
+  };
+  // The folder that is being read.
+  struct Reading {
+    std::string folder;
+    Directory directory;
+    std::optional<FileIdentity> stamp;
+  };
+
   bool ListDatabases(std::set<std::string>& folders);
-  void Add(const std::string& folder, const char* name);
-  void RemoveFolder(const std::string& folder);
+  bool OpenNext();
+  void Add(const std::string& folder, const char* name) EXCLUDES(m_lock);
+  void Insert(MemFile file) EXCLUDES(m_lock);
+  bool NextPath(const TableKey& key, std::string& path) const EXCLUDES(m_lock);
+  const std::set<std::string>* PathsOf(const TableKey& key) const REQUIRES(m_lock);
+  void ForgetFolder(const std::string& folder) EXCLUDES(m_lock);
   void Complain(const std::string& folder, int error);
 
-  std::map<TableKey, std::set<std::string>> m_tables;  // full paths
   std::set<std::string> m_folders;
   std::set<std::string> m_unreadable;
+  std::deque<std::string> m_unread;  // folders
+  std::optional<Reading> m_reading;
+  // What each folder was when its last reading began, where a later change is certain to show.
+  std::map<std::string, FileIdentity> m_stamps;
+  mutable Mutex m_lock;
+  std::map<std::string, Waiting> m_waiting GUARDED_BY(m_lock);  // by database
 };

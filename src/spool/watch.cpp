@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/inotify.h>
 
 #include <algorithm>
@@ -28,6 +29,11 @@ bool IsLocal(const std::string& path) {
 }
 
 }  // namespace
+
+// Without a bell, for want of descriptors, a wait lasts until its time is over.
+SpoolWatch::SpoolWatch() : m_bell(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
+
+void SpoolWatch::Wake() { [[maybe_unused]] const int ignored = eventfd_write(m_bell.get(), 1); }
 
 // False makes the caller poll. What is watched already stays so, since its events still come sooner
 // than the next poll.
@@ -68,9 +74,12 @@ void SpoolWatch::Forget(int watch) {
 // An event without names asks for a look around: the queue has run over, or a watched folder is
 // gone or has another name, and nobody can tell what was missed meanwhile.
 std::vector<SpoolWatch::Event> SpoolWatch::Wait(std::chrono::milliseconds longest) {
-  pollfd waiting{m_inotify.get(), POLLIN, 0};
+  // The system passes over a descriptor that is none.
+  pollfd waiting[] = {{m_bell.get(), POLLIN, 0}, {m_inotify.get(), POLLIN, 0}};
   std::vector<Event> seen;
-  if (poll(&waiting, m_inotify ? 1 : 0, static_cast<int>(longest.count())) <= 0) return seen;
+  if (poll(waiting, std::size(waiting), static_cast<int>(longest.count())) <= 0) return seen;
+  eventfd_t rings = 0;
+  if (waiting[0].revents != 0) eventfd_read(m_bell.get(), &rings);
   alignas(inotify_event) char buffer[16 * 1024];
   for (;;) {
     const ssize_t size = read(m_inotify.get(), buffer, sizeof buffer);

@@ -9,9 +9,11 @@
 
 #include "support/file.h"
 
-// One thread.
+// One thread, but for Wake.
 class SpoolWatch {
  public:
+  SpoolWatch();
+
   // What was seen. A file: it was moved into the folder or closed after writing. An empty name: the
   // folder has come, or names in it were missed; it is to be read. An empty folder: the spool is to
   // be read.
@@ -27,6 +29,8 @@ class SpoolWatch {
   // Waits for events, for that long at most; returns early when a signal came. Where nothing can be
   // watched it sleeps.
   std::vector<Event> Wait(std::chrono::milliseconds longest);
+  // Ends the wait that is under way, or the next one. Any thread.
+  void Wake();
 
  private:
   bool WatchSpool();
@@ -34,6 +38,7 @@ class SpoolWatch {
   void Forget(int watch);
 
   FileDescriptor m_inotify;
+  const FileDescriptor m_bell;
   int m_spool = -1;                      // watch of the spool itself
   std::map<int, std::string> m_folders;  // by watch
   std::map<std::string, int> m_watches;  // by folder

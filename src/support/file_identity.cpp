@@ -12,3 +12,15 @@ std::optional<FileIdentity> IdentityOf(const std::string& path) {
   if (lstat(path.c_str(), &status) != 0) return std::nullopt;
   return IdentityOf(status);
 }
+
+std::optional<FileIdentity> SettledIdentityOf(const struct stat& status) {
+  constexpr std::time_t kSettledSeconds = 2;
+  if (std::time(nullptr) - status.st_mtim.tv_sec < kSettledSeconds) return std::nullopt;
+  return IdentityOf(status);
+}
+
+std::optional<FileIdentity> IdentityBehindLinks(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return std::nullopt;
+  return IdentityOf(status);
+}

@@ -32,3 +32,8 @@ FileIdentity IdentityOf(const struct stat& status);
 // Nothing, and errno, when the path cannot be looked at. A link in the last part of the path is not
 // followed.
 std::optional<FileIdentity> IdentityOf(const std::string& path);
+// The same, but nothing for a file that was written to so shortly ago that it may be again under
+// the same time: clocks of file systems tick slower than files change.
+std::optional<FileIdentity> SettledIdentityOf(const struct stat& status);
+// The identity of what a link leads to.
+std::optional<FileIdentity> IdentityBehindLinks(const std::string& path);

@@ -1,12 +1,28 @@
 #include "tables/definitions.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <optional>
 
 #include "log/engine_unit.h"
 #include "log/zux_center_log.h"
+#include "support/file_identity.h"
+#include "support/mutex.h"
 #include "support/trim.h"
+
+namespace {
+
+// A file that is well-formed, as it was when its identity was taken.
+struct Parsed {
+  std::string file;
+  std::optional<FileIdentity> identity;
+  std::shared_ptr<const CXmlStream> xml;
+};
+
+}  // namespace
 
 std::string CountPath(const std::string& parent) { return parent + "/" + kCountElement; }
 
@@ -38,17 +54,31 @@ bool IsPlainNumber(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// The file is parsed anew for every conversion and creation, so that a change counts at once and
-// without a restart.
+// The file is looked at for every conversion and creation, so that a change counts at once and
+// without a restart; it is parsed where it has changed, or might have without showing it.
 bool TableDefinitions::Parse(const char* file) {
+  static Mutex lock;
+  static Parsed last GUARDED_BY(lock);
   m_file = file;
-  if (m_xml.parseFile(m_file)) return true;
-  g_loger(kUnit, __LINE__, kError, "xml file %s: %s", m_file, m_xml.getError().c_str());
+  struct stat status {};
+  const auto identity = stat(file, &status) == 0 ? SettledIdentityOf(status) : std::nullopt;
+  const MutexLock held(lock);
+  if (identity && last.identity == identity && last.file == file) {
+    m_xml = last.xml;
+    return true;
+  }
+  const auto xml = std::make_shared<CXmlStream>();
+  if (xml->parseFile(m_file)) {
+    m_xml = xml;
+    last = {file, identity, m_xml};
+    return true;
+  }
+  g_loger(kUnit, __LINE__, kError, "xml file %s: %s", m_file, xml->getError().c_str());
   return false;
 }
 
 bool TableDefinitions::Read(const std::string& path, std::string& text) const {
-  const CXmlNode node = m_xml.getNode(path);
+  const CXmlNode node = m_xml->getNode(path);
   if (!node) {
     g_loger(kUnit, __LINE__, kError, "get node %s failed", path.c_str());
     return false;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -32,10 +33,12 @@ int NumberOf(const std::string& text);
 // Whether it is decimal digits with nothing but white space around them.
 bool IsPlainNumber(std::string_view text);
 
+// One thread at a time.
 class TableDefinitions {
  public:
-  // Parses the file; on failure logs the parser's reason and returns false. The caller logs its own
-  // line after that. `file` must outlive the object.
+  // Parses the file, unless it is the one that the process parsed last; on failure logs the
+  // parser's reason and returns false. The caller logs its own line after that. `file` must outlive
+  // the object.
   bool Parse(const char* file);
   const char* file() const { return m_file; }
 
@@ -47,5 +50,5 @@ class TableDefinitions {
 
  private:
   const char* m_file = "";
-  CXmlStream m_xml;
+  std::shared_ptr<const CXmlStream> m_xml;
 };

@@ -93,7 +93,7 @@ class DeliveryTest : public testing::Test {
   void Start() { Start(Auth()); }
   void Start(const MYSQLAUTH& auth) {
     g_nMainRun = 1;
-    delivery = std::make_unique<Delivery>(auth, kSilence);
+    delivery = std::make_unique<Delivery>(auth, workers, kSilence);
     thread = std::thread([this] { delivery->Run(); });
   }
   void Stop() {
@@ -169,6 +169,7 @@ class DeliveryTest : public testing::Test {
       "text, j text, k text, flag int) engine=InnoDB";
 
   MariadbServer& server = MariadbServer::Get();
+  int workers = 1;
   std::unique_ptr<Delivery> delivery;
   std::thread thread;
 };

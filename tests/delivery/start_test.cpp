@@ -1,4 +1,4 @@
-// Which values of the setting "delivery" the service starts with.
+// Which values of the settings "delivery" and "workers" the service starts with.
 #include <cstdlib>
 
 #include "gtest/gtest.h"
@@ -24,6 +24,13 @@ INSTANTIATE_TEST_SUITE_P(
     With, Start,
     testing::Values(Refused{"dbtype=mysql\ndelivery=twice",
                             "delivery=twice is not known, write delivery=once or remove the key\n"},
+                    Refused{"dbtype=mysql\ndelivery=once\nworkers=0",
+                            "workers=0 is no number from 1 to 16, correct it or remove the key\n"},
+                    Refused{"dbtype=mysql\ndelivery=once\nworkers=17",
+                            "workers=17 is no number from 1 to 16, correct it or remove the key\n"},
+                    Refused{"dbtype=mysql\nworkers=2 or 3",
+                            "workers=2 or 3 is no number from 1 to 16, correct it or remove the "
+                            "key\n"},
                     Refused{"dbtype=oracle\ndelivery=once",
                             "delivery=once is not for Oracle, remove the key\n"}));
 

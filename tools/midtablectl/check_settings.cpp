@@ -22,8 +22,9 @@ namespace ctl {
 namespace {
 
 // The keys that the service reads. The file may have others, for other readers.
-const std::set<std::string> kKeys = {"host",   "port",         "user",     "password", "dbname0",
-                                     "dbtype", "set_password", "filepath", "dbcount",  "delivery"};
+const std::set<std::string> kKeys = {"host",    "port",     "user",         "password",
+                                     "dbname0", "dbtype",   "set_password", "filepath",
+                                     "dbcount", "delivery", "workers"};
 
 // Keys that differ by more letters than this are taken for different words.
 constexpr std::size_t kMostTypingErrors = 2;
@@ -191,6 +192,19 @@ void CheckDeliveryValue(const std::string& path, const std::string& delivery, co
                  IsOracle(auth) ? "remove the line" : "write delivery=once, or remove the line");
 }
 
+void CheckWorkersValue(const std::string& path, const std::string& workers, bool once, long line,
+                       Findings& findings) {
+  if (NumberOfWorkers(workers) == 0) {
+    findings.Error(path, line,
+                   "workers \"" + workers + "\" is no number from 1 to " +
+                       std::to_string(kMostWorkers) + ": the service does not start",
+                   "correct it, or remove the line");
+  } else if (!workers.empty() && !once) {
+    findings.Warning(path, line, "workers has no effect without delivery=once",
+                     "add delivery=once, or remove the line");
+  }
+}
+
 void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsLines& lines,
                  Findings& findings) {
   CheckType(path, auth, lines.LineOf("dbtype"), findings);
@@ -240,6 +254,8 @@ std::optional<CheckedSettings> CheckSettings(const std::string& path, Findings& 
   CheckValues(path, auth, lines, findings);
   const std::string delivery = settings.getValue("delivery");
   CheckDeliveryValue(path, delivery, auth, lines.LineOf("delivery"), findings);
+  CheckWorkersValue(path, settings.getValue("workers"), delivery == kDeliveryOnce,
+                    lines.LineOf("workers"), findings);
   return CheckedSettings{auth, delivery == kDeliveryOnce};
 }
 
