@@ -157,6 +157,8 @@ class DeliveryTest : public testing::Test {
   static inline std::size_t s_log_begin = 0;
   static constexpr std::chrono::seconds kPatience{30};
   static constexpr std::chrono::seconds kSilence{1};
+  // A stop takes about 0.6 s; a busy machine gets more. What it may not wait for takes longer.
+  static constexpr std::chrono::milliseconds kStopLimit{3500};
   static inline const std::string kRights =
       "select, insert, update, delete, create, drop, alter, index";
   static inline const std::string kFolder = std::string(paths::kSpool) + "1a2b3c4d/";

@@ -92,7 +92,8 @@ TEST_F(Workers, ADatabaseThatSomebodyHasLockedHoldsNoOtherUp) {
     const std::string stem = DropFor(device, "101500", "1\t10\n");
     EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); }));
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4))
+      << "a wait for the lock takes five";
   EXPECT_TRUE(Exists(held + ".dat"));
   ASSERT_TRUE(other.Run("unlock tables"));
   EXPECT_TRUE(Eventually([&] { return Exists(held + ".mid"); }));
@@ -103,7 +104,7 @@ TEST_F(Workers, EndWithinASecondWhateverTheyAreBusyWith) {
   for (const std::string& device : MakeDevices(4)) DropFor(device, "101500", "1\t10\n");
   Start();
   ASSERT_TRUE(Eventually([this] { return AtWork().size() == 3; })) << ReadLog();
-  EXPECT_LT(MeasureStop().count(), 1000);
+  EXPECT_LT(MeasureStop(), kStopLimit);
 }
 
 TEST_F(Workers, TellOfAServerThatIsAwayOnceAndNotEach) {
@@ -151,7 +152,7 @@ TEST_F(Workers, EndTheSessionsThatAnyWorkerOfAnEarlierRunLeftBehind) {
   const std::string stem = Drop("101500", "1\t10\n");
   const auto begin = std::chrono::steady_clock::now();
   RunUntil([&] { return Exists(stem + ".mid"); });
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience / 2);
   EXPECT_THAT(Counted(), ElementsAre("1:1"));
 }
 
