@@ -1,23 +1,23 @@
 // Loaded into the service with LD_PRELOAD: numbers its steps and makes one of them fatal.
 //
 // A step is a call by which the service changes or asks something outside of itself: a statement to
-// the server, a ping, a connection, a change of a file in the spool. Only those of the engine's
-// thread count, so that the same data gives the same numbers each time; the engine starts when the
-// registry has read its sources, for the same reason. Settings, all from the environment:
+// the server, a ping, a connection, a change of a file in the spool. Only those of the thread that
+// delivers count, so that the same data gives the same numbers each time: that is the main thread,
+// or with delivery=once the first worker. The main thread starts to deliver when the registry has
+// read its sources, for the same reason. Settings, all from the environment:
 //
 //   CRASH_LOG     file to which each step is appended: its number, its name and its subject,
-//                 separated by tabs. "pause" is a pause of the engine, without a number; "died" is
-//                 written once the server is gone.
+//                 separated by tabs. "pause" is a pause of the main thread, without a number;
+//                 "died" is written once the server is gone.
 //   CRASH_STEP    the step to make fatal; none when it is not set
 //   CRASH_WHEN    before, or after: the step is done. A statement's answer is then lost, where the
 //                 server dies.
 //   CRASH_WHAT    service: kills this process. server: kills the process whose number stands in the
 //                 file CRASH_SERVER and goes on when it has ended.
-//   CRASH_DELIVERY  the value of the setting "delivery": with "once" the engine pauses in a wait
-//   for
-//                 what comes into the spool, and has waited for the registry by itself
-//   CRASH_BACK    the engine's next pause after the server's end lasts until this file exists, so
-//                 that the service finds the server back; not set: it finds it gone
+//   CRASH_DELIVERY  the value of the setting "delivery": with "once" the main thread pauses in a
+//                 wait for what comes into the spool, and has waited for the registry by itself
+//   CRASH_BACK    the main thread's next pause after the server's end lasts until this file exists,
+//                 so that the service finds the server back; not set: it finds it gone
 //
 // Pauses are cut to milliseconds.
 #include <dlfcn.h>
@@ -25,6 +25,7 @@
 #include <mysql.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -70,9 +71,20 @@ const Settings& TheSettings() {
 
 std::atomic<bool> g_registry_has_read{false};
 std::atomic<bool> g_server_died{false};
-int g_steps = 0;          // of the engine's thread
+int g_steps = 0;          // of the thread that delivers
 bool g_in_step = false;   // what a step calls is part of it
 std::string g_last_copy;  // the file that was written to last
+
+bool IsMainThread() { return gettid() == getpid(); }
+
+// Threads bear their names before they do anything.
+bool ThisThreadDelivers() {
+  static thread_local const bool is_worker = [] {
+    char name[16] = "";
+    return prctl(PR_GET_NAME, name) == 0 && std::string_view(name) == "worker 1";
+  }();
+  return TheSettings().is_once ? is_worker : IsMainThread();
+}
 
 // The next definition of the function that `name` of this file stands in front of.
 template <typename Function>
@@ -117,7 +129,7 @@ void Die() {
 // stands in for it where the server dies after the call.
 template <typename Run, typename RunAndLose>
 auto Step(const char* name, std::string_view subject, Run run, RunAndLose run_and_lose) {
-  if (gettid() != getpid() || g_in_step) return run();
+  if (!ThisThreadDelivers() || g_in_step) return run();
   const Settings& settings = TheSettings();
   WaitFor("the registry", [&] { return settings.is_once || g_registry_has_read.load(); });
   const bool fatal = ++g_steps == settings.step;
@@ -152,7 +164,7 @@ int SpoolStep(const char* name, const std::string& path, Run run) {
   return IsInSpool(path) ? Step(name, path, run) : run();
 }
 
-// A pause of the engine, which may end with the server's return.
+// A pause of the main thread, which may end with the server's return.
 void Pause() {
   const std::string back = Setting("CRASH_BACK");
   if (g_server_died && !back.empty()) {
@@ -246,7 +258,7 @@ int fchmod(int fd, mode_t mode) noexcept {
 ssize_t write(int fd, const void* data, size_t size) {
   static const auto real = Real<ssize_t(int, const void*, size_t)>("write");
   const auto run = [=] { return real(fd, data, size); };
-  if (gettid() != getpid()) return run();
+  if (!ThisThreadDelivers()) return run();
   const std::string path = PathOf(fd);
   if (!IsInSpool(path) || path == g_last_copy) return run();
   g_last_copy = path;
@@ -254,7 +266,7 @@ ssize_t write(int fd, const void* data, size_t size) {
 }
 
 unsigned int sleep(unsigned int /*seconds*/) {
-  if (gettid() != getpid()) {
+  if (!IsMainThread()) {
     g_registry_has_read = true;
     usleep(kWatcherPause);
     return 0;
@@ -266,7 +278,7 @@ unsigned int sleep(unsigned int /*seconds*/) {
 // A wait for a server is shorter, or has no end.
 int poll(pollfd* entries, nfds_t count, int milliseconds) {
   static const auto real = Real<int(pollfd*, nfds_t, int)>("poll");
-  const bool is_pause = TheSettings().is_once && gettid() == getpid() && milliseconds >= kIdle;
+  const bool is_pause = TheSettings().is_once && IsMainThread() && milliseconds >= kIdle;
   if (!is_pause) return real(entries, count, milliseconds);
   Pause();
   return real(entries, count, 0);

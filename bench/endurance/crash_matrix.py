@@ -121,14 +121,20 @@ class Matrix:
         self.late = day.NEW_DEVICE if service.delivery else None
         self.begin()
         self.service.settle(self.late)
-        notes = self.service.notes()
-        self.steps = [note.split("\t", 1)[1] for note in notes[:notes.index("pause")]]
+        self.steps = self.steps_of_the_day()
         self.files, self.settled = day.files_left(), self.tables()
         self.bring_on()
         self.expected = self.tables()
         counted = sum(sum(self.expected.records(n).values()) for n in self.expected.mid if "1D_" in n)
         if counted != len(day.FILES) * day.RECORDS:
             raise Trouble(f"{counted} records of the undisturbed day are counted")
+
+    def steps_of_the_day(self):
+        """Until the first pause; with delivery=once the main thread pauses while another one works."""
+        notes = self.service.notes()
+        if not self.service.delivery:
+            notes = notes[:notes.index("pause")]
+        return [note.split("\t", 1)[1] for note in notes if note != "pause"]
 
     def begin(self, *fatal):
         self.service.stop()

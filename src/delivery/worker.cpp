@@ -1,5 +1,7 @@
 #include "delivery/worker.h"
 
+#include <pthread.h>
+
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -53,6 +55,7 @@ std::optional<Worker::Ended> Worker::TakeEnded() {
 // A job that was begun is done even when the end was asked for meanwhile: it ends at once then, and
 // whoever waits for it is told.
 void Worker::Run() {
+  pthread_setname_np(pthread_self(), ("worker " + std::to_string(m_number)).c_str());
   for (;;) {
     m_may_go.acquire();
     if (m_stops) return;
