@@ -12,6 +12,8 @@ import random
 import sys
 import time
 
+import pymysql
+
 import contenders
 import works
 from contenders import NO_FLAGS, SPOOL, Service
@@ -73,7 +75,7 @@ class Measurement:
             found["myloader"] = (contenders.prepare_myloader,
                                  lambda work: contenders.myloader(self.store, work))
         if self.other:
-            found["other build, as described"] = (None, self.service(program=self.other))
+            found["other build"] = (None, self.service(program=self.other))
         return found
 
     def play(self, work, name, prepare, run, expected=None):
@@ -137,9 +139,7 @@ class Measurement:
         def is_counted():
             try:
                 return int(self.store.ask(question)[0][0]) == before + work.rows
-            except Exception:  # the table is made with the first file
-                if known:
-                    raise
+            except pymysql.err.ProgrammingError:  # the table is made with the first file
                 return False
         begin = time.monotonic()
         os.rename(path, SPOOL / device / path.name)
@@ -157,12 +157,13 @@ class Measurement:
             found.append(self.send(work, path) * 1000)
         return sorted(found)
 
-    def single_files(self, name, delivery, count, folders=1, preload="", pause=0.03, idle=0):
+    def single_files(self, name, delivery, count, folders=1, old_files=0, preload="", pause=0.03,
+                     idle=0):
         work = Work(self.maker, name, 1, count + 20, 100)
         self.store.reset(work.devices)
-        works.shutil.rmtree(SPOOL, ignore_errors=True)
-        (SPOOL / work.devices[0]).mkdir(parents=True)
+        works.empty_spool(work.devices)
         works.make_folders(folders - 1)
+        works.make_old_files(work.devices[0], old_files)
         with Service(self.program, self.store.port, delivery, 1, preload) as service:
             time.sleep(3 if delivery else 1)
             if idle:
@@ -195,9 +196,7 @@ class Measurement:
 
     def beside(self, large, small, delivery):
         self.store.reset(small.devices)
-        works.shutil.rmtree(SPOOL, ignore_errors=True)
-        for device in small.devices:
-            (SPOOL / device).mkdir(parents=True)
+        works.empty_spool(small.devices)
         path = large.files(DEVICES[0])[0]
         paths = sorted(small.files(DEVICES[1]), reverse=True)
         found = []
@@ -237,9 +236,8 @@ class Measurement:
                     with Service(self.program, self.store.port, delivery) as service:
                         begin = time.monotonic()
                         done = wait_until(
-                            lambda: time.sleep(0.01) or
-                            self.store.rows_counted(work.devices[0]) >= drained * work.rows,
-                            PATIENCE, work.name)
+                            lambda: self.store.rows_counted(work.devices[0]) >= drained * work.rows,
+                            PATIENCE, work.name, pause=0.01)
                         self.note_peak(service, delivery)
                     self.result["backlog"].setdefault(name, {}).setdefault(str(size), []).append(
                         (done - begin) / drained * 1000)
@@ -281,6 +279,9 @@ class Measurement:
         self.result["figures"]["the disk: a sync, median, ms"] = sorted(found)[len(found) // 2]
 
     def run(self):
+        if self.other:
+            self.run_both_builds()
+            return
         main = self.medium == "disk"
         few = 5 if self.short else 1  # how much less than the whole
         rounds = 1 if self.short else 3 if main else 2
@@ -293,10 +294,18 @@ class Measurement:
             self.compare(work, times)
             work.remove()
         if main:
-            self.run_apart(few, rounds)
+            self.run_on_disk(few, rounds)
+        else:
+            self.single_files("single files, 500,000 old ones", "once", 200 // few,
+                              old_files=500_000 // few, idle=5 if self.short else 20)
 
-    def run_apart(self, few, rounds):
-        """What is measured on the disk only."""
+    def run_both_builds(self):
+        rounds = 3 if self.short else 7
+        for work in (Work(self.maker, "small", 2, 300, 100), Work(self.maker, "large", 2, 30, 5000)):
+            self.compare(work, rounds, ("as described", "other build"))
+            work.remove()
+
+    def run_on_disk(self, few, rounds):
         for work, play in (
                 (Work(self.maker, "loop", 2, 100 // few, 100), self.compare_shell_loop),
                 (Work(self.maker, "flags", 1, 1000 // few, 100, "F"),

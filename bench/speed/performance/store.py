@@ -131,11 +131,11 @@ def write_templates(folder):
                 pathlib.Path(folder, f"{what}.{kind}.{period}").write_text(node.findtext(what) or "")
 
 
-def wait_until(condition, seconds, what):
+def wait_until(condition, seconds, what, pause=0.002):
     """The moment when the condition was seen to hold."""
     end = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > end:
             raise SystemExit(f"performance: {what}: not within {seconds} s")
-        time.sleep(0.002)
+        time.sleep(pause)
     return time.monotonic()

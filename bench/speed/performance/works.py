@@ -50,6 +50,12 @@ def refused():
     return [str(path) for path in SPOOL.glob("*/*.err")]
 
 
+def empty_spool(devices):
+    shutil.rmtree(SPOOL, ignore_errors=True)
+    for device in devices:
+        (SPOOL / device).mkdir(parents=True)
+
+
 def make_folders(count):
     for number in range(count):
         (SPOOL / f"{number:08x}").mkdir(parents=True)
@@ -57,7 +63,6 @@ def make_folders(count):
 
 def make_old_files(device, count):
     """Finished files, as years leave them."""
-    (SPOOL / device).mkdir(parents=True)
     for number in range(count):
         name = f"{device}-MEM_20121231_1004F-20121231-{number:06}.mid"
         os.close(os.open(SPOOL / device / name, os.O_CREAT | os.O_WRONLY))
