@@ -54,7 +54,7 @@ def table_of_works(result):
 
 
 def table_of_backlog(result):
-    lines = ["", "Waiting in one folder, 10 rows a file: ms a file of the first 1,000, the start counted"]
+    lines = ["", "Waiting in one folder, 10 rows a file; as described, the first 1,000 of them"]
     for name, sizes in result["backlog"].items():
         lines += [f"  {name:18} {int(size):9,} files {statistics.median(times):9.3f} ms/file"
                   for size, times in sizes.items()]
