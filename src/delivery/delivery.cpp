@@ -1,5 +1,6 @@
 #include "delivery/delivery.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +26,15 @@ constexpr std::size_t kMostFeeds = 1'000;
 constexpr int kMostVisits = 20;
 // Names of a folder that are read before the next look at what else has come: some milliseconds.
 constexpr std::size_t kNamesAtOnce = 10'000;
+
+// Each worker holds all files of a batch open, which together may be more than the usual 1024.
+void AllowManyOpenFiles() {
+  constexpr rlim_t kEnough = 8192;
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kEnough) return;
+  limit.rlim_cur = std::min(limit.rlim_max, kEnough);
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 }  // namespace
 
@@ -53,6 +63,7 @@ void Delivery::PauseWatcher(int seconds) {
 
 // Fewer threads than were asked for do the same work, more slowly.
 bool Delivery::StartWorkers() {
+  AllowManyOpenFiles();
   std::erase_if(m_workers, [](const auto& worker) { return !worker->Start(); });
   return !m_workers.empty();
 }

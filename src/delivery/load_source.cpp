@@ -64,7 +64,7 @@ int LoadSource::Read(char* buffer, unsigned int size) {
 
 // The client library asks for small pieces; the system is asked for large ones.
 bool LoadSource::Fill() {
-  constexpr std::size_t kPiece = 128 * 1024;
+  constexpr std::size_t kPiece = 128UL * 1024;
   if (m_piece == nullptr) m_piece = std::make_unique_for_overwrite<char[]>(kPiece);
   ssize_t got = 0;
   do {

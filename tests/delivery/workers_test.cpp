@@ -1,4 +1,6 @@
 // Several databases at a time.
+#include <sys/resource.h>
+
 #include <algorithm>
 
 #include "delivery/delivery_fixture.h"
@@ -97,6 +99,22 @@ TEST_F(Workers, ADatabaseThatSomebodyHasLockedHoldsNoOtherUp) {
   EXPECT_TRUE(Exists(held + ".dat"));
   ASSERT_TRUE(other.Run("unlock tables"));
   EXPECT_TRUE(Eventually([&] { return Exists(held + ".mid"); }));
+}
+
+TEST_F(Workers, MayHoldMoreFilesOpenThanAProcessUsuallyMay) {
+  rlimit usual{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+  const rlimit little{60, usual.rlim_max};
+  std::string last;
+  for (const std::string& device : MakeDevices(1)) {
+    for (int file = 0; file < 64; ++file) {
+      last = DropFor(device, std::to_string(101'500 + file), "1\t10\n");
+    }
+  }
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &little), 0);
+  RunUntil([&] { return Exists(last + ".mid"); });
+  EXPECT_FALSE(LogHas("held back")) << ReadLog();
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
 }
 
 TEST_F(Workers, EndWithinASecondWhateverTheyAreBusyWith) {
