@@ -7,7 +7,7 @@
 #   PROGRAM    the built midtable
 #   --short    a fifth of the files, one round
 #   --publish  puts tables and pictures into docs/performance.md
-#   --other    only this: both programs as described, without the setting delivery, beside each other
+#   --other    only this: both programs without the setting delivery and without their pauses of a second
 #
 # First on the disk on which build/ is, where the server brings every commit to the disk; then in
 # memory. bench/speed/performance/ says who the contenders are and what they are given. Prints tables

@@ -37,9 +37,9 @@ class Measurement:
 
     # --- contenders of the same work
 
-    def service(self, delivery="", workers=1, program=None, name=None):
+    def service(self, delivery="", workers=1, program=None, name=None, preload=""):
         def run(work):
-            with Service(program or self.program, self.store.port, delivery, workers) as service:
+            with Service(program or self.program, self.store.port, delivery, workers, preload) as service:
                 self.await_end(service, work.count)
                 if name:
                     self.result["processor"].setdefault(f"{work.name} {name}", []).append(
@@ -74,8 +74,6 @@ class Measurement:
         if any(os.access(os.path.join(folder, "myloader"), os.X_OK) for folder in os.get_exec_path()):
             found["myloader"] = (contenders.prepare_myloader,
                                  lambda work: contenders.myloader(self.store, work))
-        if self.other:
-            found["other build"] = (None, self.service(program=self.other))
         return found
 
     def play(self, work, name, prepare, run, expected=None):
@@ -105,13 +103,17 @@ class Measurement:
     def say(self, text):
         print(f"{self.medium}: {text}", file=sys.stderr, flush=True)
 
-    def compare(self, work, rounds, names=None):
+    def both_builds(self):
+        """Without the pauses of a second, which would hide a difference of milliseconds."""
+        return {"as described": (None, self.service(preload=self.pauses)),
+                "other build": (None, self.service(program=self.other, preload=self.pauses))}
+
+    def compare(self, work, rounds, contenders_of_work):
         self.result["works"][work.name] = {"files": work.count, "rows": work.rows,
                                            "devices": len(work.devices)}
         for _ in range(rounds):
-            for name, (prepare, run) in self.all_contenders().items():
-                if names is None or name in names:
-                    self.play(work, name, prepare, run)
+            for name, (prepare, run) in contenders_of_work.items():
+                self.play(work, name, prepare, run)
 
     def compare_shell_loop(self, work):
         self.result["works"][work.name] = {"files": work.count, "rows": work.rows,
@@ -186,13 +188,13 @@ class Measurement:
 
     def beside_a_large_file(self, rows):
         large = Work(self.maker, "large file", 1, 1, rows, "F")
-        small = Work(self.maker, "beside", 2, 400, 100, "A", first_id=rows + 1)
         self.result["figures"]["large file: MiB"] = (
             large.files(DEVICES[0])[0].stat().st_size / 2**20)
         for delivery in ("once",) if self.short else ("once", ""):
+            small = Work(self.maker, "beside", 2, 600, 100, "A", first_id=rows + 1)
             self.beside(large, small, delivery)
+            small.remove()
         large.remove()
-        small.remove()
 
     def beside(self, large, small, delivery):
         self.store.reset(small.devices)
@@ -204,7 +206,7 @@ class Measurement:
             time.sleep(3)
             self.send(small, paths.pop(0))  # makes its tables
             begin = time.monotonic()
-            os.link(path, works.WORKS / path.name)
+            os.link(path, works.WORKS / path.name)  # since the file is needed again
             os.rename(works.WORKS / path.name, SPOOL / DEVICES[0] / path.name)
             time.sleep(1)
             while (SPOOL / DEVICES[0] / path.name).exists() and paths:
@@ -291,7 +293,7 @@ class Measurement:
             (Work(self.maker, "many", 8, 400 // few, 1000), 1),
         )
         for work, times in works_of_all:
-            self.compare(work, times)
+            self.compare(work, times, self.all_contenders())
             work.remove()
         if main:
             self.run_on_disk(few, rounds)
@@ -302,7 +304,7 @@ class Measurement:
     def run_both_builds(self):
         rounds = 3 if self.short else 7
         for work in (Work(self.maker, "small", 2, 300, 100), Work(self.maker, "large", 2, 30, 5000)):
-            self.compare(work, rounds, ("as described", "other build"))
+            self.compare(work, rounds, self.both_builds())
             work.remove()
 
     def run_on_disk(self, few, rounds):
