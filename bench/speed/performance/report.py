@@ -49,7 +49,7 @@ def table_of_works(result):
             times_of_described = "" if not described else \
                 f"{ratio(result, work, name, DESCRIBED):8.2f} x as described"
             lines.append(f"  {name:26} {statistics.median(times):9.2f} s "
-                         f"{ms_a_file(result, work, times):9.3f} ms/file {times_of_described}{note}")
+                         f"{ms_a_file(result, work, times):9.3f} ms/file {times_of_described}{note}".rstrip())
     return lines
 
 
