@@ -18,8 +18,10 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <map>
 #include <random>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -35,9 +37,9 @@ using Sums = std::array<std::uint64_t, 6>;
 }
 
 std::string TimeText(std::time_t time, const char* format) {
-  char text[32];
-  std::strftime(text, sizeof text, format, std::gmtime(&time));
-  return text;
+  std::ostringstream text;
+  text << std::put_time(std::gmtime(&time), format);
+  return text.str();
 }
 
 class Maker {
