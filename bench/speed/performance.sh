@@ -43,8 +43,6 @@ measure() {
 mkdir -p "$results"
 rm -rf "$disk"
 mkdir -p "$disk"/{tmp,vqlog}
-# The sandbox's user owns nothing outside of it.
-chmod 777 "$disk" "$disk"/{tmp,vqlog} "$results"
 trap 'rm -rf "$disk"' EXIT
 measure disk --bind "$disk/tmp" /tmp --bind "$disk/vqlog" /vqlog || exit 2
 rm -rf "$disk"

@@ -16,8 +16,8 @@ namespace {
 
 std::string PathOf(const std::string& folder) { return paths::kSpool + folder; }
 
-bool IsGone(const std::string& path) {
-  struct stat status {};
+// What cannot be looked at for another reason may still be there.
+bool IsGone(const std::string& path, struct stat& status) {
   return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
@@ -230,7 +230,7 @@ std::vector<MemFile> Backlog::First(const TableKey& key, std::size_t most, std::
   std::uint64_t size = 0;
   for (std::string path; files.size() < most && NextPath(key, path);) {
     struct stat status {};
-    if (lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+    if (IsGone(path, status)) {
       RemoveIfGone({path, key.database, key.table});
       continue;
     }
@@ -256,5 +256,6 @@ void Backlog::Remove(const MemFile& file) {
 // is seen behind it.
 void Backlog::RemoveIfGone(const MemFile& file) {
   Remove(file);
-  if (!IsGone(file.path)) Insert(file);
+  struct stat status {};
+  if (!IsGone(file.path, status)) Insert(file);
 }

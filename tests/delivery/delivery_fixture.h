@@ -141,6 +141,18 @@ class DeliveryTest : public testing::Test {
     EXPECT_EQ(server.Run(columns + ".T_KIND1Y_A2012 order by id"), day);
     return day;
   }
+  // As a killed service leaves it: in the middle of a batch, with a lock that the next one needs.
+  void ExpectToEnd(Connection& old) {
+    ASSERT_EQ(old.connectDB(), 0);
+    ASSERT_TRUE(old.Claim(kDb));
+    ASSERT_TRUE(old.Run("start transaction"));
+    ASSERT_TRUE(old.Run("insert into WLAN_1a2b3c4d.T_KIND1Y_A2012 values (1, 100)"));
+    const std::string stem = Drop("101500", "1\t10\n");
+    const auto begin = std::chrono::steady_clock::now();
+    RunUntil([&] { return Exists(stem + ".mid"); });
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience / 2);
+    EXPECT_THAT(Counted(), testing::ElementsAre("1:1"));
+  }
   // From now on an insert into the table fails, as MariaDB fails for that reason, for rows for
   // which the condition holds.
   void RefuseInserts(const std::string& table, const std::string& condition,

@@ -163,15 +163,7 @@ TEST_F(Workers, EndTheSessionsThatAnyWorkerOfAnEarlierRunLeftBehind) {
   workers = 1;
   MYSQLAUTH auth = Auth();
   Connection old(&auth, kSilence, 7);
-  ASSERT_EQ(old.connectDB(), 0);
-  ASSERT_TRUE(old.Claim(kDb));
-  ASSERT_TRUE(old.Run("start transaction"));
-  ASSERT_TRUE(old.Run("insert into WLAN_1a2b3c4d.T_KIND1Y_A2012 values (1, 100)"));
-  const std::string stem = Drop("101500", "1\t10\n");
-  const auto begin = std::chrono::steady_clock::now();
-  RunUntil([&] { return Exists(stem + ".mid"); });
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience / 2);
-  EXPECT_THAT(Counted(), ElementsAre("1:1"));
+  ExpectToEnd(old);
 }
 
 TEST_F(Workers, LeaveEachOthersSessionsAlone) {

@@ -76,7 +76,7 @@ def make_mem_tables(store, work):
     """For those who only load."""
     for device in work.devices:
         store.ask(f"use WLAN_{device}")
-        for path in sorted(work.files(device)):
+        for path in work.files(device):
             kind = path.name[26]
             store.ask(pathlib.Path(TEMPLATES, f"mem.{kind}").read_text() % mem_table(path))
     store.ask("use vqcfg")
@@ -87,7 +87,7 @@ def prepare_import(store, work):
     make_mem_tables(store, work)
     shutil.rmtree("/vqlog/import", ignore_errors=True)
     for device in work.devices:
-        for number, path in enumerate(sorted(work.files(device))):
+        for number, path in enumerate(work.files(device)):
             folder = pathlib.Path("/vqlog/import", device, str(number))
             folder.mkdir(parents=True)
             os.link(path, folder / f"{mem_table(path)}.txt")
@@ -109,7 +109,7 @@ def prepare_myloader(store, work):
     dump.mkdir()
     (dump / "metadata").write_text("Started dump at: 2013-01-03 00:00:00\nFinished dump at: 2013-01-03 00:00:00\n")
     for device in work.devices:
-        for number, path in enumerate(sorted(work.files(device))):
+        for number, path in enumerate(work.files(device)):
             name = f"WLAN_{device}.{mem_table(path)}"
             (dump / f"{name}.{number:05}.sql").write_text(
                 f"LOAD DATA INFILE '{path}' IGNORE INTO TABLE `{mem_table(path)}`;\n")

@@ -78,6 +78,8 @@ class Measurement:
 
     def play(self, work, name, prepare, run, expected=None):
         """One contender's turn: appends its seconds once its sums are seen to be right."""
+        self.result["works"][work.name] = {"files": work.count, "rows": work.rows,
+                                           "devices": len(work.devices)}
         self.store.reset(work.devices)
         work.lay_out()
         if prepare:
@@ -109,19 +111,14 @@ class Measurement:
                 "other build": (None, self.service(program=self.other, preload=self.pauses))}
 
     def compare(self, work, rounds, contenders_of_work):
-        self.result["works"][work.name] = {"files": work.count, "rows": work.rows,
-                                           "devices": len(work.devices)}
         for _ in range(rounds):
             for name, (prepare, run) in contenders_of_work.items():
                 self.play(work, name, prepare, run)
 
     def compare_shell_loop(self, work):
-        self.result["works"][work.name] = {"files": work.count, "rows": work.rows,
-                                           "devices": len(work.devices)}
         self.play(work, "shell loop", None, lambda _: contenders.shell_loop(self.store))
 
     def compare_flags(self, work, rounds):
-        self.result["works"][work.name] = {"files": work.count, "rows": work.rows, "devices": 1}
         for _ in range(rounds):
             self.play(work, "with flags", None, self.service("once", 1))
             NO_FLAGS.touch()
@@ -150,7 +147,7 @@ class Measurement:
     def latencies(self, work, count, pause=0.03):
         """Of files that come to an idle spool, each when the one before is counted."""
         random_pauses = random.Random(1)
-        paths = sorted(work.files(work.devices[0]), reverse=True)
+        paths = work.files(work.devices[0])[::-1]
         for path in paths[:20]:  # these make tables, among others
             self.send(work, path)
         found = []
@@ -200,7 +197,7 @@ class Measurement:
         self.store.reset(small.devices)
         works.empty_spool(small.devices)
         path = large.files(DEVICES[0])[0]
-        paths = sorted(small.files(DEVICES[1]), reverse=True)
+        paths = small.files(DEVICES[1])[::-1]
         found = []
         with Service(self.program, self.store.port, delivery, 2) as service:
             time.sleep(3)
@@ -252,8 +249,6 @@ class Measurement:
 
     def choices(self, work):
         """By workers and by what the server brings to the disk with each commit."""
-        self.result["works"][work.name] = {"files": work.count, "rows": work.rows,
-                                           "devices": len(work.devices)}
         for flush in (1, 2, 0):
             self.store.set("innodb_flush_log_at_trx_commit", flush)
             self.play_with_workers(work, str(flush))

@@ -15,7 +15,7 @@ port=$1 spool=$2 templates=$3 how=$4
 one_database() {
   local folder=$1 database=WLAN_${1##*/}
   local flows=("$folder"/*F-*.dat)
-  [ ! -e "${flows[0]}" ] || mawk -f "$here/flags.awk" /etc/morvan/localtour.csv "${flows[@]}"
+  [ ! -e "${flows[0]}" ] || mawk -f "$here/../flag_of.awk" -f "$here/flags.awk" /etc/morvan/localtour.csv "${flows[@]}"
   # In the order of their mem tables.
   printf '%s\n' "$folder"/*.dat | sed -E 's/.*MEM_([0-9]+)_...(..).*/\1\2 &/' | sort | cut -d' ' -f2 |
     gawk -v templates="$templates" -v how="$how" -f "$here/statements.awk" |

@@ -21,7 +21,7 @@ for file in "$spool"/*/*.dat; do
   database=WLAN_${name:0:8} table=${name:9:13}000${name:25:2} date=${name:13:8} kind=${name:26:1}
   client "$database" -e "$(filled "mem.$kind" "$table")"
   if [ "$kind" = F ]; then
-    mawk -f "$here/flags.awk" /etc/morvan/localtour.csv "$file"
+    mawk -f "$here/../flag_of.awk" -f "$here/flags.awk" /etc/morvan/localtour.csv "$file"
     mv "$file.flags" "$file"
   fi
   client "$database" -e "load data infile '$file' ignore into table $table"

@@ -25,7 +25,7 @@ class Work:
         self.expected = expected_sums(made.stdout.splitlines())
 
     def files(self, device):
-        return list((self.folder / device).glob("*.dat"))
+        return sorted((self.folder / device).glob("*.dat"))
 
     def lay_out(self):
         """A spool with all of its files, which are links: nobody writes to a mem file."""
