@@ -50,6 +50,15 @@ inline Outcome Midtablectl(const Words& arguments) {
   return Shell(command);
 }
 
+// The samples of a look, as the file for a collector has them.
+inline std::string Samples() {
+  const std::string path = "/tmp/metrics/midtable.prom";
+  fs::create_directories("/tmp/metrics");
+  fs::remove(path);
+  Midtablectl({"status", "--prometheus", path});
+  return std::regex_replace(ReadFile(path), std::regex("#.*\n"), "");
+}
+
 // Runs the program at a terminal, which shows output and errors, until it puts a question. Then the
 // commands are run, and the answer is yes.
 inline Outcome AnswerYes(const std::string& arguments, const std::string& commands = "true") {
