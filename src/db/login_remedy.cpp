@@ -54,3 +54,13 @@ std::string_view LoginRemedy(std::string_view words, bool tls_was_spared) {
   }
   return {};
 }
+
+std::pair<std::string, std::string> SplitRemedy(const std::string& words) {
+  for (std::size_t at = words.find(kRemedyFollows); at != std::string::npos;
+       at = words.find(kRemedyFollows, at + 1)) {
+    const std::string before = words.substr(0, at);
+    const std::string after = words.substr(at + kRemedyFollows.size());
+    if (LoginRemedy(before, true) == after) return {before, after};
+  }
+  return {words, {}};
+}

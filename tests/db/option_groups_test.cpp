@@ -1,0 +1,62 @@
+// The machine's own option files: what the service takes from them, and what the setting
+// client_options makes of that.
+#include "db/back_end_fixture.h"
+#include "log/zux_center_log.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+constexpr char kUsual[] = "/etc/mysql/my.cnf";
+
+class OptionGroups : public BackEndTest {
+ protected:
+  OptionGroups() : BackEndTest(kMysql) {}
+  // Whether the connections made now are compressed.
+  std::string Compression() {
+    EXPECT_EQ(0, m_sql->reconnectDB()) << m_sql->getLastError();
+    return Value(
+        "select variable_value from information_schema.session_status where variable_name = "
+        "'COMPRESSION'");
+  }
+};
+
+TEST_F(OptionGroups, OtherGroupsOfTheMachineChangeNothing) {
+  std::string content;
+  for (const char* group : {"client", "client-server", "client-mariadb", "mysql", "mysqld"}) {
+    content += Format("[%s]\ncompress=1\nport=1\nssl=1\nssl-ca=/none\nnonsense\n", group);
+  }
+  WriteFile(kUsual, content);
+  EXPECT_EQ("OFF", Compression());
+}
+
+TEST_F(OptionGroups, ItsOwnGroupIsFollowedUntilASettingNamesAnotherFile) {
+  WriteFile("/etc/mysql/conf.d/midtable.cnf", "[midtable]\ncompress\n");
+  WriteFile(kUsual, "!includedir /etc/mysql/conf.d/\n[midtable]\nport=1\n");
+  EXPECT_EQ("ON", Compression()) << "with the port of the settings";
+  WriteFile("/tmp/own.cnf", "[midtable]\n");
+  m_auth.client_options = "/tmp/own.cnf";
+  Connect();
+  EXPECT_EQ("OFF", Compression());
+}
+
+TEST_F(OptionGroups, AMistakeKeepsTheServiceFromTheServerUntilItIsMended) {
+  WriteFile(kUsual, "[midtable]\nssl-mod=REQUIRED\n");
+  EXPECT_EQ(-1, m_sql->reconnectDB());
+  EXPECT_EQ(SqlFailure::kConnection, m_sql->lastFailure());
+  EXPECT_EQ(m_sql->getLastError(),
+            "connect failed, error:/etc/mysql/my.cnf line 2: option ssl-mod is not known here: see "
+            "CLIENT OPTIONS in dbinfo.conf(5)");
+  WriteFile(kUsual, "[midtable]\n");
+  EXPECT_EQ(0, m_sql->reconnectDB());
+}
+
+TEST_F(OptionGroups, AQuestionIsGivenUpAfterTheReadTimeout) {
+  WriteFile(kUsual, "[midtable]\nread-timeout=1\n");
+  m_sql->setLockWaitSeconds(1);
+  EXPECT_EQ(0, m_sql->reconnectDB());
+  EXPECT_EQ(-1, m_sql->fetchRecordSet("select sleep(20)", m_rows));
+  EXPECT_THAT(m_sql->getLastError(), HasSubstr("no answer from the server within 2 s"));
+}
+
+}  // namespace
