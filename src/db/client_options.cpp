@@ -223,16 +223,16 @@ void ClientOptions::ApplyTo(MYSQL* handle) const {
   if (!m_bindAddress.empty()) mysql_optionsv(handle, MYSQL_OPT_BIND, m_bindAddress.c_str());
   // Newer libraries use TLS by themselves, which is theirs to decide where nothing was said.
   if (!DemandsTls() && !m_tls) return;
-  const bool pinned = m_texts.count(MARIADB_OPT_TLS_PEER_FP) != 0;
-  const my_bool encrypt = DemandsTls() ? 1 : 0;
-  const my_bool verify = DemandsTls() && !pinned ? 1 : 0;
-  mysql_optionsv(handle, MYSQL_OPT_SSL_ENFORCE, &encrypt);
-  mysql_optionsv(handle, MYSQL_OPT_SSL_VERIFY_SERVER_CERT, &verify);
-  if (!DemandsTls()) return;
+  const my_bool on = DemandsTls() ? 1 : 0;
+  mysql_optionsv(handle, MYSQL_OPT_SSL_ENFORCE, &on);
+  // With a fingerprint it stays unsaid: where it is said, older libraries want the name and the
+  // authority beside it, and newer ones do not compare the fingerprint when it is off.
+  const bool pinned = on != 0 && m_texts.count(MARIADB_OPT_TLS_PEER_FP) != 0;
+  if (!pinned) mysql_optionsv(handle, MYSQL_OPT_SSL_VERIFY_SERVER_CERT, &on);
+  if (on == 0) return;
   for (const auto& [option, text] : m_texts) mysql_optionsv(handle, option, text.c_str());
   // Newer libraries would let a server that knows the password be its own witness.
-  if (verify != 0 && m_texts.count(MYSQL_OPT_SSL_CA) == 0 &&
-      m_texts.count(MYSQL_OPT_SSL_CAPATH) == 0) {
+  if (!pinned && m_texts.count(MYSQL_OPT_SSL_CA) == 0 && m_texts.count(MYSQL_OPT_SSL_CAPATH) == 0) {
     mysql_optionsv(handle, MYSQL_OPT_SSL_CAPATH, paths::kAuthorities);
   }
 }

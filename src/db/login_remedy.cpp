@@ -7,37 +7,37 @@ struct Row {
   std::string_view remedy;
 };
 
-// The first that occurs counts.
+constexpr char kAnotherName[] =
+    "its certificate is for another name: write host as the certificate has it, have one made for "
+    "this host, or give its fingerprint as ssl-fp";
+constexpr char kUntrusted[] =
+    "its certificate is from an authority that is not trusted here: name the authority's file with "
+    "ssl-ca, or give the certificate's fingerprint as ssl-fp";
+constexpr char kTlsOnly[] =
+    "the server takes this login over TLS only: see CLIENT OPTIONS in dbinfo.conf(5)";
+
+// The first that occurs counts. Releases of the library have words of their own for the same.
 constexpr Row kRows[] = {
     {"server does not support it",
      "it was sent no login: give the server a certificate (ssl_cert, ssl_key), or do without TLS"},
-    {"Validation of SSL server certificate failed",
-     "its certificate is for another name: write host as the certificate has it, have one made for "
-     "this host, or give its fingerprint as ssl-fp"},
-    {"certificate has expired",
+    {"Validation of SSL server certificate failed", kAnotherName},
+    {"Hostname verification failed", kAnotherName},
+    {"expired",
      "renew the server's certificate and restart the server, or set this machine's clock"},
-    {"certificate is not yet valid", "set the clock of this machine, or of the one that made it"},
-    {"self-signed certificate",
-     "its certificate is from an authority that is not trusted here: name the authority's file "
-     "with "
-     "ssl-ca, or give the certificate's fingerprint as ssl-fp"},
-    {"unable to get local issuer certificate",
-     "its certificate is from an authority that is not trusted here: name the authority's file "
-     "with "
-     "ssl-ca, or give the certificate's fingerprint as ssl-fp"},
-    {"Fingerprint verification",
+    {"not yet valid", "set the clock of this machine, or of the one that made the certificate"},
+    {"self-signed certificate", kUntrusted},
+    {"unable to get local issuer certificate", kUntrusted},
+    {"certificate is not trusted", kUntrusted},
+    {"Fingerprint v",
      "it has another certificate than the one of ssl-fp: see whether it was renewed, or whether "
      "somebody is in between"},
-    {"certificate revoked", "its certificate is on the list of ssl-crl: have a new one made"},
-    {"unable to get certificate CRL", "ssl-crl has no list of the authority that made it"},
+    {"ertificate revoked", "its certificate is on the list of ssl-crl: have a new one made"},
     {"key values mismatch", "ssl-key is not the key of the certificate ssl-cert"},
     {"protocol version", "server and tls-version have no version in common"},
     {"no cipher match", "the library knows none of the ciphers of ssl-cipher"},
     {"handshake failure", "server and ssl-cipher have no cipher in common"},
-    {"insecure transport",
-     "the server takes logins over TLS only: see CLIENT OPTIONS in dbinfo.conf(5)"},
-    {"secure connection",
-     "the server takes this login over TLS only: see CLIENT OPTIONS in dbinfo.conf(5)"},
+    {"insecure transport", kTlsOnly},
+    {"requires secure connection", kTlsOnly},
 };
 
 }  // namespace

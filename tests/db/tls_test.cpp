@@ -85,7 +85,6 @@ struct Server {
   const char* name;
   const char* certificate;
   const char* lines;  // %s is the certificates' folder
-  const char* cause;
   const char* remedy;
   friend void PrintTo(const Server& server, std::ostream* out) { *out << server.name; }
 };
@@ -97,8 +96,9 @@ TEST_P(RefusedServer, IsSentNoLoginAndTheErrorHasCauseAndRemedy) {
   EXPECT_EQ(
       -1, ConnectWith(std::regex_replace(GetParam().lines, std::regex("%s"), "/tmp/certificates")));
   EXPECT_EQ(SqlFailure::kConnection, m_sql->lastFailure());
-  EXPECT_EQ(m_sql->getLastError(), std::string("connect failed, error:TLS/SSL error: ") +
-                                       GetParam().cause + "; " + GetParam().remedy);
+  EXPECT_THAT(m_sql->getLastError(),
+              testing::AllOf(testing::StartsWith("connect failed, error:TLS/SSL error: "),
+                             testing::EndsWith(std::string("; ") + GetParam().remedy)));
   EXPECT_EQ(logins, Logins());
 }
 
@@ -110,32 +110,28 @@ INSTANTIATE_TEST_SUITE_P(
     With, RefusedServer,
     testing::Values(
         Server{"AnotherName", "other-name", "ssl-ca=%s/authority.pem",
-               "Validation of SSL server certificate failed",
                "its certificate is for another name: write host as the certificate has it, have "
                "one made for this host, or give its fingerprint as ssl-fp"},
         Server{
             "ACertificateThatHasExpired", "expired", "ssl-ca=%s/authority.pem",
-            "certificate has expired",
             "renew the server's certificate and restart the server, or set this machine's clock"},
-        Server{"NoAuthority", "stranger", "ssl-ca=%s/authority.pem", "self-signed certificate",
-               kUntrusted},
-        Server{"AnotherAuthority", "good", "ssl-ca=%s/stranger.pem",
-               "self-signed certificate in certificate chain", kUntrusted},
-        Server{"AnAuthorityThatThisMachineDoesNotTrust", "good", "ssl",
-               "self-signed certificate in certificate chain", kUntrusted},
+        Server{"NoAuthority", "stranger", "ssl-ca=%s/authority.pem", kUntrusted},
+        Server{"AnotherAuthority", "good", "ssl-ca=%s/stranger.pem", kUntrusted},
+        Server{"AnAuthorityThatThisMachineDoesNotTrust", "good", "ssl", kUntrusted},
         Server{"AnotherFingerprint", "good", "ssl-fp=00112233445566778899aabbccddeeff00112233",
-               "Fingerprint verification of server certificate failed",
                "it has another certificate than the one of ssl-fp: see whether it was renewed, or "
                "whether somebody is in between"}),
     [](const auto& test) { return test.param.name; });
 
 TEST_F(Tls, AServerThatProvesWhoItIsIsSpokenToInCipher) {
+  const std::string logins = Logins();
   for (const std::string& lines :
        {kAuthority, kAuthority + "\nssl-mode=REQUIRED", kAuthority + "\nssl-verify-server-cert",
         kAuthority + "\ncompress\ntls-version=TLSv1.2",
         "ssl-fp=" + certificates::Fingerprint("good")}) {
     EXPECT_NE("", Cipher(lines)) << lines;
   }
+  EXPECT_NE(logins, Logins()) << "the server's log has them";
 }
 
 TEST_F(Tls, AFingerprintIsEnoughForACertificateOfNoAuthorityAndAnyName) {
