@@ -34,6 +34,17 @@ signed client DNS:client 9)");
   ASSERT_EQ(0, result) << ReadFile("/tmp/certificates/log");
 }
 
+// A server with these options offers TLS, with the certificate that was put in use last. It reads
+// it at its start, and upon "flush ssl".
+inline const std::string kInUse = "/tmp/certificates/in-use";
+inline std::vector<std::string> ServerOptions() {
+  return {"--ssl-cert=" + kInUse, "--ssl-key=" + kInUse + ".key", "--ssl-ca=" + File("authority")};
+}
+inline void PutInUse(const std::string& name) {
+  WriteFile(kInUse, ReadFile(File(name)));
+  WriteFile(kInUse + ".key", ReadFile(KeyFile(name)));
+}
+
 // Of the certificate, as the client programs take it.
 inline std::string Fingerprint(const std::string& name) {
   const std::string command = "openssl x509 -noout -fingerprint -sha1 -in " + File(name) +
