@@ -51,6 +51,19 @@ TEST_F(OptionGroups, AMistakeKeepsTheServiceFromTheServerUntilItIsMended) {
   EXPECT_EQ(0, m_sql->reconnectDB());
 }
 
+TEST_F(OptionGroups, TheyChooseTheRoadToTheServer) {
+  const std::string peer = "select substring_index(user(), '@', -1)";
+  m_auth.host = "localhost";
+  for (const auto& [lines, expected] :
+       {std::pair("socket=/tmp/private-mariadb/socket", "localhost"),
+        {"socket=/none\nprotocol=tcp", "127.0.0.1"},
+        {"protocol=tcp\nbind-address=127.0.0.2", "127.0.0.2"}}) {
+    WriteFile(kUsual, std::string("[midtable]\n") + lines + "\n");
+    Connect();
+    EXPECT_EQ(expected, Value(peer)) << lines;
+  }
+}
+
 TEST_F(OptionGroups, AQuestionIsGivenUpAfterTheReadTimeout) {
   WriteFile(kUsual, "[midtable]\nread-timeout=1\n");
   m_sql->setLockWaitSeconds(1);
