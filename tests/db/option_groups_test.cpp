@@ -3,8 +3,6 @@
 #include "db/back_end_fixture.h"
 #include "log/zux_center_log.h"
 
-using testing::HasSubstr;
-
 namespace {
 
 constexpr char kUsual[] = "/etc/mysql/my.cnf";
@@ -40,17 +38,6 @@ TEST_F(OptionGroups, ItsOwnGroupIsFollowedUntilASettingNamesAnotherFile) {
   EXPECT_EQ("OFF", Compression());
 }
 
-TEST_F(OptionGroups, AMistakeKeepsTheServiceFromTheServerUntilItIsMended) {
-  WriteFile(kUsual, "[midtable]\nssl-mod=REQUIRED\n");
-  EXPECT_EQ(-1, m_sql->reconnectDB());
-  EXPECT_EQ(SqlFailure::kConnection, m_sql->lastFailure());
-  EXPECT_EQ(m_sql->getLastError(),
-            "connect failed, error:/etc/mysql/my.cnf line 2: option ssl-mod is not known here: see "
-            "CLIENT OPTIONS in dbinfo.conf(5)");
-  WriteFile(kUsual, "[midtable]\n");
-  EXPECT_EQ(0, m_sql->reconnectDB());
-}
-
 TEST_F(OptionGroups, TheyChooseTheRoadToTheServer) {
   const std::string peer = "select substring_index(user(), '@', -1)";
   m_auth.host = "localhost";
@@ -62,14 +49,6 @@ TEST_F(OptionGroups, TheyChooseTheRoadToTheServer) {
     Connect();
     EXPECT_EQ(expected, Value(peer)) << lines;
   }
-}
-
-TEST_F(OptionGroups, AQuestionIsGivenUpAfterTheReadTimeout) {
-  WriteFile(kUsual, "[midtable]\nread-timeout=1\n");
-  m_sql->setLockWaitSeconds(1);
-  EXPECT_EQ(0, m_sql->reconnectDB());
-  EXPECT_EQ(-1, m_sql->fetchRecordSet("select sleep(20)", m_rows));
-  EXPECT_THAT(m_sql->getLastError(), HasSubstr("no answer from the server within 2 s"));
 }
 
 }  // namespace

@@ -34,13 +34,6 @@ class CheckLogin : public CheckOnServerTest {
     if (ReadFile(kSettings).find("client_options") != std::string::npos) return;
     Replace(kSettings, "dbtype=", "client_options=/tmp/client.cnf\ndbtype=");
   }
-  // The library's words are its own; what to do about them follows.
-  void FindsRefusal(const std::string& remedy) const {
-    const std::string words = SplitRemedy(WordsOn()).first;
-    EXPECT_TRUE(words.starts_with("TLS/SSL error: ")) << words;
-    Finds({kNoLogin + "midtable" + kAt + words + " -> " + remedy});
-  }
-
   const std::string kAuthority = "ssl-ca=" + certificates::File("authority");
 };
 
@@ -62,28 +55,14 @@ TEST_F(CheckLogin, AWrongPasswordIsNoLackOfTls) {
          " -> mend user and password of the settings, or make that user on the server"});
 }
 
+// The library's words are its own; what to do about them follows.
 TEST_F(CheckLogin, WordsAndRemedyOfACertificateThatIsRefusedStandApart) {
   UseOption(kAuthority);
-  for (const auto& [certificate, remedy] :
-       {std::pair("expired",
-                  "renew the server's certificate and restart the server, or set this machine's "
-                  "clock"),
-        {"other-name",
-         "its certificate is for another name: write host as the certificate has it, have one made "
-         "for this host, or give its fingerprint as ssl-fp"}}) {
-    Present(certificate);
-    FindsRefusal(remedy);
-  }
-}
-
-TEST_F(CheckLogin, AServerWithoutTlsIsSentNoLogin) {
-  server.Kill();
-  server.Start({"--skip-ssl"});
-  UseOption(kAuthority);
-  FindsRefusal(
-      "it was sent no login: give the server a certificate (ssl_cert, ssl_key), or do without TLS");
-  server.Kill();
-  server.Start(certificates::ServerOptions());
+  Present("expired");
+  const std::string words = SplitRemedy(WordsOn()).first;
+  EXPECT_TRUE(words.starts_with("TLS/SSL error: ")) << words;
+  Finds({kNoLogin + "midtable" + kAt + words +
+         " -> renew the server's certificate and restart the server, or set this machine's clock"});
 }
 
 }  // namespace

@@ -20,10 +20,6 @@ INSTANTIATE_TEST_SUITE_P(
              ": warning: everybody on this machine may change it"),
         Case("EverybodyMayRead", {SetMode(kSettings, 0644)},
              ": warning: everybody on this machine may read the password"),
-        Case(
-            "NameAnOptionFileThatIsMissing", {Line("user=", "client_options=/tmp/none\nuser=")},
-            ":3: error: client_options /tmp/none: No such file or directory; nobody is asked for a "
-            "login -> correct it: see CLIENT OPTIONS in dbinfo.conf(5)"),
         Case("NameAnOptionFileWithAMistake",
              {Write("/tmp/own.cnf", "[midtable]\nssl-mod=REQUIRED\n"),
               Line("user=", "client_options=/tmp/own.cnf\nuser=")},
