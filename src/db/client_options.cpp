@@ -73,6 +73,12 @@ bool AreTlsVersions(const std::string& list) {
   return true;
 }
 
+// Of anything else the library would say that the server has another certificate.
+bool IsFingerprint(std::string text) {
+  std::erase(text, ':');
+  return text.size() == 40 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+}
+
 // The library tells that a file is missing, and does not tell which.
 bool IsReadable(const std::string& path) { return File(std::fopen(path.c_str(), "re")) != nullptr; }
 
@@ -106,16 +112,14 @@ bool ClientOptions::Refuse(const ClientOption& option, const std::string& why) {
 bool ClientOptions::Follow(const ClientOption& option) {
   if (option.name == "ssl-mode") return FollowMode(option);
   if (option.name == "protocol") return FollowProtocol(option);
-  bool known = false;
-  for (const auto follow :
-       {&ClientOptions::FollowText, &ClientOptions::FollowFlag, &ClientOptions::FollowNumber}) {
-    const bool followed = (this->*follow)(option, known);
-    if (known) return followed;
+  for (const auto follow : {&ClientOptions::FollowText, &ClientOptions::FollowTlsText,
+                            &ClientOptions::FollowFlag, &ClientOptions::FollowNumber}) {
+    if (const auto followed = (this->*follow)(option)) return *followed;
   }
   return Refuse(option, " is not known here: see CLIENT OPTIONS in dbinfo.conf(5)");
 }
 
-bool ClientOptions::FollowText(const ClientOption& option, bool& known) {
+std::optional<bool> ClientOptions::FollowText(const ClientOption& option) {
   const std::pair<std::string_view, std::string*> texts[] = {{"host", &m_host},
                                                              {"user", &m_user},
                                                              {"password", &m_password},
@@ -123,29 +127,34 @@ bool ClientOptions::FollowText(const ClientOption& option, bool& known) {
                                                              {"bind-address", &m_bindAddress}};
   for (const auto& [name, text] : texts) {
     if (option.name != name) continue;
-    known = true;
     if (!option.value) return Refuse(option, " needs a value");
     *text = *option.value;
     return true;
   }
-  for (const TlsText& text : kTlsTexts) {
-    if (option.name != text.name) continue;
-    known = true;
-    if (!option.value || option.value->empty()) return Refuse(option, " needs a value");
-    if (text.is_path && !IsReadable(*option.value)) {
-      return Refuse(option, ": " + *option.value + ": " + std::strerror(errno));
-    }
-    if (text.option == MARIADB_OPT_TLS_VERSION && !AreTlsVersions(*option.value)) {
-      return Refuse(option, " takes TLSv1.2, TLSv1.3, or both with a comma between");
-    }
-    m_texts[text.option] = *option.value;
-    return true;
+  return std::nullopt;
+}
+
+std::optional<bool> ClientOptions::FollowTlsText(const ClientOption& option) {
+  const auto text = std::find_if(std::begin(kTlsTexts), std::end(kTlsTexts),
+                                 [&](const TlsText& each) { return each.name == option.name; });
+  if (text == std::end(kTlsTexts)) return std::nullopt;
+  const std::string value = option.value.value_or("");
+  if (value.empty()) return Refuse(option, " needs a value");
+  if (text->is_path && !IsReadable(value)) {
+    return Refuse(option, ": " + value + ": " + std::strerror(errno));
   }
-  return false;
+  if (text->option == MARIADB_OPT_TLS_VERSION && !AreTlsVersions(value)) {
+    return Refuse(option, " takes TLSv1.2, TLSv1.3, or both with a comma between");
+  }
+  if (text->option == MARIADB_OPT_TLS_PEER_FP && !IsFingerprint(value)) {
+    return Refuse(option, " takes the 40 hexadecimal digits of a SHA-1 fingerprint");
+  }
+  m_texts[text->option] = value;
+  return true;
 }
 
 // "skip-ssl" and "disable-ssl" are "ssl=0".
-bool ClientOptions::FollowFlag(const ClientOption& option, bool& known) {
+std::optional<bool> ClientOptions::FollowFlag(const ClientOption& option) {
   std::string_view name = option.name;
   bool negated = false;
   for (const std::string_view prefix : {"skip-", "disable-"}) {
@@ -153,8 +162,7 @@ bool ClientOptions::FollowFlag(const ClientOption& option, bool& known) {
     name.remove_prefix(prefix.size());
     negated = true;
   }
-  known = name == "ssl" || name == "ssl-verify-server-cert" || name == "compress";
-  if (!known) return false;
+  if (name != "ssl" && name != "ssl-verify-server-cert" && name != "compress") return std::nullopt;
   std::optional<bool> flag = FlagOf(option.value);
   if (!flag || (negated && option.value)) return Refuse(option, " takes 1 or 0, or no value");
   if (negated) flag = false;
@@ -165,7 +173,7 @@ bool ClientOptions::FollowFlag(const ClientOption& option, bool& known) {
   return *flag || Refuse(option, negated ? kUnverified : std::string("=0") + kUnverified);
 }
 
-bool ClientOptions::FollowNumber(const ClientOption& option, bool& known) {
+std::optional<bool> ClientOptions::FollowNumber(const ClientOption& option) {
   const std::pair<std::string_view, std::chrono::seconds*> limits[] = {
       {"connect-timeout", &connect_limit},
       {"read-timeout", &answer_limit},
@@ -173,8 +181,7 @@ bool ClientOptions::FollowNumber(const ClientOption& option, bool& known) {
   const auto limit = std::find_if(std::begin(limits), std::end(limits),
                                   [&](const auto& each) { return each.first == option.name; });
   const bool is_limit = limit != std::end(limits);
-  known = is_limit || option.name == "port";
-  if (!known) return false;
+  if (!is_limit && option.name != "port") return std::nullopt;
   const unsigned int most = is_limit ? kMostSeconds : kLastPort;
   const unsigned int number = NumberOf(option.value, most);
   if (number == 0) return Refuse(option, " takes a number from 1 to " + std::to_string(most));
@@ -186,16 +193,12 @@ bool ClientOptions::FollowNumber(const ClientOption& option, bool& known) {
   return true;
 }
 
-// What MySQL's own programs call REQUIRED and VERIFY_CA trusts more than they say. Here both get
-// the strictest meaning, so that nobody gets less than was asked for.
+// The client programs of MySQL take any certificate with REQUIRED, and any name with VERIFY_CA.
+// Here both mean VERIFY_IDENTITY, so that nobody gets less than was asked for.
 bool ClientOptions::FollowMode(const ClientOption& option) {
   const std::string mode = option.value.value_or("");
-  for (const char* const on : {"REQUIRED", "VERIFY_CA", "VERIFY_IDENTITY"}) {
-    if (Same(mode, on)) m_tls = true;
-    if (Same(mode, on)) return true;
-  }
-  m_tls = false;
-  return Same(mode, "DISABLED") || Refuse(option, " takes VERIFY_IDENTITY or DISABLED");
+  m_tls = Same(mode, "REQUIRED") || Same(mode, "VERIFY_CA") || Same(mode, "VERIFY_IDENTITY");
+  return *m_tls || Same(mode, "DISABLED") || Refuse(option, " takes VERIFY_IDENTITY or DISABLED");
 }
 
 bool ClientOptions::FollowProtocol(const ClientOption& option) {

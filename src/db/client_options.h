@@ -54,9 +54,11 @@ class ClientOptions {
  private:
   bool Refuse(const ClientOption& option, const std::string& why);
   bool Follow(const ClientOption& option);
-  bool FollowText(const ClientOption& option, bool& known);
-  bool FollowFlag(const ClientOption& option, bool& known);
-  bool FollowNumber(const ClientOption& option, bool& known);
+  // Nothing for an option of another kind.
+  std::optional<bool> FollowText(const ClientOption& option);
+  std::optional<bool> FollowTlsText(const ClientOption& option);
+  std::optional<bool> FollowFlag(const ClientOption& option);
+  std::optional<bool> FollowNumber(const ClientOption& option);
   bool FollowMode(const ClientOption& option);
   bool FollowProtocol(const ClientOption& option);
 

@@ -32,6 +32,7 @@ constexpr Row kRows[] = {
      "it has another certificate than the one of ssl-fp: see whether it was renewed, or whether "
      "somebody is in between"},
     {"ertificate revoked", "its certificate is on the list of ssl-crl: have a new one made"},
+    {"no certificate or crl found", "ssl-ca, or ssl-crl, has none in it: see what the file is"},
     {"key values mismatch", "ssl-key is not the key of the certificate ssl-cert"},
     {"protocol version", "server and tls-version have no version in common"},
     {"no cipher match", "the library knows none of the ciphers of ssl-cipher"},

@@ -23,7 +23,8 @@ TEST(ClientOptions, AnyWordAboutTlsDemandsItAndNoOtherDoes) {
        {"ssl", "ssl=1", "ssl=ON", "ssl-mode=required", "ssl-mode=VERIFY_CA",
         "ssl-mode=VERIFY_IDENTITY", "ssl-verify-server-cert", "ssl_verify_server_cert=1",
         "ssl-ca=/etc/passwd", "ssl-capath=/etc", "ssl-cert=/etc/passwd", "ssl-key=/etc/passwd",
-        "ssl-crl=/etc/passwd", "ssl-cipher=AES128-SHA", "ssl-fp=00", "tls-version=TLSv1.3",
+        "ssl-crl=/etc/passwd", "ssl-cipher=AES128-SHA",
+        "ssl-fp=00112233445566778899aAbBcCdDeEfF00:11:22:33", "tls-version=TLSv1.3",
         "tls-version=TLSv1.2,TLSv1.3", "skip-ssl\nssl"}) {
     ClientOptions options;
     EXPECT_EQ(ErrorOf(options, lines), "");
@@ -48,6 +49,7 @@ TEST(ClientOptions, WhatCannotBeFollowedIsRefusedWithItsPlace) {
       {"ssl-ca=/none", "option ssl-ca: /none: No such file"},
       {"tls-version=TLSv1.1", "option tls-version takes TLSv1.2, TLSv1.3, or both"},
       {"tls-version=TLSv1.2,", "option tls-version takes TLSv1.2, TLSv1.3, or both"},
+      {"ssl-fp=00:11", "option ssl-fp takes the 40 hexadecimal digits"},
       {"protocol=pipe", "option protocol takes tcp or socket"},
       {"read-timeout=0", "option read-timeout takes a number from 1 to 86400"},
       {"connect-timeout=5s", "option connect-timeout takes a number from 1"},
