@@ -65,4 +65,10 @@ TEST_F(CheckLogin, WordsAndRemedyOfACertificateThatIsRefusedStandApart) {
          " -> renew the server's certificate and restart the server, or set this machine's clock"});
 }
 
+TEST_F(CheckLogin, NobodyIsAskedWithAMistakeInTheOptionFile) {
+  UseOption("ssl-mod=REQUIRED");
+  Finds({kSettings + ":5: error: /tmp/client.cnf line 2: option ssl-mod is not known here: see " +
+         "CLIENT OPTIONS in dbinfo.conf(5); nobody is asked for a login"});
+}
+
 }  // namespace

@@ -33,8 +33,9 @@ Status Check(const CheckOptions& options, Console& console);
 // --- The settings (check_settings.cpp)
 
 struct CheckedSettings {
-  MYSQLAUTH auth;  // with what the client options add
-  bool once;       // every row is counted exactly once: delivery=once
+  MYSQLAUTH auth;          // with what the client options add
+  bool once;               // every row is counted exactly once: delivery=once
+  bool options_are_sound;  // the client options; otherwise the service asks no server
 };
 
 // The settings as the service reads them; nothing when it would refuse the file.

@@ -174,8 +174,8 @@ ScratchDatabase::~ScratchDatabase() {
 bool CheckServer(const CheckedSettings& settings, const Spool& spool,
                  const DefinitionSet& definitions, Findings& findings) {
   const MYSQLAUTH& auth = settings.auth;
-  // A port that is missing was reported with the settings.
-  if (LacksPort(auth)) return true;
+  // What keeps even the service from asking was reported with the settings.
+  if (LacksPort(auth) || !settings.options_are_sound) return true;
   const std::unique_ptr<CSqlBase> sql = CreateSqlBase(auth);
   const Dialect& dialect = Dialect::Of(auth);
   // Of an Oracle server only the login is tried: none was at hand to try more on.

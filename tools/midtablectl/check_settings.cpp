@@ -141,10 +141,12 @@ void CheckMode(const std::string& path, const std::string& secret, Findings& fin
   }
 }
 
-// Adds to the login what stands in the option files.
-void CheckClientOptions(const std::string& path, MYSQLAUTH& auth, long line, Findings& findings) {
+// Adds to the login what stands in the option files. False where that keeps the service from the
+// server.
+bool CheckClientOptions(const std::string& path, MYSQLAUTH& auth, long line, Findings& findings) {
   ClientOptions options;
-  if (!options.Read(auth.client_options)) {
+  const bool sound = options.Read(auth.client_options);
+  if (!sound) {
     findings.Error(path, auth.client_options.empty() ? 0 : line,
                    options.error() + "; nobody is asked for a login",
                    "correct it: see CLIENT OPTIONS in dbinfo.conf(5)");
@@ -161,6 +163,7 @@ void CheckClientOptions(const std::string& path, MYSQLAUTH& auth, long line, Fin
     CheckMode(auth.client_options, "password", findings);
   }
   CheckMode(options.KeyFile(), "private key", findings);
+  return sound;
 }
 
 void CheckType(const std::string& path, const MYSQLAUTH& auth, long line, Findings& findings) {
@@ -275,13 +278,14 @@ std::optional<CheckedSettings> CheckSettings(const std::string& path, Findings& 
     return std::nullopt;
   }
   MYSQLAUTH auth = ReadCredentials(settings);
-  if (!IsOracle(auth)) CheckClientOptions(path, auth, lines.LineOf("client_options"), findings);
+  const bool sound =
+      IsOracle(auth) || CheckClientOptions(path, auth, lines.LineOf("client_options"), findings);
   CheckValues(path, auth, lines, findings);
   const std::string delivery = settings.getValue("delivery");
   CheckDeliveryValue(path, delivery, auth, lines.LineOf("delivery"), findings);
   CheckWorkersValue(path, settings.getValue("workers"), delivery == kDeliveryOnce,
                     lines.LineOf("workers"), findings);
-  return CheckedSettings{auth, delivery == kDeliveryOnce};
+  return CheckedSettings{auth, delivery == kDeliveryOnce, sound};
 }
 
 }  // namespace ctl
