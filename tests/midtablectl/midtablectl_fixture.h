@@ -229,7 +229,8 @@ class MidtablectlServerTest : public MidtablectlTest {
     const auto sql = CreateSqlBase(ReadCredentials(values));
     EXPECT_TRUE(sql->connectDB() != 0 || sql->executeSQL(statement.c_str(), 0) != 0) << statement;
     const std::string error = sql->getLastError();
-    return error.substr(error.rfind("error:") + std::string("error:").size());
+    const std::string before = " failed, error:";
+    return error.substr(error.rfind(before) + before.size());
   }
 
   MariadbServer& server = MariadbServer::Get();
