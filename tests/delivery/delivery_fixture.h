@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "delivery/delivery.h"
@@ -140,6 +141,16 @@ class DeliveryTest : public testing::Test {
     const auto day = server.Run(columns + ".T_KIND1D_A20121231 order by id");
     EXPECT_EQ(server.Run(columns + ".T_KIND1Y_A2012 order by id"), day);
     return day;
+  }
+  // How many loads there were before each commit, of all statements since that mark.
+  std::vector<int> LoadsOfCommits(std::size_t mark) const {
+    std::vector<int> loads;
+    int open = 0;
+    for (const std::string& text : server.Statements(mark)) {
+      if (text.starts_with("load data")) ++open;
+      if (text == "commit") loads.push_back(std::exchange(open, 0));
+    }
+    return loads;
   }
   // From now on an insert into the table fails, as MariaDB fails for that reason, for rows for
   // which the condition holds.
