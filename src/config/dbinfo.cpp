@@ -110,6 +110,7 @@ MYSQLAUTH ReadCredentials(const CDBInfo& settings) {
   auth.dbname = settings.getDBName();
   auth.dbtype = settings.getDBType();
   auth.new_user_password = settings.getNewUserPassword();
+  auth.client_options = settings.getValue("client_options");
   return auth;
 }
 

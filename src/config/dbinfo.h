@@ -73,6 +73,7 @@ struct MYSQLAUTH {
   int extra_flag = 0;  // always 0 here, copied along
   std::string dbtype;  // "oracle" or "oci8" select Oracle, anything else MySQL; compared exactly
   std::string new_user_password;  // of the per-database users that the service creates
+  std::string client_options;     // the option file to read instead of the usual ones; empty: those
 };
 
 // True for the two texts that select an Oracle store.

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "db/login_remedy.h"
 #include "db/mysql_failure.h"
 #include "log/zux_center_log.h"
 
@@ -21,11 +22,6 @@ constexpr int kStatementFailedLine = 114;  // fixed: part of the message that op
 constexpr std::size_t kMaxUseStatement = 1023;
 constexpr char kInitFailed[] = "mysql_init() error";
 
-// A login takes milliseconds; ten seconds are for a server that has just started or is overloaded.
-constexpr std::chrono::seconds kConnectLimit{10};
-// Questions are answered in milliseconds as well, but for the time that they wait for a lock, which
-// comes on top. A minute is for a server whose disks are busy with something else.
-constexpr std::chrono::seconds kAnswerLimit{60};
 // The library's own time-outs end nothing, since ServerWait does the waiting. They bound for how
 // long an encrypted connection is read without asking it, and how often a host's name that could
 // not be looked up is looked up again.
@@ -33,11 +29,10 @@ constexpr unsigned int kLibraryTimeoutSeconds = 1;
 
 // While a statement runs for hours the connection is silent. The system asks the peer's system
 // every quarter of a minute, from the first minute of silence on, and breaks the connection after
-// three minutes without an answer; so it does when what was sent is not taken for so long.
+// three minutes without an answer; so it does when what was sent is not acknowledged for so long.
 constexpr int kSilentSeconds = 60;
 constexpr int kProbeSeconds = 15;
 constexpr int kProbes = 8;
-constexpr int kUnansweredMilliseconds = (kSilentSeconds + kProbes * kProbeSeconds) * 1000;
 
 // Sets the library up once for the process, and tears it down in each thread that used it.
 void UseClientLibrary() {
@@ -48,8 +43,17 @@ void UseClientLibrary() {
   [[maybe_unused]] static thread_local ThreadEnd thread_end;
 }
 
+// An encrypted connection is read and written without asking ServerWait first, for as long as the
+// socket itself lets it: short enough for nobody to notice that a stop had to wait.
+void KeepCallsShort(int socket) {
+  const timeval limit{0, 100'000};
+  for (const int name : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+    [[maybe_unused]] const int ignored = setsockopt(socket, SOL_SOCKET, name, &limit, sizeof limit);
+  }
+}
+
 // Connections over a socket file have no such options, and need none.
-void NoticeDeadPeers(int socket) {
+void NoticeDeadPeers(int socket, std::chrono::seconds unsent_limit) {
   const auto set = [socket](int level, int name, int value) {
     [[maybe_unused]] const int ignored = setsockopt(socket, level, name, &value, sizeof value);
   };
@@ -57,7 +61,7 @@ void NoticeDeadPeers(int socket) {
   set(IPPROTO_TCP, TCP_KEEPIDLE, kSilentSeconds);
   set(IPPROTO_TCP, TCP_KEEPINTVL, kProbeSeconds);
   set(IPPROTO_TCP, TCP_KEEPCNT, kProbes);
-  set(IPPROTO_TCP, TCP_USER_TIMEOUT, kUnansweredMilliseconds);
+  set(IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(unsent_limit.count()) * 1000);
 }
 
 }  // namespace
@@ -75,6 +79,7 @@ int CMysqlBase::setAuth(MYSQLAUTH* auth) {
   m_auth->password = auth->password;
   m_auth->extra = auth->extra;
   m_auth->user = auth->user;
+  m_auth->client_options = auth->client_options;
   return 1;
 }
 
@@ -96,29 +101,54 @@ int CMysqlBase::connectDB() {
     m_connected = logIn();
   }
   if (m_connected) return succeed();
-  return fail("connect failed, error:" + libraryError(), SqlFailure::kConnection);
+  return fail("connect failed, error:" + loginError(), SqlFailure::kConnection);
 }
 
-// The library forgets its options with every attempt that fails.
 bool CMysqlBase::logIn() {
+  m_options = ClientOptions();
+  if (!m_options.Read(m_auth->client_options)) {
+    m_gaveUp = m_options.error();
+    return false;
+  }
+  MYSQLAUTH auth(m_auth.get());
+  m_options.Complete(auth);
   // Nobody can ask yet which session it is whose answer may be lost.
   WaitPolicy policy;
   policy.ends_on_stop = m_policy.ends_on_stop;
-  const ServerWait wait(m_gaveUp, kConnectLimit, policy);
+  const ServerWait wait(m_gaveUp, m_options.connect_limit, policy);
+  prepareHandle();
   MYSQL* const handle = usable();
+  if (mysql_real_connect(handle, auth.host.c_str(), auth.user.c_str(), auth.password.c_str(),
+                         auth.dbname.c_str(), static_cast<unsigned int>(auth.port),
+                         m_options.socket(), 0) == nullptr) {
+    return false;
+  }
+  KeepCallsShort(mysql_get_socket(handle));
+  NoticeDeadPeers(mysql_get_socket(handle), m_options.unsent_limit);
+  return limitLockWaits() && prepareToNotice();
+}
+
+// The library forgets its options with every attempt that fails.
+void CMysqlBase::prepareHandle() {
+  MYSQL* const handle = usable();
+  m_options.ApplyTo(handle);
   for (const auto option :
        {MYSQL_OPT_CONNECT_TIMEOUT, MYSQL_OPT_READ_TIMEOUT, MYSQL_OPT_WRITE_TIMEOUT}) {
     mysql_optionsv(handle, option, &kLibraryTimeoutSeconds);
   }
   mysql_optionsv(handle, MARIADB_OPT_IO_WAIT, &ServerWait::Wait);
   if (m_allowsLocalLoads) prepareLocalLoads();
-  if (mysql_real_connect(handle, m_auth->host.c_str(), m_auth->user.c_str(),
-                         m_auth->password.c_str(), m_auth->dbname.c_str(),
-                         static_cast<unsigned int>(m_auth->port), nullptr, 0) == nullptr) {
-    return false;
-  }
-  NoticeDeadPeers(mysql_get_socket(handle));
-  return limitLockWaits() && prepareToNotice();
+}
+
+std::string CMysqlBase::loginError() const {
+  std::string words = libraryError();
+  if (!m_gaveUp.empty()) return words;
+  const MYSQL& handle = *usable();
+  const bool spared_tls =
+      (handle.server_capabilities & CLIENT_SSL) != 0 && (handle.client_flag & CLIENT_SSL) == 0;
+  const std::string_view remedy = LoginRemedy(words, spared_tls);
+  if (!remedy.empty()) words.append(kRemedyFollows).append(remedy);
+  return words;
 }
 
 // It was dropped, or the user's rights on it were.
@@ -158,7 +188,7 @@ int CMysqlBase::reconnectDB() {
 }
 
 std::chrono::seconds CMysqlBase::answerLimit() const {
-  return kAnswerLimit + std::chrono::seconds(m_lockWaitSeconds);
+  return m_options.answer_limit + std::chrono::seconds(m_lockWaitSeconds);
 }
 
 int CMysqlBase::succeed() {

@@ -7,10 +7,11 @@
 //
 // Waiting: connecting is given up after 10 seconds. What executeSQL runs is awaited as long as the
 // connection stands; a peer that is gone is noticed within 3 minutes. All other operations are
-// questions: an answer is awaited for 60 seconds and for as long as a lock may keep it. Once the
-// service is to stop (g_nMainRun is 0), connecting and questions are given up within a second. What
-// was given up fails as kConnection, with a text that says so, and the back end is to be
-// reconnected. The look-up of a host's name alone is the system's and obeys none of this.
+// questions: an answer is awaited for 60 seconds and for as long as a lock may keep it. The
+// machine's option files may say otherwise (db/client_options.h), and are read at each connect.
+// Once the service is to stop (g_nMainRun is 0), connecting and questions are given up within a
+// second. What was given up fails as kConnection, with a text that says so, and the back end is to
+// be reconnected. The look-up of a host's name alone is the system's and obeys none of this.
 #pragma once
 
 #include <mysql.h>
@@ -23,6 +24,7 @@
 #include "config/dbinfo.h"
 #include "db/LocalLoad.h"
 #include "db/SqlBase.h"
+#include "db/client_options.h"
 #include "db/server_wait.h"
 
 class CMysqlBase : public CSqlBase {
@@ -38,9 +40,10 @@ class CMysqlBase : public CSqlBase {
   CMysqlBase(const CMysqlBase&) = delete;
   CMysqlBase& operator=(const CMysqlBase&) = delete;
 
-  // Failure: "mysql_init() error" or "connect failed, error:" and the library's text; the meaning
-  // is always kConnection. Where the database that was used last is gone, or closed to the user, it
-  // connects to the one of the record.
+  // Failure: "mysql_init() error" or "connect failed, error:" and the library's text, with what to
+  // do about it where that is known, or what is wrong with the client options, with which nobody is
+  // asked then; the meaning is always kConnection. Where the database that was used last is gone,
+  // or closed to the user, it connects to the one of the record.
   int connectDB() override;
   int closeDB() override;
   std::string getLastError() override { return m_lastError; }
@@ -130,6 +133,8 @@ class CMysqlBase : public CSqlBase {
   SqlFailure libraryFailure() const;
 
   bool logIn();
+  void prepareHandle();
+  std::string loginError() const;
   bool lastDatabaseIsClosed() const;
   bool limitLockWaits();
   bool commitsByItself();
@@ -160,5 +165,7 @@ class CMysqlBase : public CSqlBase {
   std::vector<std::string> m_columnNames;
   std::string m_lastError;
   SqlFailure m_lastFailure = SqlFailure::kNone;
-  std::string m_gaveUp;  // why the last call was not awaited to its end; empty when it was
+  // Why the library was not asked, or its last call not awaited to its end; empty when it was.
+  std::string m_gaveUp;
+  ClientOptions m_options;  // those of the last connect
 };

@@ -76,13 +76,21 @@ bool ServerWait::answerIsLost(Clock::time_point silent_since) {
   return true;
 }
 
+// On encrypted connections the library says that it waits to read when it waits to write: both are
+// looked for where nothing more can be sent. One that really waits to read tries again.
+short ServerWait::Awaited(my_socket socket, bool for_reading) {
+  if (!for_reading) return POLLOUT;
+  pollfd entry{socket, POLLOUT, 0};
+  return poll(&entry, 1, 0) == 0 ? POLLIN | POLLOUT : POLLIN;
+}
+
 int ServerWait::Wait(my_socket socket, my_bool for_reading, int /*timeout*/) {
   ServerWait* const current = t_current;
   const bool forever = current == nullptr ||
                        (!current->m_endsOnStop && current->m_policy.silence == milliseconds(0));
   const auto begin = Clock::now();
   if (current != nullptr) current->m_saidNo = false;
-  pollfd entry{socket, static_cast<short>(for_reading != 0 ? POLLIN : POLLOUT), 0};
+  pollfd entry{socket, Awaited(socket, for_reading != 0), 0};
   for (;;) {
     const int ready = poll(&entry, 1, forever ? -1 : static_cast<int>(kLook.count()));
     if (ready > 0 || (ready < 0 && errno != EINTR)) return ready;

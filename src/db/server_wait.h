@@ -52,6 +52,7 @@ class ServerWait {
   static const WaitPolicy kPatient;
 
   ServerWait(std::string& reason, const WaitPolicy& policy, bool ends_on_stop);
+  static short Awaited(my_socket socket, bool for_reading);
   bool givesUp();
   bool answerIsLost(Clock::time_point silent_since);
 

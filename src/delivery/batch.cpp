@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "delivery/joined_source.h"
 #include "log/engine_unit.h"
 #include "log/zux_center_log.h"
 #include "support/names.h"
@@ -9,11 +10,33 @@
 
 using Kind = BatchOutcome::Kind;
 
+namespace {
+
+// The name is for those who look at what the server does.
+std::string LoadStatement(const MemFile& file) {
+  return "load data local infile '" + std::string(FileNameOf(file.path)) + "' ignore into table " +
+         file.QualifiedTable();
+}
+
+}  // namespace
+
 BatchOutcome Batch::Failed() { return {Kind::kFailed, 0, m_sql.lastFailure(), m_sql.Reason()}; }
+
+BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& before,
+                        const std::string& token) {
+  BatchOutcome outcome = Try(files, before, token);
+  if (outcome.kind != Kind::kOneByOne) return outcome;
+  m_one_by_one = true;
+  m_sources.clear();
+  m_entries.clear();
+  m_counted_before.clear();
+  m_rows = 0;
+  return Try(files, before, token);
+}
 
 // A commit that failed may still have happened, when the connection was lost under it. Nobody needs
 // to know here: the next batch asks the ledger, which was part of the same transaction.
-BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& before,
+BatchOutcome Batch::Try(const std::vector<MemFile>& files, const std::string& before,
                         const std::string& token) {
   if (!m_sql.Run("start transaction")) return Failed();
   BatchOutcome outcome = Fill(files, before, token);
@@ -53,12 +76,13 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
   if (!m_ledger.TakeMark(m_mem_table, before, token, taken)) return Failed();
   if (!taken) return {Kind::kOvertaken, 0, SqlFailure::kNone, {}};
   if (!FindCounted(outcome)) return outcome;
-  std::vector<LedgerFile> added;
+  std::vector<std::size_t> numbers;
   for (std::size_t i = 0; i < files.size(); ++i) {
-    if (WasCountedBefore(i)) continue;
-    if (!Load(i, files, outcome)) return outcome;
-    added.push_back(m_entries[i]);
+    if (!WasCountedBefore(i)) numbers.push_back(i);
   }
+  if (!LoadAll(files, numbers, outcome)) return outcome;
+  std::vector<LedgerFile> added;
+  for (const std::size_t number : numbers) added.push_back(m_entries[number]);
   // Nothing new: the commit then only takes the mark, and the files get their final names.
   if (added.empty() && !files.empty()) return outcome;
   if (!m_ledger.AddFiles(added)) return Failed();
@@ -108,11 +132,45 @@ bool Batch::FindCounted(BatchOutcome& outcome) {
   return true;
 }
 
+bool Batch::LoadAll(const std::vector<MemFile>& files, const std::vector<std::size_t>& numbers,
+                    BatchOutcome& outcome) {
+  if (numbers.size() > 1 && !m_one_by_one) return LoadTogether(files, numbers, outcome);
+  return std::all_of(numbers.begin(), numbers.end(),
+                     [&](std::size_t number) { return Load(number, files, outcome); });
+}
+
+// Whatever goes wrong is looked at file by file. So is a batch of which the server skipped rows,
+// which may be those of one file for the sake of another one; and a batch of which it counted other
+// records than there are lines, since an escaped line end may have joined lines of two files.
+bool Batch::LoadTogether(const std::vector<MemFile>& files, const std::vector<std::size_t>& numbers,
+                         BatchOutcome& outcome) {
+  std::vector<LoadSource*> sources;
+  for (const std::size_t number : numbers) sources.push_back(m_sources[number].get());
+  JoinedSource joined(sources);
+  LoadCounts counts;
+  const std::string load = LoadStatement(files[numbers.front()]);
+  outcome = {Kind::kOneByOne, 0, SqlFailure::kNone, {}};
+  if (m_sql.loadLocal(load.c_str(), joined, counts) != 0) {
+    if (g_nMainRun == 0) {
+      outcome = {Kind::kFailed, 0, SqlFailure::kConnection, "stopped"};
+    } else if (joined.error().empty() && m_sql.lastFailure() != SqlFailure::kData) {
+      outcome = Failed();
+    }
+    return false;
+  }
+  const bool changed = std::any_of(sources.begin(), sources.end(),
+                                   [](const LoadSource* source) { return source->HasChanged(); });
+  if (changed || counts.skipped > 0 || counts.records != joined.lines()) return false;
+  for (const std::size_t number : numbers) m_entries[number].rows = m_sources[number]->lines();
+  m_rows += counts.records;
+  outcome = {};
+  return true;
+}
+
 bool Batch::Load(std::size_t number, const std::vector<MemFile>& files, BatchOutcome& outcome) {
   const MemFile& file = files[number];
   LoadSource& source = *m_sources[number];
-  const std::string load = "load data local infile '" + std::string(FileNameOf(file.path)) +
-                           "' ignore into table " + file.QualifiedTable();
+  const std::string load = LoadStatement(file);
   LoadCounts counts;
   if (m_sql.loadLocal(load.c_str(), source, counts) != 0) {
     return LoadFailed(number, files.size() == 1, outcome);

@@ -1,5 +1,4 @@
-// One transaction: files of one mem table, loaded one after the other, a ledger entry for each, and
-// all conversions once.
+// One transaction: files of one mem table, a ledger entry for each, and all conversions once.
 #pragma once
 
 #include <string>
@@ -21,6 +20,7 @@ struct BatchOutcome {
     kFileChanged,  // `file` was written to while it was read, or could not be read
     kFileApart,   // `file` must stand alone: for a key of another file, or to see whose fault it is
     kLoadFailed,  // the server refused `file`, which stood alone, for the sake of its rows
+    kOneByOne,    // the batch is no good as one load
     kFailed,      // anything else, by `failure`
   };
   Kind kind = Kind::kCommitted;
@@ -38,7 +38,8 @@ class Batch {
 
   // Counts the rows of `files`, and those that the mem table holds already, under `token`, if the
   // mem table's token is `before`. But for kCommitted and a connection that was lost during the
-  // commit nothing has happened.
+  // commit nothing has happened. The files are loaded by one statement; where the server would not
+  // have it so, once more and one after the other, which tells whose fault it is.
   BatchOutcome Run(const std::vector<MemFile>& files, const std::string& before,
                    const std::string& token);
 
@@ -51,10 +52,16 @@ class Batch {
  private:
   void LogLoads(const std::vector<MemFile>& files) const;
   bool WasCountedBefore(std::size_t number) const;
+  BatchOutcome Try(const std::vector<MemFile>& files, const std::string& before,
+                   const std::string& token);
   BatchOutcome Fill(const std::vector<MemFile>& files, const std::string& before,
                     const std::string& token);
   bool OpenAll(const std::vector<MemFile>& files, BatchOutcome& outcome);
   bool FindCounted(BatchOutcome& outcome);
+  bool LoadAll(const std::vector<MemFile>& files, const std::vector<std::size_t>& numbers,
+               BatchOutcome& outcome);
+  bool LoadTogether(const std::vector<MemFile>& files, const std::vector<std::size_t>& numbers,
+                    BatchOutcome& outcome);
   bool Load(std::size_t number, const std::vector<MemFile>& files, BatchOutcome& outcome);
   bool LoadFailed(std::size_t number, bool alone, BatchOutcome& outcome);
   bool Convert(const MidTarget& target, BatchOutcome& outcome);
@@ -70,4 +77,5 @@ class Batch {
   std::vector<LedgerFile> m_entries;
   std::vector<std::size_t> m_counted_before;
   std::uint64_t m_rows = 0;
+  bool m_one_by_one = false;
 };

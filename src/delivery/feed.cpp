@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::size_t kMostFiles = 64;
+constexpr std::size_t kMostFiles = 256;
 constexpr std::uint64_t kMostBytes = 8 << 20;
 
 // 128 bits that no other batch has.
@@ -316,6 +316,7 @@ Feed::Step Feed::Settle(const BatchOutcome& outcome, const std::vector<MemFile>&
   }
   switch (outcome.kind) {
     case Kind::kCommitted:
+    case Kind::kOneByOne:
       return Step::kDone;
     case Kind::kOvertaken:
       Forget();

@@ -48,8 +48,16 @@ int LoadSource::Fail(const char* what) {
   return -1;
 }
 
-// A stop ends the load with an error, so that the server takes the transaction back.
 int LoadSource::Read(char* buffer, unsigned int size) {
+  const int got = ReadSome(buffer, size);
+  if (got <= 0) return got;
+  m_line_ends += static_cast<std::uint64_t>(std::count(buffer, buffer + got, '\n'));
+  m_in_line = buffer[got - 1] != '\n';
+  return got;
+}
+
+// A stop ends the load with an error, so that the server takes the transaction back.
+int LoadSource::ReadSome(char* buffer, unsigned int size) {
   if (g_nMainRun == 0) {
     m_error = "stopped";
     return -1;

@@ -2,6 +2,7 @@
 // kind F. The file itself is left as it came.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -36,7 +37,12 @@ class LoadSource : public LoadBytes {
   int Read(char* buffer, unsigned int size) override;
   std::string error() const override { return m_error; }
 
+  // Of the bytes that were read so far: their lines, and whether the last of them has no end.
+  std::uint64_t lines() const { return m_line_ends + (m_in_line ? 1 : 0); }
+  bool endsWithinALine() const { return m_in_line; }
+
  private:
+  int ReadSome(char* buffer, unsigned int size);
   bool Fill();
   int ReadFlagged(char* buffer, unsigned int size);
   int Fail(const char* what);
@@ -48,5 +54,7 @@ class LoadSource : public LoadBytes {
   std::unique_ptr<FlaggedRecords> m_records;
   std::unique_ptr<char[]> m_piece;  // of a file without flags
   std::string_view m_rest;          // of the piece, or of a record that did not fit
+  std::uint64_t m_line_ends = 0;
+  bool m_in_line = false;
   std::string m_error;
 };

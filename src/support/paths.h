@@ -6,6 +6,12 @@ namespace paths {
 // Connection settings, written by the web administration; read at start and by the registry.
 inline constexpr char kSettingsFile[] = "/virus/apache/rnweb/inc/dbinfo.conf";
 
+// The option files of MySQL's and MariaDB's client programs, in the order in which they are read.
+// Those of a user are left out: which they are would depend on who starts the service.
+inline constexpr const char* kOptionFiles[] = {"/etc/my.cnf", "/etc/mysql/my.cnf"};
+// The certificates of the authorities that this machine trusts.
+inline constexpr char kAuthorities[] = "/etc/ssl/certs";
+
 // Table definitions for a MySQL and for an Oracle store; re-read at every use.
 inline constexpr char kMysqlDefinitions[] = "/etc/morvan/vqlog.xml";
 inline constexpr char kOracleDefinitions[] = "/etc/morvan/oracle_vqlog.xml";

@@ -55,6 +55,8 @@ class DeafProxy {
     m_asked_at = statement;
     m_asked_path = path;
   }
+  // From now on a server that offers TLS seems not to, as somebody in between would have it.
+  void HideTls() { m_hides_tls = true; }
   bool hasStruck() const { return m_struck; }
   // All that clients said.
   std::string Heard() const {
@@ -69,6 +71,7 @@ class DeafProxy {
     bool loads = false;
     bool deaf = false;
     bool asked = false;  // the next answer is to be a request for a file
+    bool greeted = false;
   };
   static constexpr char kEndOfLoad[] = "end of load";
 
@@ -116,6 +119,7 @@ class DeafProxy {
     if (from_client) Notice(one, text);
     if (!from_client && one.deaf) return true;
     if (!from_client && std::exchange(one.asked, false)) text = RequestFor(m_asked_path, text[3]);
+    if (!from_client && !std::exchange(one.greeted, true) && m_hides_tls) WithoutTls(text);
     const FileDescriptor& to = from_client ? one.server : one.client;
     return send(to.get(), text.data(), text.size(), MSG_NOSIGNAL) == size || text.size() != 0;
   }
@@ -130,6 +134,13 @@ class DeafProxy {
   static std::string RequestFor(const std::string& path, char number) {
     std::string packet{static_cast<char>(path.size() + 1), 0, 0, number, '\xfb'};
     return packet + path;
+  }
+  // The server's first packet has its version, which a zero byte ends, the number of the session, 9
+  // bytes for the password and then what it can do.
+  static void WithoutTls(std::string& greeting) {
+    constexpr char kTlsInSecondByte = 0x08;
+    const std::size_t abilities = greeting.find('\0', 5) + 1 + 4 + 9;
+    greeting.at(abilities + 1) &= static_cast<char>(~kTlsInSecondByte);
   }
   void Notice(Connection& one, const std::string& text) {
     const std::lock_guard lock(m_mutex);
@@ -160,6 +171,7 @@ class DeafProxy {
   std::string m_asked_path;
   std::string m_heard;
   std::atomic<bool> m_struck{false};
+  std::atomic<bool> m_hides_tls{false};
   std::atomic<bool> m_ends{false};
   std::thread m_thread;
 };

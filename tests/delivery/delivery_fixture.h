@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "delivery/delivery.h"
@@ -152,6 +153,16 @@ class DeliveryTest : public testing::Test {
     RunUntil([&] { return Exists(stem + ".mid"); });
     EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience / 2);
     EXPECT_THAT(Counted(), testing::ElementsAre("1:1"));
+  }
+  // How many loads there were before each commit, of all statements since that mark.
+  std::vector<int> LoadsOfCommits(std::size_t mark) const {
+    std::vector<int> loads;
+    int open = 0;
+    for (const std::string& text : server.Statements(mark)) {
+      if (text.starts_with("load data")) ++open;
+      if (text == "commit") loads.push_back(std::exchange(open, 0));
+    }
+    return loads;
   }
   // From now on an insert into the table fails, as MariaDB fails for that reason, for rows for
   // which the condition holds.

@@ -159,24 +159,36 @@ TEST_F(Once, TheServerIsWaitedForAtTheStartToo) {
   EXPECT_THAT(Counted(), ElementsAre("1:1"));
 }
 
-TEST_F(Once, SixtyFourFilesAreOneTransactionAndAFileOfMoreThan8MiBIsOne) {
-  for (int i = 0; i < 70; ++i) Drop(std::to_string(101'000 + i), std::to_string(i) + "\t1\n");
+TEST_F(Once, TwoHundredFiftySixFilesAreOneLoadAndOneTransactionAndAFileOfMoreThan8MiBIsOne) {
+  for (int i = 0; i < 260; ++i) Drop(std::to_string(101'000 + i), std::to_string(i) + "\t1\n");
   std::string rows;
   while (rows.size() < 9 << 20) rows += "7\t1\n";
   const std::string large = Drop("200000", rows);
   const std::size_t mark = server.Mark();
   RunUntil([&] { return Exists(large + ".mid"); });
-  std::vector<std::string> sent = server.Statements(mark);
-  std::erase_if(sent,
-                [](const auto& text) { return text != "commit" && !text.starts_with("load"); });
-  std::vector<int> loads(1);
-  for (const std::string& text : sent) {
-    if (text == "commit")
-      loads.push_back(0);
-    else
-      ++loads.back();
-  }
-  EXPECT_THAT(loads, ElementsAre(64, 6, 1, 0));
+  EXPECT_THAT(LoadsOfCommits(mark), ElementsAre(1, 1, 1));
+  EXPECT_THAT(server.Run("select count(*) from WLAN_1a2b3c4d.midtable_ledger where kind = 'F' and "
+                         "file_rows = 1"),
+              ElementsAre("260"));
+}
+
+TEST_F(Once, ALastLineWithoutAnEndDoesNotRunIntoTheNextFile) {
+  Drop("101500", "1\t10");
+  Drop("101600", "2\t20\n");
+  const std::string last = Drop("101700", "3\t30");
+  const std::size_t mark = server.Mark();
+  RunUntil([&] { return Exists(last + ".mid"); });
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "2:1", "3:1"));
+  EXPECT_THAT(LoadsOfCommits(mark), ElementsAre(1));
+}
+
+TEST_F(Once, AnEscapedEndOfAFileDoesNotTakeTheNextFilesLineWithIt) {
+  Drop("101500", "1\t10\\");
+  const std::string last = Drop("101600", "2\t20\n");
+  const std::size_t mark = server.Mark();
+  RunUntil([&] { return Exists(last + ".mid"); });
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "2:1"));
+  EXPECT_THAT(LoadsOfCommits(mark), ElementsAre(3)) << "together, then each";
 }
 
 TEST_F(Once, WhereNothingCanBeWatchedFilesAreFoundByLookingEachSecond) {

@@ -129,6 +129,22 @@ TEST_F(FaultTest, TooManyConnectionsAreWaitedFor) {
   EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); })) << ReadLog();
 }
 
+TEST_F(FaultTest, AServerThatCannotProveWhoItIsIsToldOfAndSentNothing) {
+  const std::string options = "/tmp/client.cnf";
+  WriteFile(options, "[midtable]\nssl-mode=REQUIRED\n");
+  MYSQLAUTH auth = Auth();
+  auth.client_options = options;
+  const std::string stem = Drop("101500", "1\t10\n");
+  Start(auth);
+  EXPECT_TRUE(Eventually([] { return LogHas("server held back, 1 files wait: TLS/SSL error: "); }))
+      << ReadLog();
+  EXPECT_TRUE(Exists(stem + ".dat"));
+  WriteFile(options, "[midtable]\n");
+  EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); })) << ReadLog();
+  Stop();
+  EXPECT_THAT(Counted(), ElementsAre("1:1"));
+}
+
 TEST_F(FaultTest, ASessionThatAKillLeftBehindIsEndedWithItsLocks) {
   MYSQLAUTH auth = Auth();
   Connection old(&auth);

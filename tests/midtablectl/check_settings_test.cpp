@@ -18,6 +18,17 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Case("EverybodyMayChange", {SetMode(kSettings, 0666)},
              ": warning: everybody on this machine may change it"),
+        Case("EverybodyMayRead", {SetMode(kSettings, 0644)},
+             ": warning: everybody on this machine may read the password"),
+        Case("NameAnOptionFileWithAMistake",
+             {Write("/tmp/own.cnf", "[midtable]\nssl-mod=REQUIRED\n"),
+              Line("user=", "client_options=/tmp/own.cnf\nuser=")},
+             ":3: error: /tmp/own.cnf line 2: option ssl-mod is not known here: see CLIENT OPTIONS "
+             "in dbinfo.conf(5); nobody is asked for a login"),
+        Case("LeaveTheLoginToTheOptionFile",
+             {Write("/tmp/own.cnf", "[midtable]\nuser=u\npassword=p\nhost=h\nport=1\n"),
+              SetMode("/tmp/own.cnf", 0600), Line("host=127.0.0.1\nport=3306\nuser=midtable\n", ""),
+              Line("password=secret", "client_options=/tmp/own.cnf")}),
         Case("HoldZeroBytes", {Line("vqcfg\n", std::string("vqcfg\0\n", 7))},
              ": error: holds zero bytes, after which text is lost"),
         Case("HaveALineWithoutEqualsSign", {Line("user=", "# who logs in\nuser=")},
@@ -45,6 +56,15 @@ INSTANTIATE_TEST_SUITE_P(
              {UseOracle, Line("set_password=secret", "set_password=;'x")},
              ":6: error: set_password is refused: the users of the databases cannot be made")),
     kNameOfCase);
+
+TEST_F(CheckTest, SecretsOfTheClientOptionsThatOthersMayRead) {
+  WriteFile("/tmp/own.cnf", "[midtable]\npassword=p\nssl-key=/tmp/own.key\n");
+  WriteFile("/tmp/own.key", "");
+  for (const char* file : {"/tmp/own.cnf", "/tmp/own.key"}) SetMode(file, 0644)();
+  Line("password=secret", "client_options=/tmp/own.cnf")();
+  Finds({"/tmp/own.cnf: warning: everybody on this machine may read the password",
+         "/tmp/own.key: warning: everybody on this machine may read the private key"});
+}
 
 TEST_F(MidtablectlTest, ThatThisUserMayNotRead) {
   fs::permissions(kSettings, fs::perms::none);

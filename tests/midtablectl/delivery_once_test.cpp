@@ -46,6 +46,20 @@ TEST_F(OnceTest, StatusShowsTheBatchAtWork) {
   EXPECT_THAT(output, HasSubstr(" s: select sleep(3)\n"));
 }
 
+TEST_F(OnceTest, ACollectorIsToldWhatIsHeldBackAsLongAsTheRunLogCanBeRead) {
+  LogHeldBack("Unknown column 'x'");
+  EXPECT_THAT(Samples(), HasSubstr("midtable_held_back 1\n"));
+  fs::permissions(kRunLog + Today() + ".log", fs::perms::none);
+  EXPECT_THAT(Samples(), Not(HasSubstr("midtable_held_back")));
+}
+
+TEST_F(OnceTest, ACollectorIsToldOfTheLedgerApartFromMemTables) {
+  server.Run("create table WLAN_1a2b3c4d.midtable_ledger select 1 union select 2");
+  const std::string samples = Samples();
+  EXPECT_THAT(samples, HasSubstr("midtable_ledger_rows{database=\"WLAN_1a2b3c4d\"} 2\n"));
+  EXPECT_THAT(samples, HasSubstr("midtable_mem_table_rows{database=\"WLAN_1a2b3c4d\"} 0\n"));
+}
+
 TEST_F(OnceTest, WhyTellsWhatAFileWaitsFor) {
   WriteFile(kFile + ".dat", "");
   LogHeldBack("Unknown column 'x'");

@@ -50,6 +50,15 @@ inline Outcome Midtablectl(const Words& arguments) {
   return Shell(command);
 }
 
+// The samples of a look, as the file for a collector has them.
+inline std::string Samples() {
+  const std::string path = "/tmp/metrics/midtable.prom";
+  fs::create_directories("/tmp/metrics");
+  fs::remove(path);
+  Midtablectl({"status", "--prometheus", path});
+  return std::regex_replace(ReadFile(path), std::regex("#.*\n"), "");
+}
+
 // Runs the program at a terminal, which shows output and errors, until it puts a question. Then the
 // commands are run, and the answer is yes.
 inline Outcome AnswerYes(const std::string& arguments, const std::string& commands = "true") {
@@ -220,7 +229,8 @@ class MidtablectlServerTest : public MidtablectlTest {
     const auto sql = CreateSqlBase(ReadCredentials(values));
     EXPECT_TRUE(sql->connectDB() != 0 || sql->executeSQL(statement.c_str(), 0) != 0) << statement;
     const std::string error = sql->getLastError();
-    return error.substr(error.rfind("error:") + std::string("error:").size());
+    const std::string before = " failed, error:";
+    return error.substr(error.rfind(before) + before.size());
   }
 
   MariadbServer& server = MariadbServer::Get();

@@ -1,8 +1,14 @@
 // What `midtablectl status` counts, and the forms in which it tells.
 
+#include <thread>
+
+#include "gmock/gmock.h"
 #include "midtablectl/midtablectl_fixture.h"
 
 namespace {
+
+using testing::HasSubstr;
+using testing::Not;
 
 // The text with "DATE" for the moment of the run and "AGE" for that of a file of five hours.
 std::string Timeless(std::string text) {
@@ -70,6 +76,24 @@ TEST_F(StatusTest, Json) {
                              R"("oldest_seconds":AGE,"loaded":1,"failed":0,"kept":1,)"
                              R"("files_per_second":1.0,"rows_per_second":3.0,"mem_rows":1,)"
                              R"("seconds_to_empty":1.0}]})"}));
+}
+
+TEST_F(StatusTest, ACollectorIsToldWhenTheNewestFileWasLoaded) {
+  WriteFile(kFile + ".mid", "1\n");
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  WriteFile(kSecondFile + ".mid", "1\n");
+  WriteFile(kOtherFolder + "5e6f7a8b-MEM_20121230_0800F-20121230-080000.dat", "1\n");
+  struct stat newest {};
+  ASSERT_EQ(stat((kSecondFile + ".mid").c_str(), &newest), 0);
+  const std::string samples = Samples();
+  const std::string name = "midtable_last_loaded_timestamp_seconds{database=";
+  EXPECT_THAT(samples, HasSubstr(name + "\"WLAN_1a2b3c4d\"} " + std::to_string(newest.st_ctime)));
+  EXPECT_THAT(samples, Not(HasSubstr(name + "\"WLAN_5e6f7a8b\"}")));
+}
+
+TEST_F(StatusTest, ALedgerThatNobodyKeepsIsNoFigure) {
+  server.Run("create table WLAN_1a2b3c4d.midtable_ledger select 1");
+  EXPECT_THAT(Samples(), Not(HasSubstr("midtable_ledger_rows")));
 }
 
 // No figure stands for what is not known. A collector, which is another user, may read at any time.

@@ -38,6 +38,17 @@ TEST_F(Frame, StopsOnSigintOnly) {
   EXPECT_THAT(out, Not(HasSubstr("daemon")));
 }
 
+TEST_F(Frame, LeavesFilesAloneWhereTheServerCannotProveWhoItIs) {
+  WriteFile("/tmp/client.cnf", "[midtable]\nssl\n");
+  Shell(std::string("echo '\nclient_options=/tmp/client.cnf' >>") + paths::kSettingsFile);
+  const std::string file =
+      paths::kSpool + std::string("1a2b3c4d/1a2b3c4d-MEM_20121231_1000A-20121231-100000.dat");
+  WriteFile(file, "1\n");
+  StartAndAwait("connect db err reason connect failed, error:TLS/SSL error: .*; ");
+  Eventually("! pidof midtable");
+  EXPECT_TRUE(fs::exists(file));
+}
+
 // --- in the background
 
 class Daemon : public ProgramTest {
@@ -100,6 +111,18 @@ TEST_F(Daemon, PutsARemovedLockBackAndIsStillTheOnlyOne) {
   EXPECT_EQ(Shell("$M -app"), "\nanother process maybe running exit!\n1\n");
   EXPECT_TRUE(fs::exists(paths::kLockFile)) << "the other one leaves it";
   Eventually("grep \"AlarmLog.:lock file .* was removed and is put back\" $L/*.log");
+}
+
+TEST_F(Daemon, TellsNobodyThePassword) {
+  m_server.Run(
+      "create or replace user quiet identified by 'Unheard-Of'; grant all on *.* to quiet");
+  Shell(std::string("sed -i 's/=midtable/=quiet/; s/=secret/=Unheard-Of/' ") +
+        paths::kSettingsFile);
+  Shell("$M >/tmp/out 2>&1");
+  Eventually("grep \"no file to load\" $L/*.log");
+  const std::string all = Shell("cat /proc/$(pidof midtable)/cmdline $L/*.log /tmp/out");
+  EXPECT_THAT(all, HasSubstr("starting"));
+  EXPECT_THAT(all, Not(HasSubstr("Unheard-Of")));
 }
 
 }  // namespace

@@ -15,8 +15,11 @@
 // the environment is at fault then, not the code under test.
 class PrivateServer {
  public:
-  // Starts it again, with the data and on the port that it had before.
-  void Start() { m_port = std::stoi(Tool("start").at(0)); }
+  // Starts it again, with the data and on the port that it had before, and with these options of
+  // the server beside the script's.
+  void Start(const std::vector<std::string>& options = {}) {
+    m_port = std::stoi(Tool("start", options).at(0));
+  }
   // Ends it as a crash would.
   void Kill() const { Tool("kill"); }
   pid_t Pid() const {
@@ -26,7 +29,7 @@ class PrivateServer {
   }
   // Runs statements on a connection of their own and returns the rows that they give, the values of
   // each joined by tabs.
-  std::vector<std::string> Run(const std::string& sql) const { return Tool("sql", sql); }
+  std::vector<std::string> Run(const std::string& sql) const { return Tool("sql", {sql}); }
   // Credentials of a user who may do everything, with `database` as dbname.
   MYSQLAUTH Auth(const std::string& database = "") const {
     MYSQLAUTH auth;
@@ -48,11 +51,13 @@ class PrivateServer {
 
   // Runs the script and returns the lines that it prints. Several threads may do so at a time. The
   // lines come by way of a file, since a server that the script starts would keep a pipe open.
-  std::vector<std::string> Tool(const std::string& verb, const std::string& sql = "") const {
+  std::vector<std::string> Tool(const std::string& verb,
+                                const std::vector<std::string>& arguments = {}) const {
     static std::atomic<int> calls = 0;
     const std::string out = m_folder + ".out" + std::to_string(++calls);
-    const std::string command = MIDTABLE_TOOLS "/" + m_name + " " + verb + " " + m_folder +
-                                (sql.empty() ? "" : " " + Quoted(sql)) + " >" + out;
+    std::string command = MIDTABLE_TOOLS "/" + m_name + " " + verb + " " + m_folder;
+    for (const std::string& argument : arguments) command += " " + Quoted(argument);
+    command += " >" + out;
     if (system(command.c_str()) != 0) {
       std::cerr << "\n*** THE ENVIRONMENT IS AT FAULT, NOT THE CODE UNDER TEST ***\n*** failed: "
                 << command << std::endl;

@@ -56,9 +56,10 @@ Status Check(const CheckOptions& options, Console& console) {
     return Status::kCouldNotLook;
   }
   const Status status = findings.Print(console, options.errors_only);
-  const bool read_all = MayReadAll({settings, definitions.path, paths::kLoaderTemplates,
-                                    paths::kLocalNumberBlocks, paths::kDeviceStates, paths::kSpool},
-                                   console);
+  const bool read_all =
+      MayReadAll({settings, store.client_options, definitions.path, paths::kLoaderTemplates,
+                  paths::kLocalNumberBlocks, paths::kDeviceStates, paths::kSpool},
+                 console);
   return read_all ? status : Status::kCouldNotLook;
 }
 

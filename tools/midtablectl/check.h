@@ -33,8 +33,9 @@ Status Check(const CheckOptions& options, Console& console);
 // --- The settings (check_settings.cpp)
 
 struct CheckedSettings {
-  MYSQLAUTH auth;
-  bool once;  // every row is counted exactly once: delivery=once
+  MYSQLAUTH auth;          // with what the client options add
+  bool once;               // every row is counted exactly once: delivery=once
+  bool options_are_sound;  // the client options; otherwise the service asks no server
 };
 
 // The settings as the service reads them; nothing when it would refuse the file.
@@ -116,13 +117,17 @@ void CheckSpool(const Spool& spool, const DefinitionSet& definitions, const Dial
                 Findings& findings);
 void CheckRunLogFolder(Findings& findings);
 
-// --- The server (check_server.cpp, rehearsal.cpp, check_load.cpp, check_delivery.cpp)
+// --- The server (check_server.cpp, check_login.cpp, rehearsal.cpp, check_load.cpp,
+// check_delivery.cpp)
 
 // Logs in and looks at privileges, databases, tables and settings; tries the statements of the
 // definitions and a load from every folder. False, with nothing done, when another run is at work
 // on this server: the two would drop each other's scratch database.
 bool CheckServer(const CheckedSettings& settings, const Spool& spool,
                  const DefinitionSet& definitions, Findings& findings);
+
+// Logs in. False after a finding.
+bool CheckLogin(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings);
 
 // A database in which statements are tried. It is made and becomes the current one, with an empty
 // table "probe", to which was done what a conversion does to a mem table; it is dropped at the end

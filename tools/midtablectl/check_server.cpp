@@ -117,39 +117,6 @@ void CheckSqlMode(Server& server, Findings& findings) {
   }
 }
 
-// What to do about a login that MySQL refused with `words`.
-std::string LoginAdvice(const std::string& words, const MYSQLAUTH& auth) {
-  constexpr std::string_view kDenied = "Access denied for user ";
-  if (words.starts_with(kDenied)) {
-    // With the right password, a user without any privilege on the database is refused too. The
-    // server then names both: "... for user 'u'@'h' to database 'd'".
-    const std::size_t database = words.find(" to database ");
-    if (database == std::string::npos) {
-      return "mend user and password of the settings, or make that user on the server";
-    }
-    const std::string user = words.substr(kDenied.size(), database - kDenied.size());
-    return "grant select on " + auth.dbname + ".* to " + user;
-  }
-  const std::string advice = ServerAdvice(words);
-  return advice.empty() ? "mend host, port, user, password and dbname0 of the settings" : advice;
-}
-
-// Logs in as the service does. False after a finding.
-bool Connect(CSqlBase& sql, const MYSQLAUTH& auth, Findings& findings) {
-  if (sql.connectDB() == 0) return true;
-  const std::string words = ServerWords(sql.getLastError());
-  const std::string login = "no login as " + auth.user;
-  if (IsOracle(auth)) {
-    findings.Error(kWhere, 0, login + " through ODBC: " + words,
-                   "see oracle.md: driver and data source in odbc.ini, password");
-  } else {
-    findings.Error(kWhere, 0,
-                   login + " at " + auth.host + " port " + std::to_string(auth.port) + ": " + words,
-                   LoginAdvice(words, auth));
-  }
-  return false;
-}
-
 // The account that the server takes this user for, as it stands in "grant ... to": a user 'x' who
 // comes from anywhere is x@'%'.
 std::string Account(Server& server) {
@@ -207,12 +174,12 @@ ScratchDatabase::~ScratchDatabase() {
 bool CheckServer(const CheckedSettings& settings, const Spool& spool,
                  const DefinitionSet& definitions, Findings& findings) {
   const MYSQLAUTH& auth = settings.auth;
-  // A port that is missing was reported with the settings.
-  if (LacksPort(auth)) return true;
+  // What keeps even the service from asking was reported with the settings.
+  if (LacksPort(auth) || !settings.options_are_sound) return true;
   const std::unique_ptr<CSqlBase> sql = CreateSqlBase(auth);
   const Dialect& dialect = Dialect::Of(auth);
   // Of an Oracle server only the login is tried: none was at hand to try more on.
-  if (!Connect(*sql, auth, findings) || !dialect.HasMysqlSyntax()) return true;
+  if (!CheckLogin(*sql, auth, findings) || !dialect.HasMysqlSyntax()) return true;
   Server anonymous(*sql, dialect);
   Server server(*sql, dialect, Account(anonymous));
   // Held until the connection ends.

@@ -10,6 +10,7 @@
 #include <numeric>
 #include <utility>
 
+#include "db/client_options.h"
 #include "log/zux_center_log.h"
 #include "midtablectl/check.h"
 #include "midtablectl/text.h"
@@ -24,7 +25,7 @@ namespace {
 // The keys that the service reads. The file may have others, for other readers.
 const std::set<std::string> kKeys = {"host",    "port",     "user",         "password",
                                      "dbname0", "dbtype",   "set_password", "filepath",
-                                     "dbcount", "delivery", "workers"};
+                                     "dbcount", "delivery", "workers",      "client_options"};
 
 // Keys that differ by more letters than this are taken for different words.
 constexpr std::size_t kMostTypingErrors = 2;
@@ -128,16 +129,41 @@ class SettingsLines {
   std::map<std::string, long> m_first;  // keys, and the first line of each: that one counts
 };
 
-// The file has a password in it.
-void CheckMode(const std::string& path, Findings& findings) {
+// `secret` is what the file has in it that others must not know.
+void CheckMode(const std::string& path, const std::string& secret, Findings& findings) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0 || (status.st_mode & (S_IROTH | S_IWOTH)) == 0) return;
   if ((status.st_mode & S_IWOTH) != 0) {
     findings.Warning(path, 0, "everybody on this machine may change it", "chmod o-rw " + path);
   } else {
-    findings.Warning(path, 0, "everybody on this machine may read the password",
+    findings.Warning(path, 0, "everybody on this machine may read the " + secret,
                      "chmod o-r " + path + ", with a group for those who must read it");
   }
+}
+
+// Adds to the login what stands in the option files. False where that keeps the service from the
+// server.
+bool CheckClientOptions(const std::string& path, MYSQLAUTH& auth, long line, Findings& findings) {
+  ClientOptions options;
+  const bool sound = options.Read(auth.client_options);
+  if (!sound) {
+    findings.Error(path, auth.client_options.empty() ? 0 : line,
+                   options.error() + "; nobody is asked for a login",
+                   "correct it: see CLIENT OPTIONS in dbinfo.conf(5)");
+  }
+  for (const std::string& file : options.unreadable()) {
+    if (!auth.client_options.empty()) break;  // this was the error
+    findings.Warning(path, 0,
+                     file + "; whether it has client options for the service is not known here",
+                     "name the file that has them: client_options=...");
+  }
+  const bool lacks_password = auth.password.empty();
+  options.Complete(auth);
+  if (lacks_password && !auth.password.empty() && !auth.client_options.empty()) {
+    CheckMode(auth.client_options, "password", findings);
+  }
+  CheckMode(options.KeyFile(), "private key", findings);
+  return sound;
 }
 
 void CheckType(const std::string& path, const MYSQLAUTH& auth, long line, Findings& findings) {
@@ -209,7 +235,8 @@ void CheckValues(const std::string& path, const MYSQLAUTH& auth, const SettingsL
                  Findings& findings) {
   CheckType(path, auth, lines.LineOf("dbtype"), findings);
   if (auth.user.empty()) findings.Error(path, lines.LineOf("user"), "no user", "add user=...");
-  if (!lines.Has("password")) findings.Warning(path, 0, "no password", "add password=...");
+  if (!lines.Has("password") && auth.password.empty())
+    findings.Warning(path, 0, "no password", "add password=...");
   if (IsOracle(auth)) {
     CheckNewUserPassword(path, auth, lines.LineOf("set_password"), findings);
   } else {
@@ -237,7 +264,7 @@ std::optional<CheckedSettings> CheckSettings(const std::string& path, Findings& 
   }
   // What can be said without understanding the file comes first: the service refuses a file as a
   // whole for a single line.
-  CheckMode(path, findings);
+  CheckMode(path, "password", findings);
   SettingsLines lines(path, findings);
   lines.Check(content);
   // The service's own reader has the last word.
@@ -250,13 +277,15 @@ std::optional<CheckedSettings> CheckSettings(const std::string& path, Findings& 
     }
     return std::nullopt;
   }
-  const MYSQLAUTH auth = ReadCredentials(settings);
+  MYSQLAUTH auth = ReadCredentials(settings);
+  const bool sound =
+      IsOracle(auth) || CheckClientOptions(path, auth, lines.LineOf("client_options"), findings);
   CheckValues(path, auth, lines, findings);
   const std::string delivery = settings.getValue("delivery");
   CheckDeliveryValue(path, delivery, auth, lines.LineOf("delivery"), findings);
   CheckWorkersValue(path, settings.getValue("workers"), delivery == kDeliveryOnce,
                     lines.LineOf("workers"), findings);
-  return CheckedSettings{auth, delivery == kDeliveryOnce};
+  return CheckedSettings{auth, delivery == kDeliveryOnce, sound};
 }
 
 }  // namespace ctl

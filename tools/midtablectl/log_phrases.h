@@ -133,7 +133,7 @@ inline constexpr MessageFormat kDeliveryStarts{"Midtable", "InfoLog", "delivery 
 
 // A statement that failed is logged between these two texts, the server's words behind the second.
 inline constexpr SourceBeginning kStatementBegins{"db/MysqlBase.cpp", "execute "};
-inline constexpr SourceText kServerWordsFollow{"db/MysqlBase.cpp", "error:"};
+inline constexpr SourceText kServerWordsFollow{"db/MysqlBase.cpp", " failed, error:"};
 // Messages that repeat a failed statement have the server's words behind this text.
 inline constexpr SourceText kServerWordsFollowToo{"midtable/conversion.cpp", " error "};
 // What all lines have in common that hold words of the server.

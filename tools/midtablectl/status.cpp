@@ -22,6 +22,9 @@ namespace ctl {
 
 namespace {
 
+// What the service itself calls its ledger in each database (delivery=once).
+constexpr char kLedgerTable[] = "midtable_ledger";
+
 // The speed of a minute covers several passes and still shows a service that has come to a stand.
 constexpr std::time_t kRateSeconds = 60;
 
@@ -100,6 +103,8 @@ void CountFiles(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& s
         break;
       case FileState::kLoaded:
         ++status.loaded;
+        // Its rename to .mid was the last change of it.
+        status.last_loaded = std::max(status.last_loaded.value_or(0), file.status.st_ctime);
         break;
       case FileState::kFailed:
         ++status.failed;
@@ -156,7 +161,7 @@ SystemStatus Observer::Look() {
   });
   status.once = m_once;
   if (m_once) status.held = HeldBack(status.time, status.log_error);
-  LookAtMemTables(status);
+  LookAtTables(status);
   return status;
 }
 
@@ -186,7 +191,8 @@ std::uint64_t Observer::RowsOf(const std::string& path, std::time_t loaded) {
   return rows;
 }
 
-void Observer::LookAtMemTables(SystemStatus& status) {
+// The mem tables and the ledgers.
+void Observer::LookAtTables(SystemStatus& status) {
   if (!m_auth) {
     status.server_error = "the settings cannot be used: midtablectl check tells why";
     return;
@@ -201,18 +207,24 @@ void Observer::LookAtMemTables(SystemStatus& status) {
     return;
   }
   Server server(*m_sql, dialect);
-  std::map<std::string, std::uint64_t> rows;
+  std::map<std::string, std::uint64_t> mem_rows;
+  std::map<std::string, std::uint64_t> ledger_rows;
   for (SqlRecord& table :
        server.Rows("select table_schema as d, table_name as t from information_schema.tables where "
                    "table_schema like '" +
                    DatabasePattern() +
-                   "' and table_name like 'MEM\\_%' and table_name not like '%\\_external'")) {
+                   "' and (table_name like 'MEM\\_%' and table_name not like '%\\_external' or "
+                   "table_name = '" +
+                   kLedgerTable + "')")) {
     const std::string count =
         server.Value("select count(*) from `" + table["d"] + "`.`" + table["t"] + "`");
+    auto& rows = table["t"] == kLedgerTable ? ledger_rows : mem_rows;
     rows[table["d"]] += std::strtoull(count.c_str(), nullptr, 10);
   }
   for (DatabaseStatus& database : status.databases) {
-    database.mem_rows = rows[database.database];
+    database.mem_rows = mem_rows[database.database];
+    // One that another way of working left behind neither grows nor matters.
+    if (m_once) database.ledger_rows = ledger_rows[database.database];
   }
   if (m_once) LookAtWork(server, status);
 }

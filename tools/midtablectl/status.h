@@ -22,18 +22,20 @@ namespace ctl {
 // What is known of one database at one moment.
 struct DatabaseStatus {
   std::string database;
-  int error = 0;  // errno when its folder could not be listed: all but mem_rows is unknown
+  int error = 0;  // errno when its folder could not be listed: only rows of tables are known
   std::uint64_t waiting = 0;
   std::uint64_t waiting_bytes = 0;
   std::int64_t oldest_seconds = 0;  // age of the oldest file that waits
   std::uint64_t loaded = 0;
   std::uint64_t failed = 0;  // .err whose rows are nowhere else
   std::uint64_t kept = 0;    // .err beside a .mid or .dat, .orig, and files that were set aside
+  std::optional<std::time_t> last_loaded;  // of the .mid files that are still there
   // The speed of the last minute, by the times at which files got their .mid name.
   double files_per_second = 0;
   double rows_per_second = 0;
-  std::optional<std::uint64_t> mem_rows;   // unknown without a server
-  std::optional<double> seconds_to_empty;  // 0 when nothing waits; unknown while nothing moves
+  std::optional<std::uint64_t> mem_rows;     // unknown without a server
+  std::optional<std::uint64_t> ledger_rows;  // the same; there is none without delivery=once
+  std::optional<double> seconds_to_empty;    // 0 when nothing waits; unknown while nothing moves
 };
 
 // A statement of the service that the server works on at the moment.
@@ -76,7 +78,7 @@ class Observer {
   DatabaseStatus LookAt(const DatabaseFolder& folder, std::time_t now);
   void MeasureSpeed(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& status);
   std::uint64_t RowsOf(const std::string& path, std::time_t loaded);
-  void LookAtMemTables(SystemStatus& status);
+  void LookAtTables(SystemStatus& status);
   void LookAtWork(Server& server, SystemStatus& status);
 
   std::optional<MYSQLAUTH> m_auth;

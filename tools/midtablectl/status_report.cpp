@@ -297,7 +297,15 @@ std::string ToPrometheus(const SystemStatus& status) {
   gauge("mem_table_rows", "Rows that wait in mem tables.", [](const DatabaseStatus& one) {
     return one.mem_rows ? Sample(static_cast<double>(*one.mem_rows)) : std::nullopt;
   });
-  if (status.once) {
+  gauge("ledger_rows", "Rows of the ledgers of delivery=once.", [](const DatabaseStatus& one) {
+    return one.ledger_rows ? Sample(static_cast<double>(*one.ledger_rows)) : std::nullopt;
+  });
+  gauge("last_loaded_timestamp_seconds",
+        "When the newest loaded file that is still there was loaded.",
+        [](const DatabaseStatus& one) {
+          return one.last_loaded ? Sample(static_cast<double>(*one.last_loaded)) : std::nullopt;
+        });
+  if (status.once && status.log_error.empty()) {
     out.Family("held_back", "Tables, files and servers that hold files back.");
     out.Add(static_cast<double>(status.held.size()));
   }
