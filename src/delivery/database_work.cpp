@@ -116,7 +116,8 @@ DatabaseWork::Visited DatabaseWork::Visit(Workbench& bench) {
 }
 
 // From the mem table on at which the last visit ended early: one that costs the connection each
-// time does not keep those behind it from their turn.
+// time does not keep those behind it from their turn. A visit to a long backlog ends early too, so
+// that what the ledger is to be told stays short.
 DatabaseWork::Visited DatabaseWork::DeliverAll(Workbench& bench) {
   std::vector<std::string> tables = m_common.backlog.Tables(m_notes.database);
   for (auto& [table, feed] : m_feeds) {
@@ -128,6 +129,7 @@ DatabaseWork::Visited DatabaseWork::DeliverAll(Workbench& bench) {
               tables.end());
   for (std::size_t i = 0; i < tables.size(); ++i) {
     m_first = tables[i];
+    if (m_notes.renamed.size() >= kFilesAtOnce) return Visited::kYes;
     const auto now = Clock::now();
     Feed& feed = m_feeds.try_emplace(tables[i], m_common, m_notes, tables[i]).first->second;
     if (!feed.IsDue(now)) continue;

@@ -13,11 +13,13 @@
 #include <vector>
 
 #include "spool/mem_file.h"
+#include "spool/path_set.h"
 #include "support/file.h"
 #include "support/file_identity.h"
 #include "support/mutex.h"
 
-// Names alone are kept, so that a backlog of hundreds of thousands of files stays small.
+// Names alone are kept, and packed, so that a backlog of hundreds of thousands of files stays
+// small.
 //
 // Threads: one thread finds and reads folders; what waits may be asked and told by any. No system
 // call is made under the lock.
@@ -72,7 +74,7 @@ class Backlog {
 
  private:
   struct Waiting {
-    std::map<std::string, std::set<std::string>> tables;  // full paths; no table without one
+    std::map<std::string, PathSet> tables;  // no table without a path
     std::uint64_t arrivals = 0;
   };
   // The folder that is being read.
@@ -85,9 +87,9 @@ class Backlog {
   bool ListDatabases(std::set<std::string>& folders);
   bool OpenNext();
   void Add(const std::string& folder, const char* name) EXCLUDES(m_lock);
-  void Insert(MemFile file) EXCLUDES(m_lock);
+  void Insert(const MemFile& file) EXCLUDES(m_lock);
   bool NextPath(const TableKey& key, std::string& path) const EXCLUDES(m_lock);
-  const std::set<std::string>* PathsOf(const TableKey& key) const REQUIRES(m_lock);
+  const PathSet* PathsOf(const TableKey& key) const REQUIRES(m_lock);
   void ForgetFolder(const std::string& folder) EXCLUDES(m_lock);
   void Complain(const std::string& folder, int error);
 
