@@ -70,7 +70,8 @@ int LoadSource::ReadSome(char* buffer, unsigned int size) {
   return static_cast<int>(part);
 }
 
-// The client library asks for small pieces; the system is asked for large ones.
+// The client library asks for small pieces; the system is asked for large ones. The memory goes back
+// at the end of the file, since hundreds of files are held open for one batch.
 bool LoadSource::Fill() {
   constexpr std::size_t kPiece = 128UL * 1024;
   if (m_piece == nullptr) m_piece = std::make_unique_for_overwrite<char[]>(kPiece);
@@ -79,6 +80,7 @@ bool LoadSource::Fill() {
     got = read(m_file.get(), m_piece.get(), kPiece);
   } while (got < 0 && errno == EINTR);
   if (got >= 0) m_rest = {m_piece.get(), static_cast<std::size_t>(got)};
+  if (got == 0) m_piece.reset();
   return got >= 0;
 }
 
