@@ -111,19 +111,23 @@ struct FlaggedRecords::Fields {
 };
 
 FlaggedRecords::FlaggedRecords(int fd, std::string path, FlagOf flag_of)
-    : m_path(std::move(path)),
-      m_flag_of(std::move(flag_of)),
-      m_reader(std::make_unique<LineReader>(fd)) {}
+    : m_path(std::move(path)), m_flag_of(std::move(flag_of)), m_fd(fd) {}
 
 FlaggedRecords::~FlaggedRecords() = default;
 
 // A line without any field is left out without being counted as lost: an empty line has no record
 // that an operator could miss.
 FlaggedRecords::Result FlaggedRecords::Next(std::string_view& record) {
+  if (m_ended) return Result::kEnd;
+  if (m_reader == nullptr) m_reader = std::make_unique<LineReader>(m_fd);
   for (;;) {
     std::string_view line;
     const auto result = m_reader->Next(line);
-    if (result == LineReader::Result::kEnd) return Result::kEnd;
+    if (result == LineReader::Result::kEnd) {
+      m_ended = true;
+      m_reader.reset();
+      return Result::kEnd;
+    }
     if (result == LineReader::Result::kFailed) return Result::kFailed;
     ++m_line;
     const Fields fields(result == LineReader::Result::kLine ? line : std::string_view());
