@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "gtest/gtest.h"
+#include "state/state_text.h"
 #include "testing/files.h"
 
 namespace {
@@ -43,6 +44,33 @@ TEST(StateFile, TheExampleOfTheDocumentIsRead) {
   EXPECT_EQ(one.held_back.front().what, "table WLAN_1a2b3c4d.MEM_20121230_0000A");
   EXPECT_EQ(one.held_back.front().since, 1'357'001'000);
   EXPECT_EQ(one.last_error->text, "Unknown column 'x' in 'field list'");
+}
+
+// Both sides of the format agree.
+TEST(StateFile, WhatTheServiceWritesIsRead) {
+  StateBoard board;
+  std::atomic<std::uint64_t> bytes{40};
+  board.SetWaiting("WLAN_1a2b3c4d", 3, 1000);
+  board.Loaded("WLAN_1a2b3c4d", 2, 20);
+  board.Hold("WLAN_1a2b3c4d", "table x", 1, "no room");
+  board.Hold({}, "server", 3, "gone");
+  board.BeginLoad("WLAN_1a2b3c4d", {"/file", "MEM", 1, 100}, &bytes);
+  const std::time_t now = std::time(nullptr);
+  const auto state = ctl::ParseState(StateText({"once", 4, 1000}, board, now));
+  ASSERT_TRUE(state);
+  EXPECT_EQ(state->pid, getpid());
+  EXPECT_EQ(state->workers, 4);
+  EXPECT_EQ(state->held_back.at(0).reason, "gone");
+  const ctl::DatabaseState& one = state->databases.at(0);
+  EXPECT_EQ(one.waiting, 1U);
+  EXPECT_EQ(one.oldest_waiting_at, 1000);
+  EXPECT_EQ(one.loaded_rows, 20U);
+  EXPECT_EQ(one.failed_rows, 0U);
+  EXPECT_EQ(one.last_minute_files, 2U);
+  EXPECT_EQ(one.in_spool.has_value(), false);
+  EXPECT_EQ(one.loading->bytes_done, 40U);
+  EXPECT_EQ(one.held_back.at(0).what, "table x");
+  EXPECT_EQ(one.last_error->text, "table x: no room");
 }
 
 TEST(StateFile, WhatIsNullIsNotKnown) {

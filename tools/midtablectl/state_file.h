@@ -22,7 +22,7 @@ struct HeldState {
 
 // A load that is under way.
 struct LoadingState {
-  std::string file;  // the path that is read at the moment
+  std::string file;  // the path, or that of the first of several
   std::string table;
   std::time_t since = 0;
   std::uint64_t files = 0;  // that are loaded together
