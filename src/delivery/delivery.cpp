@@ -90,6 +90,7 @@ void Delivery::Run() {
   m_supervisor.Ready();
   while (g_nMainRun != 0) {
     const bool more_to_read = m_common.backlog.ReadOn(kNamesAtOnce);
+    m_figures.ShowFinished();
     TakeBack();
     RefreshDefinitions();
     HandOut();

@@ -24,13 +24,16 @@ std::optional<std::time_t> OldestOf(const std::vector<std::string>& paths) {
 
 }  // namespace
 
+void SpoolFigures::ShowFinished() {
+  for (const auto& [folder, counts] : m_backlog.TakeFinished()) {
+    m_board.SetInSpool(DatabaseName(folder), counts);
+  }
+}
+
 void SpoolFigures::Show() {
   std::set<std::string> databases;
   for (const std::string& folder : m_backlog.Folders()) databases.insert(DatabaseName(folder));
   m_board.Keep(databases);
-  for (const auto& [folder, counts] : m_backlog.TakeFinished()) {
-    m_board.SetInSpool(DatabaseName(folder), counts);
-  }
   for (const Backlog::Count& count : m_backlog.Counts()) {
     databases.erase(count.database);
     const Shown now{count.files, count.arrivals};

@@ -16,6 +16,9 @@ class SpoolFigures {
   // Tells what has changed since the last call. Cheap as long as nothing has: no folder is read,
   // and a file is looked at only where the first ones of a database's mem tables may be others.
   void Show();
+  // The same for files that are done with, of folders that were read: at once, since the board
+  // counts on from there.
+  void ShowFinished();
 
  private:
   struct Shown {
