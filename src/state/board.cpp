@@ -85,6 +85,7 @@ void StateBoard::EndLoad(const std::string& database) {
 
 // The files have the ending .mid by now, or will have it as soon as that can be.
 void StateBoard::Loaded(const std::string& database, std::size_t files, std::uint64_t rows) {
+  if (files == 0) return;
   const MutexLock lock(m_lock);
   DatabaseFigures& figures = m_databases[database];
   figures.waiting = Less(figures.waiting, files);

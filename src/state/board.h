@@ -95,7 +95,7 @@ class StateBoard {
   void BeginLoad(const std::string& database, const RunningLoad& load,
                  const std::atomic<std::uint64_t>* bytes_done) EXCLUDES(m_lock);
   void EndLoad(const std::string& database) EXCLUDES(m_lock);
-  // The server took so many rows of files, which wait no more.
+  // The server took so many rows of files, which wait no more. Nothing for no file at all.
   void Loaded(const std::string& database, std::size_t files, std::uint64_t rows) EXCLUDES(m_lock);
   // Rows came into the mid tables.
   void Counted(const std::string& database, std::uint64_t rows) EXCLUDES(m_lock);
