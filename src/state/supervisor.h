@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-// One thread at a time. Nothing here waits or fails: a manager that does not listen misses a word.
+// One thread at a time. Nothing here fails: what nobody listens to is said in vain.
 class Supervisor {
  public:
   // Looks how often the manager wants a sign of life, if at all.
