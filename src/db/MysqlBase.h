@@ -97,7 +97,7 @@ class CMysqlBase : public CSqlBase {
   // take hours, as executeSQL may.
   int loadLocal(const char* sql, LoadBytes& bytes, LoadCounts& counts);
   // Rows that the last successful statement changed.
-  std::uint64_t affectedRows() const;
+  std::uint64_t affectedRows() const override;
   // The server's number of the session; 0 where there is none.
   std::string sessionId() const;
   // The server's number of the last failure; 0 for none.

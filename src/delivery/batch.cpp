@@ -1,6 +1,7 @@
 #include "delivery/batch.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "delivery/joined_source.h"
 #include "log/engine_unit.h"
@@ -30,7 +31,7 @@ BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& be
   m_sources.clear();
   m_entries.clear();
   m_counted_before.clear();
-  m_rows = 0;
+  m_rows = m_bytes = 0;
   return Try(files, before, token);
 }
 
@@ -42,18 +43,21 @@ BatchOutcome Batch::Try(const std::vector<MemFile>& files, const std::string& be
   BatchOutcome outcome = Fill(files, before, token);
   if (outcome.kind == Kind::kCommitted) {
     if (m_sql.Run("commit")) {
-      LogLoads(files);
+      ShowLoads(files);
       g_loger(kUnit, __LINE__, kInfo, "commit ok!");
       return outcome;
     }
     outcome = Failed();
   }
   m_sql.Run("rollback");
+  if (outcome.file < m_sources.size()) outcome.lines = m_sources[outcome.file]->lines();
   return outcome;
 }
 
 // Once it is certain: a file of a batch that falls apart is loaded again.
-void Batch::LogLoads(const std::vector<MemFile>& files) const {
+void Batch::ShowLoads(const std::vector<MemFile>& files) const {
+  m_common.board.Loaded(m_mem_table.database, files.size() - m_counted_before.size(), m_rows);
+  m_common.board.Counted(m_mem_table.database, m_rows);
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (WasCountedBefore(i)) continue;
     m_sources[i]->LogCounts();
@@ -73,12 +77,17 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
   if (!OpenAll(files, outcome)) return outcome;
   // The mark comes first: a session that was left behind and is still at work holds it.
   bool taken = false;
-  if (!m_ledger.TakeMark(m_mem_table, before, token, taken)) return Failed();
+  if (!m_ledger.TakeMark(m_mem_table.table, before, token, taken)) return Failed();
   if (!taken) return {Kind::kOvertaken, 0, SqlFailure::kNone, {}};
   if (!FindCounted(outcome)) return outcome;
   std::vector<std::size_t> numbers;
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (!WasCountedBefore(i)) numbers.push_back(i);
+  }
+  // The conversions belong to it: a load is over once its rows are counted.
+  std::optional<LoadOnBoard> shown;
+  if (!numbers.empty()) {
+    shown.emplace(m_common.board, m_mem_table.database, LoadOf(files, numbers), &m_bytes);
   }
   if (!LoadAll(files, numbers, outcome)) return outcome;
   std::vector<LedgerFile> added;
@@ -96,7 +105,7 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
 // bytes that are loaded and the identities in the ledger belong together.
 bool Batch::OpenAll(const std::vector<MemFile>& files, BatchOutcome& outcome) {
   for (std::size_t i = 0; i < files.size(); ++i) {
-    m_sources.push_back(std::make_unique<LoadSource>(files[i], m_registry));
+    m_sources.push_back(std::make_unique<LoadSource>(files[i], m_common.registry, &m_bytes));
     switch (m_sources.back()->Open()) {
       case LoadSource::Opened::kReady:
         m_entries.push_back(LedgerFile::Of(files[i].path, m_sources.back()->identity()));
@@ -137,6 +146,13 @@ bool Batch::LoadAll(const std::vector<MemFile>& files, const std::vector<std::si
   if (numbers.size() > 1 && !m_one_by_one) return LoadTogether(files, numbers, outcome);
   return std::all_of(numbers.begin(), numbers.end(),
                      [&](std::size_t number) { return Load(number, files, outcome); });
+}
+
+RunningLoad Batch::LoadOf(const std::vector<MemFile>& files,
+                          const std::vector<std::size_t>& numbers) const {
+  RunningLoad load{files[numbers.front()].path, m_mem_table.table, numbers.size()};
+  for (const std::size_t number : numbers) load.bytes_total += m_entries[number].size;
+  return load;
 }
 
 // Whatever goes wrong is looked at file by file. So is a batch of which the server skipped rows,

@@ -47,6 +47,8 @@ class FlaggedRecords {
 
   // Of the lines so far.
   const FlagCounts& counts() const { return m_counts; }
+  // Bytes of the file that were read, some of them ahead.
+  std::uint64_t bytesRead() const;
 
  private:
   class LineReader;

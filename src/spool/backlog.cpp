@@ -90,9 +90,14 @@ bool Backlog::ReadOn(std::size_t names) {
     const dirent* const entry = readdir(m_reading->directory.get());
     --names;
     if (entry != nullptr) {
-      if (my_select(entry) != 0) Add(m_reading->folder, entry->d_name);
+      if (my_select(entry) != 0) {
+        Add(m_reading->folder, entry->d_name);
+      } else {
+        m_reading->finished.See(entry->d_name);
+      }
       continue;
     }
+    m_finished[m_reading->folder] = m_reading->finished.CountIn(PathOf(m_reading->folder));
     if (m_reading->stamp) m_stamps[m_reading->folder] = *m_reading->stamp;
     m_reading.reset();
   }
@@ -113,13 +118,14 @@ bool Backlog::OpenNext() {
       m_folders.erase(folder);
       ForgetFolder(folder);
     } else {
+      m_finished[folder] = std::nullopt;
       Complain(folder, error);
     }
     return false;
   }
   m_unreadable.erase(folder);
   m_folders.insert(folder);
-  m_reading = Reading{folder, std::move(dir), SettledIdentityOf(status)};
+  m_reading = Reading{folder, std::move(dir), SettledIdentityOf(status), {}};
   return true;
 }
 
@@ -206,6 +212,16 @@ std::uint64_t Backlog::CountArrivals(const std::string& database) const {
   const MutexLock lock(m_lock);
   const auto found = m_waiting.find(database);
   return found == m_waiting.end() ? 0 : found->second.arrivals;
+}
+
+std::vector<Backlog::Count> Backlog::Counts() const {
+  const MutexLock lock(m_lock);
+  std::vector<Count> counts;
+  for (const auto& [database, waiting] : m_waiting) {
+    counts.push_back({database, 0, waiting.arrivals});
+    for (const auto& [table, paths] : waiting.tables) counts.back().files += paths.size();
+  }
+  return counts;
 }
 
 // Behind `path`, which is then the next one.

@@ -38,6 +38,10 @@ inline constexpr char kRunLogFlag[] = "/tmp/zux_midtable.flag";
 // The machine's own name for itself, made by the system at its first start.
 inline constexpr char kMachineId[] = "/etc/machine-id";
 
+// What the running service tells of itself, for midtablectl and others: docs/state.md.
+inline constexpr char kStateFolder[] = "/run/midtable";
+inline constexpr char kStateFile[] = "/run/midtable/state.json";
+
 // Held while an instance runs.
 inline constexpr char kLockFile[] = "/tmp/midtable.lock";
 // Present at start: mem files of kind F are loaded without rewriting.

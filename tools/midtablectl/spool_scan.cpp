@@ -47,6 +47,8 @@ FileState StateOf(const std::string& name, const std::vector<std::string>& names
   return has(stem + ".mid") || has(waiting) ? FileState::kKept : FileState::kFailed;
 }
 
+}  // namespace
+
 DatabaseFolder ScanFolder(const std::string& id) {
   DatabaseFolder folder{id, 0, {}};
   const std::vector<std::string> names = ListFolder(folder.Path(), folder.error);
@@ -58,7 +60,21 @@ DatabaseFolder ScanFolder(const std::string& id) {
   return folder;
 }
 
-}  // namespace
+std::vector<std::string> ListIds(int& error) {
+  std::vector<std::string> ids = ListFolder(paths::kSpool, error);
+  std::erase_if(ids, [](const std::string& name) { return !IsDatabaseId(name); });
+  return ids;
+}
+
+std::optional<std::uint64_t> CountFailed(const std::string& id) {
+  int error = 0;
+  const std::vector<std::string> names = ListFolder(DatabaseFolder{id, 0, {}}.Path(), error);
+  if (error != 0) return std::nullopt;
+  return static_cast<std::uint64_t>(
+      std::count_if(names.begin(), names.end(), [&names](const std::string& name) {
+        return name.ends_with(".err") && StateOf(name, names) == FileState::kFailed;
+      }));
+}
 
 std::string DatabaseFolder::Path() const { return paths::kSpool + id + "/"; }
 
@@ -73,8 +89,7 @@ std::string SpoolPath(const std::string& file) {
   struct stat candidate {};
   if (stat(path.substr(0, path.size() - name.size()).c_str(), &folder) != 0) return path;
   int error = 0;
-  for (const std::string& id : ListFolder(paths::kSpool, error)) {
-    if (!IsDatabaseId(id)) continue;
+  for (const std::string& id : ListIds(error)) {
     const std::string known = DatabaseFolder{id, 0, {}}.Path();
     if (stat(known.c_str(), &candidate) == 0 && candidate.st_dev == folder.st_dev &&
         candidate.st_ino == folder.st_ino) {

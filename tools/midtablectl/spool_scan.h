@@ -6,6 +6,8 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -47,6 +49,16 @@ struct Spool {
   std::vector<DatabaseFolder> folders;  // those that the service looks into, sorted by name
   std::vector<std::string> others;      // names in the spool that the service passes over
 };
+
+// The ids of the folders that the service looks into, sorted. `error` becomes 0, or errno when the
+// spool cannot be listed.
+std::vector<std::string> ListIds(int& error);
+
+// Reads one folder.
+DatabaseFolder ScanFolder(const std::string& id);
+
+// The files of a folder that failed, told by names alone; nothing where it cannot be listed.
+std::optional<std::uint64_t> CountFailed(const std::string& id);
 
 // Reads all folders of the spool. What vanishes while they are read is left out.
 Spool ScanSpool();

@@ -41,23 +41,6 @@ void LookAtLock(SystemStatus& status) {
   status.pid = lock.l_pid > 0 ? lock.l_pid : 0;
 }
 
-// Puts the content into a file that a collector may read at any time: it is there as a whole, or
-// the file is as it was. False, with errno, in the second case.
-bool WriteAtomically(const std::string& path, const std::string& content) {
-  const std::string temporary = path + ".tmp" + std::to_string(getpid());
-  FileDescriptor file(
-      open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
-  if (!file) return false;
-  const bool written =
-      write(file.get(), content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
-      fchmod(file.get(), 0644) == 0 && close(file.release()) == 0 &&
-      std::rename(temporary.c_str(), path.c_str()) == 0;
-  const int error = errno;
-  if (!written) unlink(temporary.c_str());
-  errno = error;
-  return written;
-}
-
 // With the settings, or with none when they cannot be used.
 Observer MakeObserver(const std::string& path) {
   CDBInfo settings(path.c_str());
@@ -98,7 +81,7 @@ void CountFiles(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& s
     switch (file.state) {
       case FileState::kWaiting:
         ++status.waiting;
-        status.waiting_bytes += static_cast<std::uint64_t>(file.status.st_size);
+        *status.waiting_bytes += static_cast<std::uint64_t>(file.status.st_size);
         oldest = std::min(oldest, file.status.st_mtime);
         break;
       case FileState::kLoaded:
@@ -111,7 +94,7 @@ void CountFiles(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& s
         break;
       case FileState::kKept:
       case FileState::kSetAside:
-        ++status.kept;
+        ++*status.kept;
         break;
       case FileState::kOther:
         break;
@@ -150,6 +133,17 @@ SystemStatus Observer::Look() {
   SystemStatus status;
   status.time = std::time(nullptr);
   LookAtLock(status);
+  const auto state = status.running ? ReadRunningState(status.pid) : std::nullopt;
+  if (state) {
+    TakeState(*state, status);
+  } else {
+    LookAtSpool(status);
+  }
+  LookAtTables(status);
+  return status;
+}
+
+void Observer::LookAtSpool(SystemStatus& status) {
   const Spool spool = ScanSpool();
   status.spool_error = spool.error;
   for (const DatabaseFolder& folder : spool.folders) {
@@ -161,8 +155,6 @@ SystemStatus Observer::Look() {
   });
   status.once = m_once;
   if (m_once) status.held = HeldBack(status.time, status.log_error);
-  LookAtTables(status);
-  return status;
 }
 
 // A folder that cannot be listed has no figures at all. Zeros would look like an empty folder.
@@ -193,6 +185,7 @@ std::uint64_t Observer::RowsOf(const std::string& path, std::time_t loaded) {
 
 // The mem tables and the ledgers.
 void Observer::LookAtTables(SystemStatus& status) {
+  if (!m_auth && status.by_service) return;
   if (!m_auth) {
     status.server_error = "the settings cannot be used: midtablectl check tells why";
     return;
@@ -224,9 +217,9 @@ void Observer::LookAtTables(SystemStatus& status) {
   for (DatabaseStatus& database : status.databases) {
     database.mem_rows = mem_rows[database.database];
     // One that another way of working left behind neither grows nor matters.
-    if (m_once) database.ledger_rows = ledger_rows[database.database];
+    if (status.once) database.ledger_rows = ledger_rows[database.database];
   }
-  if (m_once) LookAtWork(server, status);
+  if (status.once) LookAtWork(server, status);
 }
 
 // Everybody may see the sessions of their own login.
@@ -248,7 +241,7 @@ Status ShowStatus(const StatusOptions& options, Console& console) {
   for (;;) {
     const SystemStatus look = observer.Look();
     if (!first) first = look;
-    if (!options.prometheus.empty() && !WriteAtomically(options.prometheus, ToPrometheus(look))) {
+    if (!options.prometheus.empty() && !ReplaceFile(options.prometheus, ToPrometheus(look), 0644)) {
       console.err << OneLine(options.prometheus) << ": " << std::strerror(errno) << '\n';
       return Status::kCouldNotLook;
     }
