@@ -189,4 +189,19 @@ TEST_F(StatusOfService, AFileThatTheServerRefusesHasFailedWithItsLines) {
   EXPECT_EQ(Midtablectl({"status"}).status, 1);
 }
 
+// Somebody deletes loaded files at once: the page's curve has their rows all the same.
+TEST_F(StatusOfService, ThePageHasTheRowsThatTheServiceCounted) {
+  const std::string page = "/tmp/metrics/midtable.html";
+  fs::create_directories("/tmp/metrics");
+  Start("delivery=once");
+  ASSERT_EQ(Midtablectl({"status", "--html", page}).status, 0);
+  Drop(kFile, Row(1) + Row(2));
+  ASSERT_TRUE(EventuallyLoaded(2));
+  fs::remove(kFile + ".mid");
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  ASSERT_EQ(Midtablectl({"status", "--html", page}).status, 0);
+  EXPECT_THAT(ReadFile(page + ".history.json"), HasSubstr("\"rows\":{\"WLAN_1a2b3c4d\":2}"));
+  EXPECT_THAT(ReadFile(page), HasSubstr("<h1>All is well</h1>"));
+}
+
 }  // namespace

@@ -67,6 +67,12 @@ CLI::App* AddStatus(CLI::App& app, Arguments& arguments) {
           "step")
       ->type_name("FILE")
       ->excludes(json);
+  status
+      ->add_option("--html", arguments.status.html,
+                   "write a page for a browser to FILE, which is replaced in one step; the curves "
+                   "are kept in FILE.history.json")
+      ->type_name("FILE")
+      ->excludes(json);
   status->add_option("--settings", arguments.status.settings, "take this settings file instead")
       ->type_name("FILE");
   return status;

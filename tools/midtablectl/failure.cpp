@@ -235,7 +235,8 @@ std::string UnansweredLoad(const LogEntry& entry) {
   return std::string(FileNameOf(entry.text.substr(load.size(), end - load.size())));
 }
 
-// Adds the names of the mem files in a text, where each stands behind its folder or in quotes.
+}  // namespace
+
 void AddFileNames(const std::string& text, std::set<std::string>& names) {
   for (std::size_t at = text.find(kWaitingEnding); at != std::string::npos;
        at = text.find(kWaitingEnding, at + 1)) {
@@ -243,8 +244,6 @@ void AddFileNames(const std::string& text, std::set<std::string>& names) {
     names.insert(text.substr(begin, at - begin + sizeof kWaitingEnding - 1));
   }
 }
-
-}  // namespace
 
 bool TellOfConvertedRows(const std::vector<LogEntry>& entries) {
   return std::any_of(entries.begin(), entries.end(), [](const LogEntry& entry) {

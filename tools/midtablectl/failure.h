@@ -29,6 +29,10 @@ RunLog FindFailure(const std::string& path, std::time_t time);
 // table only because that could not be emptied.
 bool TellOfConvertedRows(const std::vector<LogEntry>& entries);
 
+// Adds the names of the mem files in a text, each as it was while it waited, where each stands
+// behind its folder or in quotes.
+void AddFileNames(const std::string& text, std::set<std::string>& names);
+
 // Tells of failed files whether their rows may be in the mem table all the same: to load such a
 // file again would count them twice. The run log of a day is read once, however many files are
 // asked for.

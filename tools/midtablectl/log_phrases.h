@@ -127,10 +127,17 @@ inline constexpr MessageFormat kLoadedAllTheSame{
 
 inline constexpr MessageFormat kHeldBack{"Midtable", "ErrLog", "%s held back, %zu files wait: %s"};
 inline constexpr MessageFormat kGoesOn{"Midtable", "InfoLog", "%s goes on"};
+// A file that is at fault itself, and in what.
+inline constexpr MessageFormat kFileSetAside{"Midtable", "ErrLog", "file (%s) set aside: %s"};
 inline constexpr MessageFormat kDeliveryStarts{"Midtable", "InfoLog", "delivery is once"};
 
 // --- Statements and what the server said of them.
 
+// A load that failed: the last value is the statement with the server's words.
+inline constexpr MessageFormat kLoadRefused{"Midtable", "ErrLog", "ret (%d) (%s)"};
+// A file whose name cannot be put into a statement.
+inline constexpr MessageFormat kNameRefused{"Midtable", "ErrLog",
+                                            "file (%s) name is not safe in a statement, refused"};
 // A statement that failed is logged between these two texts, the server's words behind the second.
 inline constexpr SourceBeginning kStatementBegins{"db/MysqlBase.cpp", "execute "};
 inline constexpr SourceText kServerWordsFollow{"db/MysqlBase.cpp", " failed, error:"};

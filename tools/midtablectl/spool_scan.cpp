@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -110,6 +111,17 @@ std::string WaitingName(std::string_view name) {
     return std::string(name) + ".dat";
   }
   return {};
+}
+
+std::uint64_t CountRows(const std::string& path) {
+  struct stat status {};
+  const FileDescriptor file = OpenRegular(path, status);
+  std::uint64_t rows = 0;
+  std::vector<char> chunk(1 << 18);
+  for (ssize_t size = 0; file && (size = read(file.get(), chunk.data(), chunk.size())) > 0;) {
+    rows += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + size, '\n'));
+  }
+  return rows;
 }
 
 Spool ScanSpool() {

@@ -63,6 +63,9 @@ std::optional<std::uint64_t> CountFailed(const std::string& id);
 // Reads all folders of the spool. What vanishes while they are read is left out.
 Spool ScanSpool();
 
+// The lines of a file; 0 of one that is gone or no regular file.
+std::uint64_t CountRows(const std::string& path);
+
 // The full path of a file that is given by any path, or by its bare name. When its folder is one of
 // the spool, by whatever way, the path is spelled as the service spells it in the run log.
 std::string SpoolPath(const std::string& file);

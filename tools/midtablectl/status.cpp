@@ -14,6 +14,7 @@
 
 #include "db/SqlFactory.h"
 #include "log/zux_center_log.h"
+#include "midtablectl/page/page.h"
 #include "midtablectl/text.h"
 #include "support/file.h"
 #include "support/paths.h"
@@ -46,6 +47,19 @@ Observer MakeObserver(const std::string& path) {
   CDBInfo settings(path.c_str());
   if (!settings.readConfig()) return Observer(std::nullopt);
   return Observer(ReadCredentials(settings), settings.getValue("delivery") == kDeliveryOnce);
+}
+
+// The files that are wanted. False, after a line, when one could not be written.
+bool WriteFiles(const StatusOptions& options, const SystemStatus& look, const Observer& observer,
+                Console& console) {
+  const auto told = [&console](const std::string& path, bool written) {
+    if (!written) console.err << OneLine(path) << ": " << std::strerror(errno) << '\n';
+    return written;
+  };
+  return (options.prometheus.empty() ||
+          told(options.prometheus, ReplaceFile(options.prometheus, ToPrometheus(look), 0644))) &&
+         (options.html.empty() ||
+          told(options.html, WritePage(options.html, look, observer.auth(), console)));
 }
 
 // The exit status of a look, and a line for each thing that could not be looked at.
@@ -172,13 +186,7 @@ DatabaseStatus Observer::LookAt(const DatabaseFolder& folder, std::time_t now) {
 std::uint64_t Observer::RowsOf(const std::string& path, std::time_t loaded) {
   const auto known = m_rows.find(path);
   if (known != m_rows.end() && known->second.loaded == loaded) return known->second.rows;
-  struct stat status {};
-  const FileDescriptor file = OpenRegular(path, status);
-  std::uint64_t rows = 0;
-  std::vector<char> chunk(1 << 18);
-  for (ssize_t size = 0; file && (size = read(file.get(), chunk.data(), chunk.size())) > 0;) {
-    rows += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + size, '\n'));
-  }
+  const std::uint64_t rows = CountRows(path);
   m_rows.insert_or_assign(path, CountedFile{loaded, rows});
   return rows;
 }
@@ -241,13 +249,10 @@ Status ShowStatus(const StatusOptions& options, Console& console) {
   for (;;) {
     const SystemStatus look = observer.Look();
     if (!first) first = look;
-    if (!options.prometheus.empty() && !ReplaceFile(options.prometheus, ToPrometheus(look), 0644)) {
-      console.err << OneLine(options.prometheus) << ": " << std::strerror(errno) << '\n';
-      return Status::kCouldNotLook;
-    }
+    if (!WriteFiles(options, look, observer, console)) return Status::kCouldNotLook;
     if (options.json) {
       console.out << ToJson(look) << '\n';
-    } else if (options.prometheus.empty() || options.watch_seconds) {
+    } else if ((options.prometheus.empty() && options.html.empty()) || options.watch_seconds) {
       if (options.watch_seconds && console.terminal) console.out << "\x1b[H\x1b[J";
       PrintTable(look, options.watch_seconds ? &*first : nullptr, console);
     }

@@ -76,6 +76,8 @@ class Observer {
   explicit Observer(std::optional<MYSQLAUTH> auth, bool once = false)
       : m_auth(std::move(auth)), m_once(once) {}
   SystemStatus Look();
+  // The login; nothing where there are no settings.
+  const std::optional<MYSQLAUTH>& auth() const { return m_auth; }
 
  private:
   struct CountedFile {
@@ -99,6 +101,12 @@ class Observer {
   std::map<std::string, CountedFile> m_rows;  // of files loaded lately, by path
 };
 
+// The sums of all databases. A figure that is unknown of one database is unknown of all.
+DatabaseStatus Total(const SystemStatus& status);
+
+// How long the oldest file waits, for people: "-" when none waits, "?" when that is not known.
+std::string Oldest(const DatabaseStatus& one);
+
 // --- reports (status_report.cpp)
 
 // As a table, with a line for each database and one for all. `first` is the first look of a watch:
@@ -113,12 +121,13 @@ struct StatusOptions {
   std::optional<int> watch_seconds;  // between two looks; nothing for a single look
   bool json = false;
   std::string prometheus;  // file to write
+  std::string html;        // the same
   std::string settings;    // empty: the service's own
 };
 
 // Looks once, or again and again with `watch_seconds`, and prints or writes what it saw. Of a
 // single look: kFindings when files failed or are held back, kCouldNotLook when the spool, a folder
-// of it, the server or the `prometheus` file could not be reached; what is known is shown all the
+// of it, the server or a file to be written could not be reached; what is known is shown all the
 // same.
 Status ShowStatus(const StatusOptions& options, Console& console);
 

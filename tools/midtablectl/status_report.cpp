@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "log/zux_center_log.h"
+#include "midtablectl/figures.h"
 #include "midtablectl/local_time.h"
 #include "midtablectl/status.h"
 #include "midtablectl/text.h"
@@ -17,26 +18,6 @@ namespace {
 
 constexpr int kBarWidth = 18;                  // characters
 constexpr std::size_t kStatementLength = 100;  // that are shown
-
-// The sizes are rounded to a readable number: what matters in a backlog is its order of magnitude.
-std::string Bytes(std::uint64_t bytes) {
-  static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-  auto value = static_cast<double>(bytes);
-  std::size_t unit = 0;
-  for (; value >= 1024 && unit < 4; ++unit) value /= 1024;
-  return Format(unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
-}
-
-// Two units at most: nobody wants the seconds of a backlog of days.
-std::string Duration(double seconds) {
-  const auto whole = std::lround(seconds);
-  constexpr long kHour = 3600;
-  constexpr long kDay = 24 * kHour;
-  if (whole < 60) return Format("%ld s", whole);
-  if (whole < kHour) return Format("%ld:%02ld min", whole / 60, whole % 60);
-  if (whole < 2 * kDay) return Format("%ld:%02ld h", whole / kHour, whole / 60 % 60);
-  return Format("%ld days", whole / kDay);
-}
 
 // The share of the files that were loaded since `before`, among these and those that still wait.
 // Empty without `before`.
@@ -70,38 +51,6 @@ bool AllListed(const SystemStatus& status) {
 void AddTo(std::optional<std::uint64_t>& sum, const std::optional<std::uint64_t>& part) {
   if (!part) sum.reset();
   if (sum) *sum += *part;
-}
-
-// The sums of all databases. A figure that is unknown of one database is unknown of all.
-DatabaseStatus Total(const SystemStatus& status) {
-  DatabaseStatus total;
-  total.database = AllListed(status) ? "all" : "all listed";
-  total.mem_rows = 0;
-  total.seconds_to_empty = 0;
-  for (const DatabaseStatus& one : status.databases) {
-    total.waiting += one.waiting;
-    AddTo(total.waiting_bytes, one.waiting_bytes);
-    AddTo(total.kept, one.kept);
-    if (!one.oldest_seconds) total.oldest_seconds.reset();
-    if (total.oldest_seconds) {
-      total.oldest_seconds = std::max(*total.oldest_seconds, *one.oldest_seconds);
-    }
-    total.loaded += one.loaded;
-    total.failed += one.failed;
-    total.files_per_second += one.files_per_second;
-    total.rows_per_second += one.rows_per_second;
-    AddTo(total.mem_rows, one.mem_rows);
-    if (!one.seconds_to_empty) total.seconds_to_empty.reset();
-    if (total.seconds_to_empty) {
-      total.seconds_to_empty = std::max(*total.seconds_to_empty, *one.seconds_to_empty);
-    }
-  }
-  return total;
-}
-
-std::string Oldest(const DatabaseStatus& one) {
-  if (one.waiting == 0) return "-";
-  return one.oldest_seconds ? Duration(static_cast<double>(*one.oldest_seconds)) : "?";
 }
 
 // One line of the table, in the columns that PrintTable's heading names.
@@ -155,6 +104,37 @@ void PrintDelivery(const SystemStatus& status, Console& console) {
 }
 
 }  // namespace
+
+std::string Oldest(const DatabaseStatus& one) {
+  if (one.waiting == 0) return "-";
+  return one.oldest_seconds ? Duration(static_cast<double>(*one.oldest_seconds)) : "?";
+}
+
+DatabaseStatus Total(const SystemStatus& status) {
+  DatabaseStatus total;
+  total.database = AllListed(status) ? "all" : "all listed";
+  total.mem_rows = 0;
+  total.seconds_to_empty = 0;
+  for (const DatabaseStatus& one : status.databases) {
+    total.waiting += one.waiting;
+    AddTo(total.waiting_bytes, one.waiting_bytes);
+    AddTo(total.kept, one.kept);
+    if (!one.oldest_seconds) total.oldest_seconds.reset();
+    if (total.oldest_seconds) {
+      total.oldest_seconds = std::max(*total.oldest_seconds, *one.oldest_seconds);
+    }
+    total.loaded += one.loaded;
+    total.failed += one.failed;
+    total.files_per_second += one.files_per_second;
+    total.rows_per_second += one.rows_per_second;
+    AddTo(total.mem_rows, one.mem_rows);
+    if (!one.seconds_to_empty) total.seconds_to_empty.reset();
+    if (total.seconds_to_empty) {
+      total.seconds_to_empty = std::max(*total.seconds_to_empty, *one.seconds_to_empty);
+    }
+  }
+  return total;
+}
 
 // A folder that cannot be listed gets the reason in the place of its figures, and the others are
 // shown all the same.
