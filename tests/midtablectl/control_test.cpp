@@ -12,7 +12,7 @@ TEST_F(Control, Mistakes) {
   const Words table[] = {{},
                          {"mend"},
                          {"check", "--online"},
-                         {"why"},
+                         {"why", ""},
                          {"setup", "--port", "0"},
                          {"setup", "--delivery", "twice"},
                          {"setup", "--yes", "--dry-run"},

@@ -10,6 +10,7 @@
 #include "midtablectl/setup/year_tables.h"
 #include "midtablectl/status.h"
 #include "midtablectl/why.h"
+#include "midtablectl/why_all.h"
 
 namespace ctl {
 
@@ -80,10 +81,9 @@ CLI::App* AddWhy(CLI::App& app, std::string& file) {
       "why",
       "Shows the run log's lines of the moment when a mem file failed, and what to do. Of a loaded "
       "file, .mid, those of the failed conversion of its rows; of one that waits, .dat, what holds "
-      "it back.");
-  why->add_option("file", file, "the .err, .mid or .dat file, or its bare name")
-      ->required()
-      ->type_name("FILE");
+      "it back. Without a file: the last failures and what is held back, by reason, the newest "
+      "first. Status 1 when there is any.");
+  why->add_option("file", file, "the .err, .mid or .dat file, or its bare name")->type_name("FILE");
   return why;
 }
 
@@ -201,7 +201,10 @@ Status Control(int argc, const char* const* argv, Console& console) {
   }
   if (*setup) return Setup(arguments.setup, console);
   if (*year_tables) return MakeYearTables(arguments.year_tables, console);
-  if (*why) return Why(arguments.why, console);
+  if (*why) {
+    // An empty name is a mistake of a script's, and no question for everything.
+    return why->count("file") == 0 ? WhyAll(console) : Why(arguments.why, console);
+  }
   return Retry(arguments.retry, console);
 }
 
