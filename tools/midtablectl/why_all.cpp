@@ -119,7 +119,7 @@ void AddHeld(std::time_t now, Overview& overview, std::string& error) {
   for (const Held& held : HeldBack(now, error)) {
     const std::time_t today = TimeOf(held.entry, now);
     Trouble trouble =
-        Of(held.entry, today > now ? today - kDay : today, "held back, goes on by itself");
+        Of(held.entry, today > now ? today - kDay : today, "held back and tried again");
     trouble.files = IsNumber(held.files) ? std::strtoul(held.files.c_str(), nullptr, 10) : 1;
     trouble.example = held.what;
     const std::string advice = ServerAdvice(held.reason);
