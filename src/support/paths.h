@@ -15,6 +15,8 @@ inline constexpr char kAuthorities[] = "/etc/ssl/certs";
 // Table definitions for a MySQL and for an Oracle store; re-read at every use.
 inline constexpr char kMysqlDefinitions[] = "/etc/morvan/vqlog.xml";
 inline constexpr char kOracleDefinitions[] = "/etc/morvan/oracle_vqlog.xml";
+// The statements that make the year tables of a database, for midtablectl.
+inline constexpr char kYearTables[] = "/etc/morvan/year_tables.sql";
 // Statements and control file text of the Oracle loading roads; re-read at every use.
 inline constexpr char kLoaderTemplates[] = "/etc/morvan/sqlldr_ctl.xml";
 // Control file written for the Oracle loader tool.

@@ -100,7 +100,7 @@ constexpr ServerText kServerTexts[] = {
      "the insert and its table differ: name the columns, or alter the "
      "table that is older than the definition"},
     {"doesn't exist",
-     "a table is missing: a year table is yours to create, see the sample year_tables.sql; "
+     "a table is missing: midtablectl year-tables makes those of a year; "
      "else look at its Create"},
     {"unknown database", "create the database: see the sample setup.sql"},
     {"unknown storage engine", "write engine = InnoDB"},

@@ -266,6 +266,40 @@ RunLog FindFailure(const std::string& path, std::time_t time) {
   return found;
 }
 
+const FailureReasons::Day& FailureReasons::LookUp(std::time_t time) {
+  const auto [known, is_new] = m_days.try_emplace(DayOf(time));
+  Day& day = known->second;
+  if (!is_new) return day;
+  RunLog log = ReadLogOf(time);
+  if (m_error.empty()) m_error = log.error;
+  day.entries.swap(log.entries);
+  for (std::size_t i = 0; i < day.entries.size(); ++i) {
+    const LogEntry& entry = day.entries[i];
+    const auto rewritten = CountsDroppedLines(entry) ? RewrittenFileOf(entry) : std::nullopt;
+    if (rewritten) day.named[std::string(FileNameOf(rewritten->path))] = i;
+    if (!entry.IsError() || IsEndOfConversion(entry)) continue;
+    if (EndsUnnamedFile(entry)) day.unnamed.push_back(i);
+    std::set<std::string> names;
+    AddFileNames(entry.text, names);
+    for (const std::string& name : names) day.named[name] = i;
+  }
+  return day;
+}
+
+const LogEntry* FailureReasons::Of(const std::string& path, std::time_t time) {
+  const MemFile file = MemFile::Parse(WaitingName(path));
+  const int second = SecondOf(LocalTime(time));
+  for (const std::time_t day_time : {time, time - kDay}) {
+    const Day& day = LookUp(day_time);
+    const auto named = day.named.find(std::string(FileNameOf(file.path)));
+    if (named != day.named.end()) return &day.entries[named->second];
+    for (const std::size_t i : day.unnamed) {
+      if (MayEnd(file, second, day.entries[i])) return &day.entries[i];
+    }
+  }
+  return nullptr;
+}
+
 const LoadDoubts::Day& LoadDoubts::LookUp(std::time_t time) {
   const auto [known, is_new] = m_days.try_emplace(DayOf(time));
   if (!is_new) return known->second;

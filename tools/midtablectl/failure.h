@@ -33,6 +33,27 @@ bool TellOfConvertedRows(const std::vector<LogEntry>& entries);
 // behind its folder or in quotes.
 void AddFileNames(const std::string& text, std::set<std::string>& names);
 
+// Tells of many failed files why each of them failed. The run log of a day is read once.
+class FailureReasons {
+ public:
+  // The last entry that says why the .err file `path` failed, which got its name at `time`; null
+  // when the run log of that day and the one before tells nothing. It lives as long as this object.
+  const LogEntry* Of(const std::string& path, std::time_t time);
+  // A log that cannot be read; empty for none.
+  const std::string& error() const { return m_error; }
+
+ private:
+  struct Day {
+    std::vector<LogEntry> entries;
+    std::map<std::string, std::size_t> named;  // names of files, and which entry tells of each
+    std::vector<std::size_t> unnamed;          // entries that end a file's road without its name
+  };
+  const Day& LookUp(std::time_t time);
+
+  std::map<std::string, Day> m_days;  // by date
+  std::string m_error;
+};
+
 // Tells of failed files whether their rows may be in the mem table all the same: to load such a
 // file again would count them twice. The run log of a day is read once, however many files are
 // asked for.
