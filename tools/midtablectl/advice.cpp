@@ -128,7 +128,7 @@ constexpr ServerText kServerTexts[] = {
     {"read-only", "the server takes no changes (read_only): is it a replica?"},
     {"read only", "the server takes no changes (read_only): is it a replica?"},
     {kNotConnected.text, "the connection was lost: see whether the server is up"},
-    {kTemplateFault.text, "mend the placeholders of the template: see docs/operations.md"},
+    {kTemplateFault.text, "mend the placeholders of the template: see docs/definitions.md"},
 };
 
 }  // namespace
