@@ -83,6 +83,9 @@ struct Server {
 class RefusedServer : public Tls, public testing::WithParamInterface<Server> {};
 
 TEST_P(RefusedServer, IsSentNoLoginAndTheErrorHasCauseAndRemedy) {
+  if (std::string_view(GetParam().certificate) == "expired" && MariadbServer::Get().IsMysql()) {
+    GTEST_SKIP() << "it does not put such a certificate in use";
+  }
   Present(GetParam().certificate);
   const std::string logins = Logins();
   EXPECT_EQ(

@@ -72,7 +72,7 @@ TEST_F(CheckOnServerTest, FindsTheSamplesInOrder) {
   const std::string tables = "use WLAN_1a2b3c4d;" + ReadFile(demo + "year_tables.sql");
   server.Run(std::regex_replace(tables, std::regex("_YYYY"), "_" + Year(0)));
   server.Run(std::regex_replace(tables, std::regex("_YYYY"), "_" + Year(1)));
-  server.Run("set global innodb_flush_log_at_trx_commit = 1");
+  server.Run("set global innodb_flush_log_at_trx_commit = 1, sync_binlog = 1");
   Finds({});
 }
 

@@ -42,7 +42,9 @@ class ServerTrouble : public Pipeline {
   // Before the engine connects: "read only" holds for its user too.
   static void SetUpTestSuite() {
     MariadbServer::Get().Run(
-        "create database aside; create table aside.heavy (i int) engine=InnoDB;" + kProcedures +
+        "drop database if exists aside; create database aside; create table aside.heavy (i int) "
+        "engine=InnoDB;" +
+        kProcedures +
         "revoke all privileges, grant option from midtable;"
         "grant select, insert, update, delete, create, drop, alter, index, file on *.* to "
         "midtable");
