@@ -85,7 +85,7 @@ TEST_F(LedgerTest, TheOldestFilesLeaveItOnceTheyWereSeenUnderTheirFinalName) {
 }
 
 TEST_F(LedgerTest, WhatAPowerLossCouldTakeIsNamedAtTheStart) {
-  server.Run("set global innodb_flush_log_at_trx_commit = 2");
+  server.Run("set global innodb_flush_log_at_trx_commit = 2, sync_binlog = 1");
   RunUntil([] { return LogHas("innodb_flush_log_at_trx_commit is 2: a power loss"); });
   server.Run("set global innodb_flush_log_at_trx_commit = 1");
   const auto count = [] {
