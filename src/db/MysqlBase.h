@@ -136,8 +136,7 @@ class CMysqlBase : public CSqlBase {
   void prepareHandle();
   std::string loginError() const;
   bool lastDatabaseIsClosed() const;
-  bool limitLockWaits();
-  bool commitsByItself();
+  bool prepareSession();
   bool prepareToNotice();
   bool answerMayCome() const;
   void prepareLocalLoads();

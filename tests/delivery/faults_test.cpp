@@ -118,7 +118,7 @@ TEST_F(FaultTest, AMidTableThatSomebodyHasLockedHoldsFilesBackAndNothingIsGivenU
 }
 
 TEST_F(FaultTest, TooManyConnectionsAreWaitedFor) {
-  server.Run("grant usage on *.* to service with max_user_connections 1");
+  server.Run("alter user service with max_user_connections 1");
   MYSQLAUTH auth = Auth();
   Connection other(&auth);
   ASSERT_EQ(other.connectDB(), 0);

@@ -8,8 +8,7 @@
 // The program logs in as a user who may do this alone.
 inline Step LogInAsOneWhoMay(const std::string& privileges) {
   return [=] {
-    MariadbServer::Get().Run("create or replace user poor@'%' identified by 'secret'; grant " +
-                             privileges + " to poor@'%'");
+    MariadbServer::Get().MakeUser("poor@'%'", "'secret'", "grant " + privileges + " to poor@'%'");
     Replace(kSettings, "user=midtable", "user=poor");
   };
 }

@@ -20,7 +20,7 @@ class OnceTest : public MidtablectlServerTest {
  protected:
   OnceTest() {
     Replace(kSettings, "dbtype=mysql", "dbtype=mysql\ndelivery=once");
-    server.Run("set global innodb_flush_log_at_trx_commit = 1, local_infile = 1");
+    server.Run("set global innodb_flush_log_at_trx_commit = 1, sync_binlog = 1, local_infile = 1");
   }
 };
 

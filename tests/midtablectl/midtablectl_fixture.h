@@ -207,13 +207,12 @@ class MidtablectlServerTest : public MidtablectlTest {
  protected:
   MidtablectlServerTest() {
     Replace(kSettings, "port=3306", "port=" + port);
+    server.MakeDatabases({"vqcfg", "WLAN_TUNE", "WLAN_1a2b3c4d"});
     server.Run(
         "set global read_only = 0; set global sql_mode = default;"
         "set global default_storage_engine = default;"
-        "create or replace database vqcfg; create or replace database WLAN_TUNE;"
         "create table vqcfg.EnterpriseUser (crc int unsigned primary key, name varchar(64));"
-        "create table vqcfg.probe (n int);"
-        "create or replace database WLAN_1a2b3c4d;" +
+        "create table vqcfg.probe (n int);" +
         YearTable(0) + YearTable(1));
   }
 

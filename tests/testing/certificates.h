@@ -35,7 +35,7 @@ signed client DNS:client 9)");
 }
 
 // A server with these options offers TLS, with the certificate that was put in use last. It reads
-// it at its start, and upon "flush ssl".
+// it at its start, and upon ReloadCertificates() of the server.
 inline const std::string kInUse = "/tmp/certificates/in-use";
 inline std::vector<std::string> ServerOptions() {
   return {"--ssl-cert=" + kInUse, "--ssl-key=" + kInUse + ".key", "--ssl-ca=" + File("authority")};
