@@ -98,7 +98,7 @@ bool Ledger::Query(const std::string& query, std::vector<LedgerFile>& files) {
   return true;
 }
 
-// One question for the whole batch, which is at most 64 files.
+// One question for the whole batch, which is at most 256 files.
 bool Ledger::FindCounted(std::span<const LedgerFile> files, std::vector<LedgerFile>& counted) {
   if (files.empty()) return true;
   return Query(
