@@ -217,18 +217,16 @@ is_watched() {
 show_costs() {
   local name rounds=14
   step "What it costs: all files at once, and $rounds by themselves"
-  printf '    %-12s %10s %9s %21s %11s %21s %10s\n' "" "bytes on" "all" "ms of processor for" "rows of" \
+  printf '    %-12s %16s %9s %21s %8s %21s %8s\n' "" "bytes on line" "all" "ms of processor for" "rows of" \
     "ms of processor for" "ms until"
-  printf '    %-12s %10s %9s %21s %11s %21s %10s\n' "" "the line" "files" "1000 rows appl+store" "one file" \
+  printf '    %-12s %16s %9s %21s %8s %21s %8s\n' "" "all, by itself" "files" "1000 rows appl+store" "a file" \
     "one file  appl+store" "counted"
   for name in direct replication; do
     paste -d ' ' "$folder/$name".{all,single} |
       awk -v name="$name" -v files=$rounds -v delay="$(median "$name")" '{
-        printf "    %-12s %10.2f %7.1f s %14.1f %6.1f %11d %14.1f %6.1f %10d\n", name, ($6 - $2) / $10,
-          ($5 - $1) / 1000, 1e6 * ($7 - $3) / $9, 1e6 * ($8 - $4) / $9, $19 / files,
+        printf "    %-12s %9.2f %6.2f %7.1f s %14.1f %6.1f %8d %14.1f %6.1f %8d\n", name, ($6 - $2) / $10,
+          ($16 - $12) / $20, ($5 - $1) / 1000, 1e6 * ($7 - $3) / $9, 1e6 * ($8 - $4) / $9, $19 / files,
           1e3 * ($17 - $13) / files, 1e3 * ($18 - $14) / files, delay
       }'
-    paste -d ' ' "$folder/$name".{all,single} |
-      awk '{ printf "    %-12s %10.2f, of files by themselves\n", "", ($16 - $12) / $20 }'
   done
 }
