@@ -52,7 +52,6 @@ start_proxy() {
   wait_until "the proxy leads to a node" leads_to_a_node
 }
 
-
 # The node that the proxy leads to now.
 writer() { use proxy && sql -N -e 'select @@wsrep_node_name' 2>>"$stage/proxy/away.txt"; }
 leads_to_a_node() { writer >/dev/null; }
@@ -61,4 +60,5 @@ tell_proxy() { echo "$1" | socat - "UNIX-CONNECT:$stage/proxy/tmp/haproxy" >/dev
 
 # The network between the proxy and a node is gone, and the node does not know.
 cut_off() { tell_proxy "disable server database/$1; shutdown sessions server database/$1"; }
-connect_again() { tell_proxy "enable server database/$1"; }
+# A proxy that finds a node again by its check ends the sessions on the backups; after an order it does not.
+connect_again() { tell_proxy "enable server database/$1; shutdown sessions server database/node2"; }

@@ -81,7 +81,7 @@ use_login() {  # use_login APPLIANCE
 }
 
 as_appliance() {  # as_appliance APPLIANCE OPTION...
-  mariadb --no-defaults -h127.0.0.1 -P"$(cat "$stage/store/server/port")" -u"appliance_$1" -psecret -N "${@:2}"
+  mariadb --no-defaults -h127.0.0.1 -P"$(cat "$stage/store/server/port")" -u"appliance_$1" -psecret -rN "${@:2}"
 }
 
 # What an appliance's login may do, and that it may do nothing else.
