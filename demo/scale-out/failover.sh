@@ -37,9 +37,18 @@ load_hours() {
   feed_hours b "$1"
   wait_for_both
 }
+# And until the ledgers say that all mem tables are empty: a new session empties those that are not, and would
+# wait for a record that is held.
 wait_for_both() {
   local machine
-  for machine in a b; do wait_until "$machine has counted its files" has_none_waiting $machine; done
+  for machine in a b; do
+    wait_until "$machine has counted its files" has_none_waiting $machine
+    wait_until "$machine has settled" has_settled $machine
+  done
+}
+has_settled() {
+  [ "$(use proxy && sql -N -e "select count(*) from WLAN_${ids[$1]}.midtable_ledger
+       where kind = 'M' and state = 'C'" 2>>"$stage/proxy/away.txt")" = 0 ]
 }
 
 # The files of a for an hour. Another session holds a record of the last of them, so that the load waits
