@@ -31,7 +31,7 @@ start_arbitrator() {
 has_votes() { [ "$(status_of node1 wsrep_cluster_size)" = "$1" ]; }
 
 stop_cluster() {
-  kill ${proxy:+"$proxy"} "$arbitrator"
+  kill "$proxy" "$arbitrator"
   stop_servers node3 node2 node1
 }
 
