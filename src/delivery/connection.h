@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "db/MysqlBase.h"
@@ -19,9 +20,9 @@ class Connection : public CMysqlBase {
                       int worker = 1);
 
   // As executeSQL and fetchRecordSet, in the terms of this folder.
-  bool Run(const std::string& sql) { return executeSQL(sql.c_str(), 0) == 0; }
+  bool Run(const std::string& sql) { return Note(executeSQL(sql.c_str(), 0) == 0); }
   bool Query(const std::string& sql, std::vector<SqlRecord>& rows) {
-    return fetchRecordSet(sql.c_str(), rows) == 0;
+    return Note(fetchRecordSet(sql.c_str(), rows) == 0);
   }
   // The server's own words about the last failure, without the statement.
   std::string Reason();
@@ -36,11 +37,17 @@ class Connection : public CMysqlBase {
   bool Claim(const std::string& database);
   // Whether the last failure only says that what was to be made is there.
   bool SaysItExists() const;
+  // Whether the server has said, since this was asked last, that it takes no changes: it only
+  // reads, or it is a node that stands alone. Its address may lead a new session to one that does.
+  bool TakesRefusalOfChanges() { return std::exchange(m_refuses_changes, false); }
 
  private:
   std::string ClaimOf(const std::string& database, int worker) const;
   // The first value of the first row; empty when there is none, or NULL.
   bool Ask(const std::string& query, std::string& value);
 
+  bool Note(bool succeeded);
+
   const int m_worker;
+  bool m_refuses_changes = false;
 };

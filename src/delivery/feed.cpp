@@ -89,7 +89,8 @@ Feed::Step Feed::FailBy(SqlFailure failure, const std::string& reason) {
   // The server's word may mean that something was removed behind our back.
   Forget();
   m_notes.ready = false;
-  m_wants_session = failure == SqlFailure::kPrivilege;
+  // Rights are those of the login; and behind the address there may be another server by now.
+  m_wants_session = sql().TakesRefusalOfChanges() || failure == SqlFailure::kPrivilege;
   return Hold(reason);
 }
 

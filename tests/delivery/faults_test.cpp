@@ -129,6 +129,21 @@ TEST_F(FaultTest, TooManyConnectionsAreWaitedFor) {
   EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); })) << ReadLog();
 }
 
+// The address of a proxy, or a name, may lead elsewhere by now; a session stays where it is.
+TEST_F(FaultTest, AServerThatTakesNoChangesIsAskedInANewSession) {
+  const auto session = [this] {
+    return server.Run("select max(id) from information_schema.processlist where user = 'service'");
+  };
+  Run("set global read_only = 1");
+  const std::string stem = Drop("101500", "1\t10\n");
+  Start();
+  EXPECT_TRUE(Eventually([] { return LogHas("--read-only"); })) << ReadLog();
+  const auto first = session();
+  EXPECT_TRUE(Eventually([&] { return session() != first && session().at(0) != "NULL"; }));
+  Run("set global read_only = 0");
+  EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); })) << ReadLog();
+}
+
 TEST_F(FaultTest, AServerThatCannotProveWhoItIsIsToldOfAndSentNothing) {
   const std::string options = "/tmp/client.cnf";
   WriteFile(options, "[midtable]\nssl-mode=REQUIRED\n");

@@ -101,8 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
              "lose counted rows"),
         Case("TheLedgerCannotBeKeptSmall",
              {LogInAsOneWhoMay("select, insert, update, create, drop on *.*")},
-             "server: error: \"delete from probe\" fails: DELETE command denied to user "
-             "'poor'@'127.0.0.1' for table `WLAN_midtablectl`.`probe`"),
+             "server: error: \"delete from probe\" fails: {delete from WLAN_midtablectl.probe}"),
         Case("AYearTableCannotBeRolledBack",
              {Sql("alter table WLAN_1a2b3c4d.T_FLOW1Y_" + Year(0) + " engine = MyISAM")},
              kDefinitions + ":17: error: WLAN_1a2b3c4d.T_FLOW1Y_" + Year(0) +
