@@ -25,7 +25,13 @@ TEST(Advice, WordsOfTheServer) {
        "file on *.* to it"},
       {"execute create table t failed, error:Access denied for user",
        "a privilege is missing: midtablectl check names it with its grant statement"},
-      {"execute select 'is full' failed, error:what is that", ""}};
+      {"execute select 'is full' failed, error:what is that", ""},
+      {"xml file /etc/morvan/vqlog.xml: line 3, mismatched tag",
+       "mend the definition file; midtablectl check shows all that is wrong with it, and it is "
+       "read "
+       "again as soon as it has changed"},
+      {"table WLAN_1a2b3c4d.t has engine MyISAM, which cannot be rolled back",
+       "alter table that table to engine = InnoDB"}};
   for (const auto& [text, advice] : table) EXPECT_EQ(ctl::ServerAdvice(text), advice) << text;
 }
 

@@ -150,6 +150,18 @@ inline constexpr SourceBeginning kLoadStatement{"tables/dialect.cpp", "load data
 inline constexpr SourceText kNotConnected{"db/MysqlBase.cpp", "not connected"};
 inline constexpr SourceBeginning kTemplateFault{"tables/sql_template.cpp", "template "};
 
+// --- Why files are held back or set aside (delivery=once), where it is not the server that says
+// so.
+
+inline constexpr SourceText kLocalLoadsOff{"delivery/connection.cpp",
+                                           "local_infile of the server is off"};
+inline constexpr SourceText kNoRollback{"delivery/feed.cpp", ", which cannot be rolled back"};
+inline constexpr SourceBeginning kUnknownKind{"delivery/plan.cpp",
+                                              "no Name in /root/Mem is kind ("};
+inline constexpr SourceBeginning kDefinitionFault{"delivery/plan.cpp", "xml file "};
+inline constexpr SourceBeginning kChangedWhileRead{"delivery/batch.cpp",
+                                                   "changed while it was read"};
+
 // What the parser of XML files puts before its complaint: the number of the line follows.
 inline constexpr SourceBeginning kParserLine{"config/XmlStream.cpp", "line "};
 
