@@ -1,5 +1,8 @@
 #include "midtablectl/state_file.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include "support/file.h"
@@ -103,6 +106,17 @@ std::optional<ServiceState> ReadState(const std::string& path) {
     return std::nullopt;
   }
   return ParseState(text);
+}
+
+// Asked without taking the lock, which would keep a service from starting at this moment. It is
+// told also where nobody may see the service's process.
+ServiceLock LookAtServiceLock() {
+  const FileDescriptor file(open(paths::kLockFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  if (!file || fcntl(file.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) return {};
+  return {true, lock.l_pid > 0 ? lock.l_pid : 0};
 }
 
 std::optional<ServiceState> ReadRunningState(long pid, const std::string& path) {

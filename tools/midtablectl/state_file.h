@@ -71,6 +71,13 @@ struct ServiceState {
   std::vector<DatabaseState> databases;  // sorted by name
 };
 
+// Whether the service runs: it holds a lock on a file as long as it lives.
+struct ServiceLock {
+  bool held = false;
+  long pid = 0;  // who holds it, where that can be seen; else 0
+};
+ServiceLock LookAtServiceLock();
+
 // The state in a text; nothing for one that is no state, or that a newer service wrote.
 std::optional<ServiceState> ParseState(const std::string& text);
 

@@ -2,9 +2,6 @@
 // were loaded lately are counted, so that a look stays cheap however much lies in the spool.
 #include "midtablectl/status.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -28,19 +25,6 @@ constexpr char kLedgerTable[] = "midtable_ledger";
 
 // The speed of a minute covers several passes and still shows a service that has come to a stand.
 constexpr std::time_t kRateSeconds = 60;
-
-// Whether the service runs: it holds a lock on a file as long as it lives, also when nobody may see
-// its process.
-void LookAtLock(SystemStatus& status) {
-  // Asked without taking the lock, which would keep a service from starting at this moment.
-  const FileDescriptor file(open(paths::kLockFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  if (!file || fcntl(file.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) return;
-  status.running = true;
-  status.pid = lock.l_pid > 0 ? lock.l_pid : 0;
-}
 
 // With the settings, or with none when they cannot be used.
 Observer MakeObserver(const std::string& path) {
@@ -146,7 +130,9 @@ void Observer::MeasureSpeed(const DatabaseFolder& folder, std::time_t now, Datab
 SystemStatus Observer::Look() {
   SystemStatus status;
   status.time = std::time(nullptr);
-  LookAtLock(status);
+  const ServiceLock lock = LookAtServiceLock();
+  status.running = lock.held;
+  status.pid = lock.pid;
   const auto state = status.running ? ReadRunningState(status.pid) : std::nullopt;
   if (state) {
     TakeState(*state, status);

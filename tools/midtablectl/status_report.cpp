@@ -103,6 +103,19 @@ void PrintDelivery(const SystemStatus& status, Console& console) {
   }
 }
 
+// What to type next where something is not as it should be.
+void PrintNext(const SystemStatus& status, Console& console) {
+  const bool has_failed = std::any_of(status.databases.begin(), status.databases.end(),
+                                      [](const DatabaseStatus& one) { return one.failed > 0; });
+  if (status.running && !has_failed && status.held.empty()) return;
+  console.out << '\n';
+  if (!status.running) {
+    console.out << "The service is not running; what waits is taken once it is: systemctl start "
+                   "midtable\nWhy it ended: midtablectl why, journalctl -u midtable\n";
+  }
+  if (has_failed || !status.held.empty()) console.out << "What to do: midtablectl why\n";
+}
+
 }  // namespace
 
 std::string Oldest(const DatabaseStatus& one) {
@@ -169,6 +182,7 @@ void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& 
     PrintLine(total, Bar(total, first != nullptr ? &before : nullptr), console);
   }
   PrintDelivery(status, console);
+  PrintNext(status, console);
 }
 
 // The members keep their order, for whoever reads the text without a script.
