@@ -30,11 +30,20 @@ TEST_F(OnceTest, StatusShowsWhatIsHeldBackUntilItGoesOn) {
   EXPECT_EQ(held.status, 1);
   EXPECT_THAT(held.output,
               HasSubstr("held back: " + kTable + ", 3 files wait: Unknown column 'x'\n"));
+  EXPECT_THAT(held.output, HasSubstr("\nWhat to do: midtablectl why\n"));
   EXPECT_THAT(Midtablectl({"status", "--json"}).output, HasSubstr("\"reason\": \"Unknown column"));
   Log("Midtable", "InfoLog", kTable + " goes on");
   const Outcome over = Midtablectl({"status"});
   EXPECT_EQ(over.status, 0);
   EXPECT_THAT(over.output, Not(HasSubstr("held back")));
+}
+
+TEST_F(OnceTest, ThePageSaysWhatToDoAboutWhatIsHeldBack) {
+  fs::create_directories("/tmp/metrics");
+  LogHeldBack("local_infile of the server is off, no file can be loaded");
+  Midtablectl({"status", "--html", "/tmp/metrics/page.html"});
+  EXPECT_THAT(ReadFile("/tmp/metrics/page.html"),
+              HasSubstr("To do: set global local_infile = 1 on the server, and local_infile=1"));
 }
 
 TEST_F(OnceTest, StatusShowsTheBatchAtWork) {

@@ -45,6 +45,12 @@ TEST_F(PageTest, AllIsWellOnlyWhileTheServiceRuns) {
   fs::remove("/tmp/midtable.lock");
 }
 
+TEST_F(PageTest, AMissingListOfNumberBlocksNeedsAHand) {
+  Log("tourlocaluser", "ErrLog", kBlocks + " stat faild:");
+  EXPECT_THAT(Page(0), AllOf(HasSubstr("Local users: " + kBlocks + " stat faild:"),
+                             HasSubstr("To do: Put the file into place.")));
+}
+
 TEST_F(PageTest, WritesNothingElseAndIsReadableByAll) {
   WriteFile(kPage, "what was there before\n");
   fs::create_hard_link(kPage, "/tmp/metrics/old");
@@ -144,6 +150,7 @@ TEST_F(PageTest, AServerThatIsGoneLeavesTheRest) {
   Fail(kFile, "its kind is not known");
   const std::string page = Page(2);
   EXPECT_THAT(page, HasSubstr("The server could not be asked: "));
+  EXPECT_THAT(page, HasSubstr(". To do: is the server up, and are host and port"));
   EXPECT_THAT(page, HasSubstr("What is shown is what an earlier look saw."));
   EXPECT_THAT(page, AllOf(HasSubstr("at most 12,345"), HasSubstr("its kind is not known")));
 }

@@ -22,7 +22,12 @@ class WhyAllTest : public MidtablectlTest {
     const Outcome run = Midtablectl({"why"});
     EXPECT_TRUE(run.status == status && run.errors.empty()) << run;
     const std::regex time(", last [0-9-]{10} at [0-9:]{8}\n");
-    return std::regex_replace(run.output, time, "\n");
+    return WithoutService(std::regex_replace(run.output, time, "\n"));
+  }
+  // No case has a service that runs, which the first paragraph tells.
+  static std::string WithoutService(const std::string& output) {
+    EXPECT_THAT(output, testing::StartsWith("The service is not running; "));
+    return output.substr(std::min(output.find("\n\n"), output.size() - 2) + 2);
   }
   static int Paragraphs(const std::string& told) {
     return static_cast<int>(std::count(told.begin(), told.end(), '>'));
@@ -63,6 +68,14 @@ TEST_F(WhyAllTest, AFailureThatTheLogDoesNotTell) {
                         "midtablectl why FILE\n");
 }
 
+TEST_F(WhyAllTest, ANameWithAQuoteIsFoundInTheLog) {
+  const std::string stem = kFolder + "1a2b3c4d-MEM_2012'<b>F-20121230-080000";
+  WriteFile(stem + ".err", "");
+  Log("Midtable", "ErrLog",
+      "file (" + stem + ".dat) set aside: name is not safe in a statement, refused");
+  EXPECT_THAT(Told(), HasSubstr("set aside: name is not safe"));
+}
+
 TEST_F(WhyAllTest, WhatIsHeldBackCountsItsFiles) {
   const std::string table = "table WLAN_1a2b3c4d.MEM_20121230_0000";
   Log("Midtable", "ErrLog", table + "F held back, 3 files wait: Unknown column 'x'");
@@ -96,6 +109,43 @@ TEST_F(WhyAllTest, NamesWithControlCharactersAreMadePrintable) {
   const std::string stem = kFile + "\x1b[31m";
   Fail(stem, "The table is full");
   EXPECT_THAT(Told(), testing::Not(HasSubstr("\x1b")));
+}
+
+TEST_F(WhyAllTest, AServiceThatIsDownIsToldWithTheEndOfTheRunLog) {
+  const std::string last = Log("Midtable", "ErrLog", "midtable Initialize failed");
+  EXPECT_THAT(Midtablectl({"why"}).output,
+              testing::StartsWith("The service is not running; what waits is taken once it is.\n"
+                                  "  the run log ends: " +
+                                  last + "  -> systemctl start midtable; "));
+}
+
+TEST_F(WhyAllTest, SettingsThatKeepTheServiceDown) {
+  WriteFile(kSettings, "host\n");
+  EXPECT_THAT(Midtablectl({"why"}).output,
+              HasSubstr("  the settings, " + kSettings +
+                        ", cannot be used\n  -> midtablectl check --offline names the line; "));
+}
+
+TEST_F(WhyAllTest, AMissingListOfNumberBlocksIsToldAsLongAsItLasts) {
+  Log("tourlocaluser", "ErrLog", kBlocks + " stat faild:", 1);
+  EXPECT_EQ(Told(0), "Nothing has failed, and nothing is held back.\n");
+  Log("tourlocaluser", "ErrLog", kBlocks + " stat faild:");
+  const std::string told = Told();
+  EXPECT_THAT(told,
+              testing::StartsWith("1 error about local users; files are loaded all the same\n"));
+  EXPECT_THAT(told, HasSubstr("\n  -> Put the file into place.\n"));
+}
+
+TEST_F(WhyAllTest, NamesThatTheServicePassesOver) {
+  WriteFile(kFile + ".DAT", "");
+  WriteFile(kFolder + "notes.txt", "");
+  const std::string told = Told();
+  EXPECT_THAT(told, testing::StartsWith("1 file never taken for its name\n  behind its time "));
+  EXPECT_THAT(told, HasSubstr("\n  " + kFile + ".DAT\n  -> rename it: id-table-YYYYMMDD-"));
+  EXPECT_EQ(Paragraphs(told), 1);
+  const Outcome one = Midtablectl({"why", kFile + ".DAT"});
+  EXPECT_EQ(one.status, 1);
+  EXPECT_THAT(one.output, HasSubstr("is never taken: behind its time "));
 }
 
 TEST_F(WhyAllTest, ARunLogThatCannotBeRead) {

@@ -11,6 +11,7 @@
 #include "midtablectl/advice.h"
 #include "midtablectl/local_time.h"
 #include "midtablectl/spool_scan.h"
+#include "midtablectl/text.h"
 #include "spool/mem_file.h"
 #include "support/names.h"
 
@@ -245,6 +246,15 @@ void AddFileNames(const std::string& text, std::set<std::string>& names) {
   }
 }
 
+std::set<std::string> FileNamesOf(const LogEntry& entry) {
+  std::set<std::string> names;
+  for (const MessageFormat& message : {kFileSetAside, kNameRefused}) {
+    if (const auto values = entry.ValuesOf(message)) names.emplace(FileNameOf(values->front()));
+  }
+  if (names.empty()) AddFileNames(entry.text, names);
+  return names;
+}
+
 bool TellOfConvertedRows(const std::vector<LogEntry>& entries) {
   return std::any_of(entries.begin(), entries.end(), [](const LogEntry& entry) {
     const auto refused = entry.ValuesOf(kStatementRefused);
@@ -279,9 +289,7 @@ const FailureReasons::Day& FailureReasons::LookUp(std::time_t time) {
     if (rewritten) day.named[std::string(FileNameOf(rewritten->path))] = i;
     if (!entry.IsError() || IsEndOfConversion(entry)) continue;
     if (EndsUnnamedFile(entry)) day.unnamed.push_back(i);
-    std::set<std::string> names;
-    AddFileNames(entry.text, names);
-    for (const std::string& name : names) day.named[name] = i;
+    for (const std::string& name : FileNamesOf(entry)) day.named[name] = i;
   }
   return day;
 }
@@ -291,7 +299,7 @@ const LogEntry* FailureReasons::Of(const std::string& path, std::time_t time) {
   const int second = SecondOf(LocalTime(time));
   for (const std::time_t day_time : {time, time - kDay}) {
     const Day& day = LookUp(day_time);
-    const auto named = day.named.find(std::string(FileNameOf(file.path)));
+    const auto named = day.named.find(OneLine(FileNameOf(file.path)));
     if (named != day.named.end()) return &day.entries[named->second];
     for (const std::size_t i : day.unnamed) {
       if (MayEnd(file, second, day.entries[i])) return &day.entries[i];

@@ -33,6 +33,10 @@ bool TellOfConvertedRows(const std::vector<LogEntry>& entries);
 // behind its folder or in quotes.
 void AddFileNames(const std::string& text, std::set<std::string>& names);
 
+// The names of the mem files that an entry is about, as the log shows them. Between the two texts
+// of a message a name is found as it is, elsewhere only where it has no quotes in it.
+std::set<std::string> FileNamesOf(const LogEntry& entry);
+
 // Tells of many failed files why each of them failed. The run log of a day is read once.
 class FailureReasons {
  public:

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -75,6 +76,22 @@ std::optional<std::uint64_t> CountFailed(const std::string& id) {
       std::count_if(names.begin(), names.end(), [&names](const std::string& name) {
         return name.ends_with(".err") && StateOf(name, names) == FileState::kFailed;
       }));
+}
+
+const char* WhyNeverTaken(const SpoolEntry& file) {
+  if (file.state != FileState::kOther || !Lower(file.name).ends_with(".dat")) return nullptr;
+  return MemFileNameFault(file.name);
+}
+
+std::vector<std::string> FullFolders() {
+  std::vector<std::string> full;
+  for (const std::string& folder : {std::string(paths::kSpool), std::string(paths::kRunLogDir)}) {
+    struct statvfs room {};
+    if (statvfs(folder.c_str(), &room) == 0 && room.f_blocks > 0 && room.f_bavail == 0) {
+      full.push_back(folder);
+    }
+  }
+  return full;
 }
 
 std::string DatabaseFolder::Path() const { return paths::kSpool + id + "/"; }

@@ -50,6 +50,13 @@ struct Spool {
   std::vector<std::string> others;      // names in the spool that the service passes over
 };
 
+// Why the service passes the file over, which looks like a mem file with a wrong name; null for any
+// other.
+const char* WhyNeverTaken(const SpoolEntry& file);
+
+// Of the spool and the folder of the run log, those whose file system has no room left.
+std::vector<std::string> FullFolders();
+
 // The ids of the folders that the service looks into, sorted. `error` becomes 0, or errno when the
 // spool cannot be listed.
 std::vector<std::string> ListIds(int& error);

@@ -8,6 +8,7 @@
 #include <map>
 #include <vector>
 
+#include "config/dbinfo.h"
 #include "log/zux_center_log.h"
 #include "midtablectl/advice.h"
 #include "midtablectl/failure.h"
@@ -15,6 +16,7 @@
 #include "midtablectl/local_time.h"
 #include "midtablectl/server.h"
 #include "midtablectl/spool_scan.h"
+#include "midtablectl/state_file.h"
 #include "midtablectl/text.h"
 #include "support/paths.h"
 
@@ -128,6 +130,15 @@ void AddHeld(std::time_t now, Overview& overview, std::string& error) {
   }
 }
 
+void AddRegistry(std::time_t now, Overview& overview, std::string& error) {
+  for (const LogEntry& entry : RegistryErrors(now, error)) {
+    Trouble trouble =
+        Of(entry, TimeOf(entry, now), "about local users; files are loaded all the same");
+    trouble.noun = "error";
+    overview.Add(ReasonOf(entry), trouble);
+  }
+}
+
 void AddFailed(const Spool& spool, Overview& overview, std::string& error) {
   FailureReasons reasons;
   for (const DatabaseFolder& folder : spool.folders) {
@@ -153,6 +164,27 @@ void AddFailed(const Spool& spool, Overview& overview, std::string& error) {
     }
   }
   if (error.empty()) error = reasons.error();
+}
+
+// Files that no log tells of: the service passes them over in silence.
+void AddNeverTaken(const Spool& spool, Overview& overview) {
+  for (const DatabaseFolder& folder : spool.folders) {
+    for (const SpoolEntry& file : folder.files) {
+      const char* const fault = WhyNeverTaken(file);
+      if (fault == nullptr) continue;
+      overview.Add(fault, {"never taken for its name", 1, "file", file.status.st_ctime, fault,
+                           folder.Path() + file.name,
+                           "rename it: id-table-YYYYMMDD-HHMMSS.dat, see mem-file.md"});
+    }
+  }
+}
+
+void AddFullDisks(std::time_t now, Overview& overview) {
+  for (const std::string& folder : FullFolders()) {
+    overview.Add("disk",
+                 {"full", 1, "disk", now, "producers cannot write there, nor the run log", folder,
+                  "delete old .mid files and run logs, or give the file system more room"});
+  }
 }
 
 // The mem tables whose conversion failed, each with the last case.
@@ -192,14 +224,39 @@ void AddConversions(std::time_t now, Overview& overview, std::string& error) {
   }
 }
 
+// Settings that cannot be used end the service before it has a run log; else its last line tells
+// most.
+void TellOfService(std::time_t now, Console& console) {
+  if (LookAtServiceLock().held) return;
+  console.out << "The service is not running; what waits is taken once it is.\n";
+  CDBInfo settings(paths::kSettingsFile);
+  if (!settings.readConfig()) {
+    console.out
+        << "  the settings, " << paths::kSettingsFile
+        << ", cannot be used\n  -> midtablectl check --offline names the line; mend it, then "
+           "systemctl start midtable\n\n";
+    return;
+  }
+  RunLog log = ReadLogOf(now);
+  if (log.entries.empty()) log = ReadLogOf(now - kDay);
+  if (!log.entries.empty()) {
+    console.out << "  the run log ends: " << ShownLine(log.entries.back()) << '\n';
+  }
+  console.out << "  -> systemctl start midtable; if it ends again, journalctl -u midtable says "
+                 "why\n\n";
+}
+
 void Print(const Trouble& trouble, Console& console) {
   const std::tm when = LocalTime(trouble.newest);
   console.out << Count(trouble.files, trouble.noun) << ' ' << trouble.state
               << Format(", last %04d-%02d-%02d at %02d:%02d:%02d\n", when.tm_year + 1900,
                         when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec);
   if (!trouble.line.empty()) console.out << "  " << trouble.line << '\n';
-  console.out << "  " << (trouble.files == 1 ? "" : "for instance ") << OneLine(trouble.example)
-              << "\n  -> " << OneLine(trouble.remedy) << "\n\n";
+  if (!trouble.example.empty()) {
+    console.out << "  " << (trouble.files == 1 ? "" : "for instance ") << OneLine(trouble.example)
+                << '\n';
+  }
+  console.out << "  -> " << OneLine(trouble.remedy) << "\n\n";
 }
 
 }  // namespace
@@ -212,7 +269,11 @@ Status WhyAll(Console& console) {
   Overview overview;
   AddHeld(now, overview, error);
   AddConversions(now, overview, error);
+  AddRegistry(now, overview, error);
   AddFailed(spool, overview, error);
+  AddNeverTaken(spool, overview);
+  AddFullDisks(now, overview);
+  TellOfService(now, console);
   const std::vector<Trouble> troubles = overview.NewestFirst();
   for (const Trouble& trouble : troubles) Print(trouble, console);
   if (!error.empty()) {

@@ -66,17 +66,6 @@ std::string ReasonText(const LogEntry& entry, const std::string& name) {
   return OneLine(lines.empty() ? "" : lines[0].substr(0, kReasonLength));
 }
 
-// The names of the files that the entry is about. Between the two texts of a message a name is
-// found as it is, elsewhere only where it has no quotes in it.
-std::set<std::string> NamesIn(const LogEntry& entry) {
-  std::set<std::string> names;
-  for (const MessageFormat& message : {kFileSetAside, kNameRefused}) {
-    if (const auto values = entry.ValuesOf(message)) names.emplace(FileNameOf(values->front()));
-  }
-  if (names.empty()) AddFileNames(entry.text, names);
-  return names;
-}
-
 std::string Remedy(const LogEntry& entry) {
   if (std::string advice = ServerAdvice(entry.text); !advice.empty()) return advice;
   const Message* message = FindMessage(entry);
@@ -92,7 +81,7 @@ void ReadReasons(std::time_t day, const std::set<std::string>& names, Reasons& r
   std::map<std::string, const LogEntry*> last;
   for (const LogEntry& entry : log.entries) {
     if (!entry.IsError()) continue;
-    for (const std::string& name : NamesIn(entry)) {
+    for (const std::string& name : FileNamesOf(entry)) {
       if (names.contains(name)) last[name] = &entry;
     }
   }

@@ -74,6 +74,7 @@ bool WritePage(const std::string& path, const SystemStatus& status,
   const Spool spool = SpoolOf(page);
   page.host = HostName();
   page.failures = GroupFailures(spool);
+  page.registry_errors = RegistryErrors(status.time, page.failures.log_error);
   page.history = ReadHistory(path, page.history_note);
   if (!page.history_note.empty()) console.err << page.history_note << '\n';
   const std::optional<RowCounts> rows = NewRows(page, spool);

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "midtablectl/page/failures.h"
 #include "midtablectl/page/history.h"
@@ -18,6 +19,8 @@ struct Page {
   History history;
   Failures failures;
   std::optional<ServiceState> service;  // what a service that runs tells of itself
+  // What is wrong with the list of local users, which no file waits for.
+  std::vector<LogEntry> registry_errors;
   std::string host;
   std::string history_note;  // what became of a history that could not be used
   std::string totals_error;  // why the totals of the mid tables are not those of this moment

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "log/zux_center_log.h"
+#include "midtablectl/advice.h"
 #include "midtablectl/figures.h"
 #include "midtablectl/page/page.h"
 #include "midtablectl/page/sections.h"
@@ -33,11 +34,19 @@ std::vector<Problem> ProblemsOf(const Page& page) {
   };
   const auto closed = std::count_if(status.databases.begin(), status.databases.end(),
                                     [](const DatabaseStatus& one) { return one.error != 0; });
-  add(!status.running, "The service is not running.", "figures");
+  add(!status.running,
+      "The service is not running. To do: systemctl start midtable; journalctl -u midtable says "
+      "why "
+      "it ended.",
+      "figures");
   add(status.spool_error != 0,
       std::string("The spool cannot be read: ") + std::strerror(status.spool_error) + ".",
       "devices");
-  add(!status.server_error.empty(), "The server cannot be asked: " + status.server_error, "totals");
+  const std::string remedy = ServerAdvice(status.server_error);
+  add(!status.server_error.empty(),
+      "The server cannot be asked: " + status.server_error +
+          (remedy.empty() ? "" : ". To do: " + remedy),
+      "totals");
   add(!status.log_error.empty(), "The run log cannot be read: " + status.log_error, "trouble");
   add(closed > 0,
       Count(static_cast<std::size_t>(closed), "folder") + " of the spool cannot be read.",
@@ -47,6 +56,19 @@ std::vector<Problem> ProblemsOf(const Page& page) {
       "trouble");
   add(total.oldest_seconds.value_or(0) > kLongWaitSeconds,
       "The oldest file has waited for " + Oldest(total) + ".", "devices");
+  for (const std::string& folder : FullFolders()) {
+    add(true,
+        "The disk of " + folder +
+            " is full. To do: delete old .mid files and run logs, or give it room.",
+        "figures");
+  }
+  for (const LogEntry& entry : page.registry_errors) {
+    const Message* const message = FindMessage(entry);
+    add(true,
+        "Local users: " + OneLine(entry.text) +
+            (message == nullptr ? "" : " " + message->meaning + " To do: " + message->action),
+        "figures");
+  }
   return problems;
 }
 

@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "log/zux_center_log.h"
+#include "midtablectl/advice.h"
 #include "midtablectl/figures.h"
 #include "midtablectl/page/charts.h"
 #include "midtablectl/page/day_totals.h"
@@ -136,7 +137,10 @@ void WriteHeld(Html& html, const Page& page) {
     {
       const auto cell = html.Begin("td", {{"role", "cell"}, {"class", "wide"}});
       html.Text(held.reason);
-      html.Element("small", held.what);
+      const auto more = html.Begin("small");
+      const std::string remedy = ServerAdvice(held.reason);
+      if (!remedy.empty()) html.Text("To do: " + remedy + " ");
+      html.Element("code", held.what);
     }
     html.Element("td", held.files, {{"role", "cell"}, {"class", "n bad"}, {"data-label", "Files"}});
     html.Element("td", HeldSince(page, held.what),
