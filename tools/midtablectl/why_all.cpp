@@ -181,9 +181,10 @@ void AddNeverTaken(const Spool& spool, Overview& overview) {
 
 void AddFullDisks(std::time_t now, Overview& overview) {
   for (const std::string& folder : FullFolders()) {
-    overview.Add("disk",
-                 {"full", 1, "disk", now, "producers cannot write there, nor the run log", folder,
-                  "delete old .mid files and run logs, or give the file system more room"});
+    overview.Add(
+        "folder",
+        {"on a full disk", 1, "folder", now, "producers cannot write there, nor the run log",
+         folder, "delete old .mid files and run logs, or give the file system more room"});
   }
 }
 
