@@ -36,8 +36,7 @@ std::vector<Problem> ProblemsOf(const Page& page) {
                                     [](const DatabaseStatus& one) { return one.error != 0; });
   add(!status.running,
       "The service is not running. To do: systemctl start midtable; journalctl -u midtable says "
-      "why "
-      "it ended.",
+      "why it ended.",
       "figures");
   add(status.spool_error != 0,
       std::string("The spool cannot be read: ") + std::strerror(status.spool_error) + ".",
