@@ -119,7 +119,9 @@ FlaggedRecords::FlaggedRecords(int fd, std::string path, FlagOf flag_of)
 
 FlaggedRecords::~FlaggedRecords() = default;
 
-std::uint64_t FlaggedRecords::bytesRead() const { return m_reader->bytesRead(); }
+std::uint64_t FlaggedRecords::bytesRead() const {
+  return m_reader != nullptr ? m_reader->bytesRead() : m_bytes_read;
+}
 
 // A line without any field is left out without being counted as lost: an empty line has no record
 // that an operator could miss.
@@ -131,6 +133,7 @@ FlaggedRecords::Result FlaggedRecords::Next(std::string_view& record) {
     const auto result = m_reader->Next(line);
     if (result == LineReader::Result::kEnd) {
       m_ended = true;
+      m_bytes_read = m_reader->bytesRead();
       m_reader.reset();
       return Result::kEnd;
     }

@@ -60,6 +60,7 @@ class FlaggedRecords {
   const FlagOf m_flag_of;
   const int m_fd;
   bool m_ended = false;
+  std::uint64_t m_bytes_read = 0;        // known at the end
   std::unique_ptr<LineReader> m_reader;  // between the first record and the end
   std::string m_text;                    // the record at hand; keeps its memory
   int m_line = 0;
