@@ -84,8 +84,8 @@ int LoadSource::ReadSome(char* buffer, unsigned int size) {
   return static_cast<int>(part);
 }
 
-// The client library asks for small pieces; the system is asked for large ones. The memory goes back
-// at the end of the file, since hundreds of files are held open for one batch.
+// The client library asks for small pieces; the system is asked for large ones. The memory goes
+// back at the end of the file, since hundreds of files are held open for one batch.
 bool LoadSource::Fill() {
   constexpr std::size_t kPiece = 128UL * 1024;
   if (m_piece == nullptr) m_piece = std::make_unique_for_overwrite<char[]>(kPiece);

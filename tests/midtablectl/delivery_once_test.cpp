@@ -93,7 +93,8 @@ class CheckOnce : public OnceTest, public testing::WithParamInterface<Case> {};
 
 TEST_P(CheckOnce, Finds) {
   GetParam().SetUp();
-  ExpectFindings(Midtablectl({"check"}), GetParam().lines);
+  const Words expected = WithWords(GetParam().lines);
+  ExpectFindings(Midtablectl({"check"}), expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -231,6 +231,17 @@ class MidtablectlServerTest : public MidtablectlTest {
     const std::string before = " failed, error:";
     return error.substr(error.rfind(before) + before.size());
   }
+  // "PORT" in a line stands for the server's, and a statement in braces for its words on that.
+  Words WithWords(Words lines) const {
+    for (std::string& line : lines) {
+      line = std::regex_replace(line, std::regex("PORT"), port);
+      const std::size_t open = line.find('{');
+      const std::size_t close = line.find('}');
+      if (close == std::string::npos) continue;
+      line.replace(open, close + 1 - open, WordsOn(line.substr(open + 1, close - open - 1)));
+    }
+    return lines;
+  }
 
   MariadbServer& server = MariadbServer::Get();
   const std::string port = std::to_string(server.Auth().port);
