@@ -1,5 +1,6 @@
 // What `midtablectl setup` refuses, and that it has changed nothing then.
 #include "midtablectl/setup_fixture.h"
+#include "testing/certificates.h"
 
 namespace {
 
@@ -137,6 +138,27 @@ TEST_F(SetupTest, APasswordOfTheSettingsReachesTheServerWhole) {
   server.Run("drop user reporter@'127.0.0.1'");
   Replace(kSettings, "password=" + Setting("password"), R"(password=it's "\n` & more)");
   ExpectReady(Setup({"--yes"}));
+}
+
+// A server that offers TLS.
+class SetupOverTls : public SetupTest {
+ protected:
+  static void SetUpTestSuite() {
+    certificates::Make();
+    certificates::PutInUse("good");
+    MariadbServer::Get().Kill();
+    MariadbServer::Get().Start(certificates::ServerOptions());
+  }
+};
+
+TEST_F(SetupOverTls, AnAdministratorWhoMayComeOverTlsOnlyIsToldSo) {
+  MakeAdministrator("all on *.*");
+  server.Run("alter user poor@'%' require ssl");
+  const Outcome run =
+      Setup({"--yes", "--admin-defaults-file", "/tmp/admin.cnf", "--devices", "1a2b3c4d"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_THAT(run.errors, testing::HasSubstr(" -> user or password is wrong, or the server takes "
+                                             "this login over TLS only: see CLIENT OPTIONS"));
 }
 
 }  // namespace

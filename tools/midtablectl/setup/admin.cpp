@@ -68,13 +68,15 @@ std::unique_ptr<CSqlBase> Connect(const Target& target, const MYSQLAUTH& login,
       if (IsTheServer(*sql, way, target)) return sql;
       words = "the local socket leads to another server";
     } else if (!IsDenied(words)) {
-      words = SplitRemedy(ServerWords(sql->getLastError())).first;
+      words = ServerWords(sql->getLastError());
     }
   }
   return nullptr;
 }
 
-std::string Advice(const std::string& words) {
+// Without a password, TLS is not what a refused login lacks first.
+std::string Advice(const std::string& words, const std::string& remedy, bool has_password) {
+  if (!remedy.empty() && (has_password || !IsDenied(words))) return remedy;
   if (IsDenied(words) || words.find("not allowed") != std::string::npos) {
     return "run this as root where root needs no password, or give a login: --admin-defaults-file "
            "FILE, with user and password in its group [client]";
@@ -104,8 +106,10 @@ std::string LogIn(const SetupOptions& options, const Target& target, Console& co
     administrator.sql = Connect(target, login, words);
   }
   if (administrator.sql == nullptr) {
+    const auto [said, remedy] = SplitRemedy(words);
     return "no login as " + OneLine(login.user) + " at " + OneLine(login.host) + " port " +
-           std::to_string(login.port) + ": " + OneLine(words) + " -> " + Advice(words);
+           std::to_string(login.port) + ": " + OneLine(said) + " -> " +
+           Advice(said, remedy, !login.password.empty());
   }
   administrator.user = login.user;
   // Quotes and backslashes mean the same in every statement that follows.
