@@ -119,8 +119,6 @@ FlaggedRecords::FlaggedRecords(int fd, std::string path, FlagOf flag_of)
 
 FlaggedRecords::~FlaggedRecords() = default;
 
-std::uint64_t FlaggedRecords::bytesRead() const { return m_reader->bytesRead(); }
-
 // A line without any field is left out without being counted as lost: an empty line has no record
 // that an operator could miss.
 FlaggedRecords::Result FlaggedRecords::Next(std::string_view& record) {
@@ -129,6 +127,7 @@ FlaggedRecords::Result FlaggedRecords::Next(std::string_view& record) {
   for (;;) {
     std::string_view line;
     const auto result = m_reader->Next(line);
+    m_bytes_read = m_reader->bytesRead();
     if (result == LineReader::Result::kEnd) {
       m_ended = true;
       m_reader.reset();

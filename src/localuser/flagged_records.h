@@ -47,8 +47,8 @@ class FlaggedRecords {
 
   // Of the lines so far.
   const FlagCounts& counts() const { return m_counts; }
-  // Bytes of the file that were read, some of them ahead.
-  std::uint64_t bytesRead() const;
+  // Bytes of the file that were read, some of them ahead. Asked at any time, after the end too.
+  std::uint64_t bytesRead() const { return m_bytes_read; }
 
  private:
   class LineReader;
@@ -62,6 +62,7 @@ class FlaggedRecords {
   bool m_ended = false;
   std::unique_ptr<LineReader> m_reader;  // between the first record and the end
   std::string m_text;                    // the record at hand; keeps its memory
+  std::uint64_t m_bytes_read = 0;
   int m_line = 0;
   FlagCounts m_counts;
 };
