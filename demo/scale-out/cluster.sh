@@ -6,8 +6,11 @@
 start_node() {  # start_node NUMBER [OPTION]
   local name=node$1 position=
   if [ -d "$stage/$name/server/data" ]; then
-    position=$(on "$name" /usr/sbin/mariadbd --no-defaults --datadir="$stage/$name/server/data" \
-      --wsrep-recover --socket="$stage/$name/tmp/recovery" 2>&1 | sed -n 's/.*Recovered position: *//p')
+    on "$name" /usr/sbin/mariadbd --no-defaults --datadir="$stage/$name/server/data" --wsrep-on=ON \
+      --wsrep-provider=/usr/lib/galera/libgalera_smm.so --binlog-format=ROW --wsrep-recover --skip-networking \
+      --socket="$stage/$name/tmp/recovery" >"$stage/$name/recovery.txt" 2>&1 || true
+    position=$(sed -n 's/.*Recovered position: *//p' "$stage/$name/recovery.txt")
+    echo "    $name recovers position ${position:-nowhere: $(tail -1 "$stage/$name/recovery.txt")}"
   fi
   start_server "$name" node "$@" ${position:+--wsrep-start-position="$position"}
   wait_until "$name is ready" is_ready "$name"

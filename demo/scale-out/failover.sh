@@ -2,6 +2,7 @@
 # and come back, and nobody does anything about it.
 # shellcheck shell=bash disable=SC1091,SC2154
 source "$here/cluster.sh"
+source "$here/two_sessions.sh"
 
 failover() {
   step "Fail-over: two appliances, a proxy, a cluster of three nodes and an arbitrator"
@@ -18,6 +19,7 @@ failover() {
   # Each step takes the files of some hours of all days. The mem tables are there after the first.
   step "The files of the evenings, through the proxy"
   load_hours 20
+  show_two_sessions
   leave_a_load_behind 00
   leave_a_commit_behind 04
   kill_node node1 08
@@ -25,6 +27,7 @@ failover() {
   bring_back 1 16
   bring_back 2
   for machine in a b; do stop_service $machine; done
+  show_what_was_found 04
   compare_nodes
   stop_cluster
 }
@@ -37,34 +40,33 @@ load_hours() {
   feed_hours b "$1"
   wait_for_both
 }
-# And until the ledgers say that all mem tables are empty: a new session empties those that are not, and would
-# wait for a record that is held.
 wait_for_both() {
   local machine
   for machine in a b; do
     wait_until "$machine has counted its files" has_none_waiting $machine
-    wait_until "$machine has settled" has_settled $machine
   done
-}
-has_settled() {
-  [ "$(use proxy && sql -N -e "select count(*) from WLAN_${ids[$1]}.midtable_ledger
-       where kind = 'M' and state = 'C'" 2>>"$stage/proxy/away.txt")" = 0 ]
 }
 
 # The files of a for an hour. Another session holds a record of the last of them, so that the load waits
-# in the middle of the file.
+# in the middle of the file. The mem table must be noted as empty: a new session would empty it otherwise,
+# and end the one that holds the record.
 stop_in_a_load() {  # stop_in_a_load NODE HOUR
-  local file record
+  local file table record
   wait_until "the proxy leads to $1" leads_to "$1"
   file=$(printf '%s\n' "$sample/spool/${ids[a]}"/*"_$2""00F"-*.dat | tail -1)
+  table=$(mem_table "$(basename "$file")")
+  wait_until "$table is noted as empty" is_noted_as_empty "$1" "$table"
   record=$(sed -n "$(($(wc -l <"$file") / 2))p" "$file" | cut -f 1)
   query "$1" "set sql_mode = ''; begin;
-              insert into $(mem_table "$(basename "$file")") (record_id, start_time) values ($record, now());
+              insert into $table (record_id, start_time) values ($record, now());
               do sleep($patience)" >"$stage/holder.txt" 2>&1 &
   wait_until "the record is held" has_transactions "$1" "trx_rows_modified = 1"
   feed_hours a "$2"
   wait_until "the load waits" has_transactions "$1" "trx_state = 'LOCK WAIT'"
   echo "    a is in the middle of $(basename "$file")"
+}
+is_noted_as_empty() {  # is_noted_as_empty NODE TABLE
+  [ "$(query "$1" "select state from ${2%.*}.midtable_ledger where kind = 'M' and name = '${2#*.}'")" = E ]
 }
 mem_table() { echo "WLAN_${1:0:8}.${1:9:13}000${1:25:2}"; }  # mem_table FILE
 has_transactions() {  # has_transactions NODE CONDITION
@@ -83,7 +85,8 @@ leave_a_load_behind() {  # leave_a_load_behind HOUR
   step "The proxy loses node1 while a's load is at work there, and leads to the next node"
   stop_in_a_load node1 "$1"
   cut_off node1
-  load_hours "$1"
+  feed_hours b "$1"
+  wait_for_both
   wait_until "the left transaction is rolled back" has_no_transaction node1
   echo "    all is counted on $(writer); the left transaction on node1 is rolled back"
   let_it_go_on node1
@@ -103,16 +106,29 @@ leave_a_commit_behind() {  # leave_a_commit_behind HOUR
   cut_off node1
   wait_until "a's new session waits on node2" has_begun_anew
   kill -CONT "$frozen"
-  load_hours "$1"
-  echo "    all is counted; $(cat "$stage"/a/vqlog/log/midtable/*.log | grep -c 'is counted already' || true) files" \
-    "by the first commit, as the second session found"
+  feed_hours b "$1"
+  wait_for_both
+  echo "    all is counted"
+  wait_until "node3 takes part again" takes_part_again
   connect_again node1
+}
+takes_part_again() { is_synced node3 && has_votes 4; }
+
+# The run log has such lines for certain once the service has ended.
+show_what_was_found() {  # show_what_was_found HOUR
+  local found
+  found=$(cat "$stage"/a/vqlog/log/midtable/*.log | grep -c "_$1.*is counted already") ||
+    problems+=("the next session found nothing of the commit whose answer was lost")
+  step "Of the files at the commit whose answer was lost, the next session has found $found in the ledger"
 }
 has_statement() {  # has_statement NODE BEGINNING
   [ "$(query "$1" "select count(*) from information_schema.processlist where info like '$2%'")" != 0 ]
 }
-# Unless the cluster has given up node3 already.
-has_begun_anew() { has_statement node2 "create table if not exists midtable_ledger" || has_none_waiting a; }
+# Its first statement for all nodes waits there, unless the cluster has given up node3 already.
+has_begun_anew() {
+  [ "$(query node2 "select count(*) from information_schema.processlist
+                    where user = 'midtable' and info is not null and time_ms > 300")" != 0 ] || has_none_waiting a
+}
 
 kill_node() {  # kill_node NODE HOUR
   local begun loaded
