@@ -19,7 +19,7 @@ class SetupTest : public MidtablectlTest {
   }
 
   // A run for a new login, by the server's root, who needs no password here.
-  Outcome Setup(const Words& more = {"--yes", "--devices", "1a2b3c4d", "5e6f7a8b"}) const {
+  Outcome RunSetup(const Words& more = {"--yes", "--devices", "1a2b3c4d", "5e6f7a8b"}) const {
     Words arguments = {"setup", "--port", port, "--user", "reporter"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return Midtablectl(arguments);

@@ -29,7 +29,7 @@ class SetupRefusal : public SetupTest, public testing::WithParamInterface<Refusa
 TEST_P(SetupRefusal, ChangesNothing) {
   for (const Step& step : GetParam().steps) step();
   const Words before = State();
-  ExpectRefusal(Setup(GetParam().options), GetParam().words, before);
+  ExpectRefusal(RunSetup(GetParam().options), GetParam().words, before);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -99,7 +99,7 @@ TEST_F(SetupTest, AnAdministratorsFileThatOthersMayReadIsRefused) {
   fs::permissions("/tmp/admin.cnf", fs::perms(0644));
   const Words before = State();
   ExpectRefusal(
-      Setup({"--yes", "--admin-defaults-file", "/tmp/admin.cnf", "--devices", "1a2b3c4d"}),
+      RunSetup({"--yes", "--admin-defaults-file", "/tmp/admin.cnf", "--devices", "1a2b3c4d"}),
       "/tmp/admin.cnf: everybody on this machine may read the password -> chmod 600", before);
 }
 
@@ -112,14 +112,14 @@ TEST_F(SetupTest, AUserOfTwoLinesIsRefused) {
 TEST_F(SetupTest, AnAdministratorWithoutAnyRightIsToldSo) {
   MakeAdministrator("usage on *.*");
   const Outcome run =
-      Setup({"--yes", "--admin-defaults-file", "/tmp/admin.cnf", "--devices", "1a2b3c4d"});
+      RunSetup({"--yes", "--admin-defaults-file", "/tmp/admin.cnf", "--devices", "1a2b3c4d"});
   EXPECT_EQ(run.status, 3) << "folders and files were made";
   EXPECT_THAT(run.errors, testing::HasSubstr("this login may not do that: take an administrator"));
 }
 
 TEST_F(SetupTest, AResetGivesALoginThatIsThereANewPassword) {
   server.Run("create user reporter@'%' identified by 'other'");
-  const Outcome run = Setup({"--yes", "--reset-password", "--devices", "1a2b3c4d"});
+  const Outcome run = RunSetup({"--yes", "--reset-password", "--devices", "1a2b3c4d"});
   ExpectReady(run);
   EXPECT_THAT(run.output,
               testing::HasSubstr("  alter user 'reporter'@'%' identified by ********;\n"));
@@ -134,10 +134,10 @@ TEST_F(SetupTest, NamesWithQuotesReachTheServerWhole) {
 }
 
 TEST_F(SetupTest, APasswordOfTheSettingsReachesTheServerWhole) {
-  ExpectReady(Setup());
+  ExpectReady(RunSetup());
   server.Run("drop user reporter@'127.0.0.1'");
   Replace(kSettings, "password=" + Setting("password"), R"(password=it's "\n` & more)");
-  ExpectReady(Setup({"--yes"}));
+  ExpectReady(RunSetup({"--yes"}));
 }
 
 // A server that offers TLS.
@@ -155,7 +155,7 @@ TEST_F(SetupOverTls, AnAdministratorWhoMayComeOverTlsOnlyIsToldSo) {
   MakeAdministrator("all on *.*");
   server.Run("alter user poor@'%' require ssl");
   const Outcome run =
-      Setup({"--yes", "--admin-defaults-file", "/tmp/admin.cnf", "--devices", "1a2b3c4d"});
+      RunSetup({"--yes", "--admin-defaults-file", "/tmp/admin.cnf", "--devices", "1a2b3c4d"});
   EXPECT_EQ(run.status, 2);
   EXPECT_THAT(run.errors, testing::HasSubstr(" -> user or password is wrong, or the server takes "
                                              "this login over TLS only: see CLIENT OPTIONS"));

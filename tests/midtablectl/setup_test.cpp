@@ -21,7 +21,7 @@ void Eventually(const std::string& command) {
 // --- from an empty machine to rows
 
 TEST_F(SetupTest, TheServiceCountsAFileRightAfterIt) {
-  ExpectReady(Setup());
+  ExpectReady(RunSetup());
   WriteFile(kFile + ".tmp",
             "1000000\t800138000\t2012-12-30 02:01:07\t1059\t10.41.143.78\t68:ed:3d:00:d1:34\t"
             "ap-103\tstaff\tweb\t5\t6\n");
@@ -35,12 +35,12 @@ TEST_F(SetupTest, TheServiceCountsAFileRightAfterIt) {
 }
 
 TEST_F(SetupTest, TheOtherWayOfCountingIsSetUpTheSameWay) {
-  ExpectReady(Setup({"--yes", "--delivery", "none", "--devices", "1a2b3c4d"}));
+  ExpectReady(RunSetup({"--yes", "--delivery", "none", "--devices", "1a2b3c4d"}));
   EXPECT_EQ(Setting("delivery"), "");
 }
 
 TEST_F(SetupTest, ThePasswordIsInTheSettingsAlone) {
-  const Outcome run = Setup();
+  const Outcome run = RunSetup();
   const std::string password = Setting("password");
   EXPECT_GE(password.size(), 24U);
   EXPECT_EQ(ModeOf(kSettings), 0600U);
@@ -50,7 +50,7 @@ TEST_F(SetupTest, ThePasswordIsInTheSettingsAlone) {
 }
 
 TEST_F(SetupTest, FoldersHaveTheirModes) {
-  Setup();
+  RunSetup();
   EXPECT_EQ(ModeOf(kSpool), 0755U);
   EXPECT_EQ(ModeOf(kOtherFolder), 0755U);
   EXPECT_EQ(ModeOf(kRunLog), 0750U);
@@ -88,9 +88,9 @@ TEST_F(SetupTest, ATypedPasswordIsNotShown) {
 // --- what is there stays
 
 TEST_F(SetupTest, ASecondRunChangesNothing) {
-  ExpectReady(Setup());
+  ExpectReady(RunSetup());
   const Words before = State();
-  const Outcome again = Setup({"--yes"});
+  const Outcome again = RunSetup({"--yes"});
   ExpectReady(again);
   EXPECT_THAT(again.output, testing::StartsWith("All is there; nothing to do.\n"));
   EXPECT_EQ(State(), before);
@@ -98,7 +98,7 @@ TEST_F(SetupTest, ASecondRunChangesNothing) {
 
 TEST_F(SetupTest, ADryRunLeavesNothing) {
   const Words before = State();
-  const Outcome run = Setup({"--dry-run", "--devices", "1a2b3c4d"});
+  const Outcome run = RunSetup({"--dry-run", "--devices", "1a2b3c4d"});
   EXPECT_TRUE(run.status == 0 && run.errors.empty()) << run;
   EXPECT_THAT(run.output, HasSubstr("create table if not exists `WLAN_1a2b3c4d`.`T_FLOW1Y_" +
                                     Year(1) + "` (\n"));
@@ -107,7 +107,7 @@ TEST_F(SetupTest, ADryRunLeavesNothing) {
 
 TEST_F(SetupTest, NothingIsDoneWithoutAnAnswer) {
   const Words before = State();
-  const Outcome run = Setup({"--devices", "1a2b3c4d"});
+  const Outcome run = RunSetup({"--devices", "1a2b3c4d"});
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.output, testing::EndsWith("\nNothing done. With --yes it is done.\n"));
   EXPECT_EQ(State(), before);
@@ -115,16 +115,16 @@ TEST_F(SetupTest, NothingIsDoneWithoutAnAnswer) {
 
 TEST_F(SetupTest, FilesOfTheOperatorAreLeftAlone) {
   WriteFile(kBlocks, "1380013,mine\n");
-  const Outcome run = Setup();
+  const Outcome run = RunSetup();
   ExpectReady(run);
   EXPECT_EQ(ReadFile(kBlocks), "1380013,mine\n");
   EXPECT_THAT(run.output, Not(HasSubstr(kBlocks)));
 }
 
 TEST_F(SetupTest, AnotherDeviceIsAddedToAnInstallation) {
-  ExpectReady(Setup({"--yes", "--devices", "1a2b3c4d"}));
+  ExpectReady(RunSetup({"--yes", "--devices", "1a2b3c4d"}));
   const std::string password = Setting("password");
-  ExpectReady(Setup({"--yes", "--devices", "5e6f7a8b"}));
+  ExpectReady(RunSetup({"--yes", "--devices", "5e6f7a8b"}));
   EXPECT_EQ(ListFolder(kSpool), (Words{"1a2b3c4d", "5e6f7a8b"}));
   EXPECT_EQ(server.Run("show tables in WLAN_5e6f7a8b").size(), 4U);
   EXPECT_EQ(Setting("password"), password);
@@ -135,21 +135,21 @@ TEST_F(SetupTest, AnotherDeviceIsAddedToAnInstallation) {
 TEST_F(SetupTest, AFailureHalfWayIsFinishedByTheSameCommand) {
   MakeAdministrator("select, create on *.*");
   const Outcome half =
-      Setup({"--yes", "--devices", "1a2b3c4d", "--admin-defaults-file", "/tmp/admin.cnf"});
+      RunSetup({"--yes", "--devices", "1a2b3c4d", "--admin-defaults-file", "/tmp/admin.cnf"});
   EXPECT_EQ(half.status, 3) << half;
   EXPECT_THAT(half.errors, HasSubstr("\"create user 'reporter'@'127.0.0.1' identified by ********\""
                                      " fails: Access denied"));
   EXPECT_THAT(half.errors, HasSubstr(" steps are done and stay. When it is mended, the same "
                                      "command does the rest.\n"));
   const std::string password = Setting("password");
-  ExpectReady(Setup({"--yes"}));
+  ExpectReady(RunSetup({"--yes"}));
   EXPECT_EQ(Setting("password"), password);
 }
 
 TEST_F(SetupTest, PrivilegesThatWereTakenAwayComeBack) {
-  Setup();
+  RunSetup();
   server.Run("revoke delete on `WLAN\\_%`.* from reporter@'127.0.0.1'");
-  const Outcome run = Setup({"--yes"});
+  const Outcome run = RunSetup({"--yes"});
   ExpectReady(run);
   EXPECT_THAT(run.output, HasSubstr("  grant delete on `WLAN\\_%`.* to 'reporter'@'127.0.0.1';\n"));
 }
@@ -179,7 +179,7 @@ class SetupRights : public SetupTest, public testing::WithParamInterface<Rights>
 TEST_P(SetupRights, AreTheLeast) {
   const Rights& rights = GetParam();
   server.Run("create user poor@'%'");
-  ExpectReady(Setup({"--yes", "--delivery", rights.delivery, "--devices", "1a2b3c4d"}));
+  ExpectReady(RunSetup({"--yes", "--delivery", rights.delivery, "--devices", "1a2b3c4d"}));
   for (const Words& list : {kNeverAllowed, rights.refused}) {
     for (const std::string& statement : list) {
       EXPECT_THAT(Refused(statement), HasSubstr("denied")) << statement;

@@ -48,7 +48,7 @@ TEST(CreationScript, EveryTruncationEnds) {
 class YearTablesTest : public SetupTest {
  protected:
   YearTablesTest() {
-    ExpectReady(Setup({"--yes", "--devices", "1a2b3c4d"}));
+    ExpectReady(RunSetup({"--yes", "--devices", "1a2b3c4d"}));
     server.Run("create database WLAN_5e6f7a8b; create database WLAN_other");
   }
   Words TablesOf(const std::string& id, int ahead) const {
