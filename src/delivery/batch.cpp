@@ -91,6 +91,7 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
   }
   if (!LoadAll(files, numbers, outcome)) return outcome;
   std::vector<LedgerFile> added;
+  added.reserve(numbers.size());
   for (const std::size_t number : numbers) added.push_back(m_entries[number]);
   // Nothing new: the commit then only takes the mark, and the files get their final names.
   if (added.empty() && !files.empty()) return outcome;
@@ -161,6 +162,7 @@ RunningLoad Batch::LoadOf(const std::vector<MemFile>& files,
 bool Batch::LoadTogether(const std::vector<MemFile>& files, const std::vector<std::size_t>& numbers,
                          BatchOutcome& outcome) {
   std::vector<LoadSource*> sources;
+  sources.reserve(numbers.size());
   for (const std::size_t number : numbers) sources.push_back(m_sources[number].get());
   JoinedSource joined(sources);
   LoadCounts counts;

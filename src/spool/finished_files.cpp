@@ -9,6 +9,12 @@ namespace {
 constexpr std::size_t kMostStems = 1000;
 constexpr std::size_t kEnding = 3;
 
+bool IsThere(const std::string& folder, const std::string& stem, const char* ending) {
+  std::string path = folder;
+  path.append("/").append(stem).append(ending);
+  return access(path.c_str(), F_OK) == 0;
+}
+
 }  // namespace
 
 void FinishedFiles::See(std::string_view name) {
@@ -23,8 +29,7 @@ void FinishedFiles::See(std::string_view name) {
 InSpool FinishedFiles::CountIn(const std::string& folder) const {
   InSpool counts = m_counts;
   for (const std::string& stem : m_stems) {
-    const std::string path = folder + "/" + stem;
-    if (access((path + "mid").c_str(), F_OK) == 0 || access((path + "dat").c_str(), F_OK) == 0) {
+    if (IsThere(folder, stem, "mid") || IsThere(folder, stem, "dat")) {
       --counts.failed;
     }
   }

@@ -60,6 +60,7 @@ std::vector<LogEntry> RegistryErrors(std::time_t now, std::string& error) {
     if (counts && AgeOf(entry, now) <= kRegistryStaleSeconds) last[entry.text] = entry;
   }
   std::vector<LogEntry> all;
+  all.reserve(last.size());
   for (const auto& [text, entry] : last) all.push_back(entry);
   return all;
 }

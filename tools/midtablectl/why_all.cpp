@@ -85,7 +85,7 @@ std::string ReasonOf(const LogEntry& entry) {
 }
 
 std::string RemedyFor(const LogEntry& entry) {
-  const std::string advice = ServerAdvice(entry.text);
+  std::string advice = ServerAdvice(entry.text);
   if (!advice.empty()) return advice;
   const Message* const message = FindMessage(entry);
   return message == nullptr ? "see the lines around it in the run log" : message->action;

@@ -59,14 +59,15 @@ std::vector<SqlRecord> Asking::Rows(const std::string& query) {
 // The day tables of each database. A name that is not safe in a statement is none of the service's.
 std::map<std::string, std::vector<DayTable>> Asking::Tables(const std::string& first,
                                                             const std::string& last) {
+  const std::string question =
+      "select table_schema as d, table_name as t from information_schema.tables where "
+      "table_schema like '" +
+      DatabasePattern() +
+      "' and table_name regexp '[^0-9][0-9]{8}$' and table_name not like 'MEM\\_%' and "
+      "right(table_name, 8) between '" +
+      first + "' and '" + last + "'";
   std::map<std::string, std::vector<DayTable>> tables;
-  for (SqlRecord& row :
-       Rows("select table_schema as d, table_name as t from information_schema.tables where "
-            "table_schema like '" +
-            DatabasePattern() +
-            "' and table_name regexp '[^0-9][0-9]{8}$' and table_name not like 'MEM\\_%' and "
-            "right(table_name, 8) between '" +
-            first + "' and '" + last + "'")) {
+  for (SqlRecord& row : Rows(question)) {
     const std::string name = row["t"];
     const std::string base = name.substr(0, name.size() - kDayDigits);
     if (!IsSafeIdentifier(name) || !IsSafeIdentifier(row["d"])) continue;

@@ -61,8 +61,9 @@ void WriteCurve(Html& html, const Page& page, const char* name, const std::strin
     DrawCurve(html, series, top, std::string(name) + ", the last 24 hours: " + note, hints);
   }
   const auto axis = html.Begin("div", {{"class", "axis"}});
+  constexpr std::time_t kHour = 3600;
   for (const int hours : {24, 18, 12, 6}) {
-    html.Element("span", ShortStamp(end - hours * 3600, end - hours * 3600));
+    html.Element("span", ShortStamp(end - hours * kHour, end - hours * kHour));
   }
   html.Element("span", "now");
 }

@@ -77,11 +77,12 @@ Account AccountFor(const Target& target, const std::string& login_host, Server& 
 std::vector<Account> RivalsOf(const Account& account, Server& server) {
   const std::string begin = "'" + account.user + "'@'";
   const std::string length = "char_length(" + QuotedText(begin) + ")";
+  const std::string question =
+      "select distinct substr(grantee, " + length + " + 1, char_length(grantee) - " + length +
+      " - 1) as value from information_schema.user_privileges where left(grantee, " + length +
+      ") = " + QuotedText(begin) + " having " + QuotedText(account.host) + " like value";
   std::vector<Account> rivals;
-  for (const SqlRecord& row : server.Rows(
-           "select distinct substr(grantee, " + length + " + 1, char_length(grantee) - " + length +
-           " - 1) as value from information_schema.user_privileges where left(grantee, " + length +
-           ") = " + QuotedText(begin) + " having " + QuotedText(account.host) + " like value")) {
+  for (const SqlRecord& row : server.Rows(question)) {
     rivals.push_back({account.user, row.begin()->second});
   }
   return rivals;

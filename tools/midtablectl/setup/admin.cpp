@@ -93,7 +93,7 @@ std::string LogIn(const SetupOptions& options, const Target& target, Console& co
   login.password.clear();
   login.user = options.admin_user.empty() ? "root" : options.admin_user;
   if (!options.admin_file.empty()) {
-    const std::string error = ReadFile(options.admin_file, login);
+    std::string error = ReadFile(options.admin_file, login);
     if (!error.empty()) return error;
     if (!options.admin_user.empty()) login.user = options.admin_user;
   }
