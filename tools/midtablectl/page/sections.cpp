@@ -81,29 +81,50 @@ std::vector<std::string> Hints(const Page& page, const Series& series, Text text
   return hints;
 }
 
-void WriteFailures(Html& html, const Page& page) {
+// A reason, and the files that it concerns.
+struct ReasonRow {
+  std::string reason;
+  std::string remedy;   // may be empty
+  std::string example;  // a file, or what is held back
+  std::string files;
+  std::string time;
+};
+
+void WriteReasons(Html& html, std::string_view caption, const std::string& time_name,
+                  const std::vector<ReasonRow>& reasons) {
   const auto card = html.Begin("div", {{"class", "card"}});
   const auto table = html.Begin("table", {{"role", "table"}});
-  html.Element("caption", "Failed files by reason, the newest first");
+  html.Element("caption", caption);
   html.Markup(
       "<thead role=\"rowgroup\"><tr role=\"row\"><th role=\"columnheader\" scope=\"col\">Reason"
-      "<th role=\"columnheader\" scope=\"col\" class=\"n brief\">Files"
-      "<th role=\"columnheader\" scope=\"col\" class=\"n brief\">Newest</thead>");
+      "<th role=\"columnheader\" scope=\"col\" class=\"n brief\">Files");
+  html.Element("th", time_name, {{"role", "columnheader"}, {"scope", "col"}, {"class", "n brief"}});
+  html.Markup("</thead>");
   const auto rows = html.Begin("tbody", {{"role", "rowgroup"}});
-  for (const FailureGroup& group : page.failures.groups) {
+  for (const ReasonRow& one : reasons) {
     const auto row = html.Begin("tr", {{"role", "row"}});
     {
       const auto cell = html.Begin("td", {{"role", "cell"}, {"class", "wide"}});
-      html.Text(group.reason.empty() ? "The run log does not name these files." : group.reason);
+      html.Text(one.reason);
       const auto more = html.Begin("small");
-      if (!group.remedy.empty()) html.Text("To do: " + group.remedy + " ");
-      html.Element("code", group.example);
+      if (!one.remedy.empty()) html.Text("To do: " + one.remedy + " ");
+      html.Element("code", one.example);
     }
-    html.Element("td", Grouped(group.files),
-                 {{"role", "cell"}, {"class", "n bad"}, {"data-label", "Files"}});
-    html.Element("td", ShortStamp(group.newest, page.status.time),
-                 {{"role", "cell"}, {"class", "n"}, {"data-label", "Newest"}});
+    html.Element("td", one.files, {{"role", "cell"}, {"class", "n bad"}, {"data-label", "Files"}});
+    html.Element("td", one.time, {{"role", "cell"}, {"class", "n"}, {"data-label", time_name}});
   }
+}
+
+void WriteFailures(Html& html, const Page& page) {
+  std::vector<ReasonRow> reasons;
+  reasons.reserve(page.failures.groups.size());
+  for (const FailureGroup& group : page.failures.groups) {
+    const bool known = !group.reason.empty();
+    reasons.push_back({known ? group.reason : "The run log does not name these files.",
+                       group.remedy, group.example, Grouped(group.files),
+                       ShortStamp(group.newest, page.status.time)});
+  }
+  WriteReasons(html, "Failed files by reason, the newest first", "Newest", reasons);
 }
 
 // Since when, where the service tells it.
@@ -125,28 +146,14 @@ std::string HeldSince(const Page& page, const std::string& what) {
 }
 
 void WriteHeld(Html& html, const Page& page) {
-  const auto card = html.Begin("div", {{"class", "card"}});
-  const auto table = html.Begin("table", {{"role", "table"}});
-  html.Element("caption", "Held back: these files go on by themselves once the reason is gone");
-  html.Markup(
-      "<thead role=\"rowgroup\"><tr role=\"row\"><th role=\"columnheader\" scope=\"col\">Reason"
-      "<th role=\"columnheader\" scope=\"col\" class=\"n brief\">Files"
-      "<th role=\"columnheader\" scope=\"col\" class=\"n brief\">Since</thead>");
-  const auto rows = html.Begin("tbody", {{"role", "rowgroup"}});
+  std::vector<ReasonRow> reasons;
+  reasons.reserve(page.status.held.size());
   for (const Held& held : page.status.held) {
-    const auto row = html.Begin("tr", {{"role", "row"}});
-    {
-      const auto cell = html.Begin("td", {{"role", "cell"}, {"class", "wide"}});
-      html.Text(held.reason);
-      const auto more = html.Begin("small");
-      const std::string remedy = ServerAdvice(held.reason);
-      if (!remedy.empty()) html.Text("To do: " + remedy + " ");
-      html.Element("code", held.what);
-    }
-    html.Element("td", held.files, {{"role", "cell"}, {"class", "n bad"}, {"data-label", "Files"}});
-    html.Element("td", HeldSince(page, held.what),
-                 {{"role", "cell"}, {"class", "n"}, {"data-label", "Since"}});
+    reasons.push_back({held.reason, ServerAdvice(held.reason), held.what, held.files,
+                       HeldSince(page, held.what)});
   }
+  WriteReasons(html, "Held back: these files go on by themselves once the reason is gone", "Since",
+               reasons);
 }
 
 // A day as people name it.

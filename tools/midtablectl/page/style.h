@@ -53,7 +53,9 @@ code { font: 0.8125rem/1.45 ui-monospace, "Cascadia Mono", Menlo, "DejaVu Sans M
   padding: 0.8rem 0.95rem;
 }
 .tiles dt { font-size: 0.8125rem; color: var(--soft); }
-.tiles dd b { display: block; color: var(--ink); font-size: 1.5rem; line-height: 1.3; font-weight: 650; }
+.tiles dd b {
+  display: block; color: var(--ink); font-size: 1.5rem; line-height: 1.3; font-weight: 650;
+}
 .tiles dd { font-size: 0.8125rem; color: var(--soft); }
 .tiles .trouble { border-color: var(--trouble); background: var(--trouble-ground); }
 .tiles .trouble b { color: var(--trouble); }
