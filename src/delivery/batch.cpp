@@ -74,7 +74,7 @@ void Batch::ShowLoads(const std::vector<MemFile>& files) const {
 // The file ends as one that was loaded, so that this line is all that tells of them.
 void Batch::TellLeftOut(const MemFile& file, std::uint64_t lines) const {
   const std::string path = Printable(file.path);
-  g_loger(kUnit, __LINE__, kError, "file (%s) lines left out: %llu", path.c_str(),
+  g_loger(kUnit, __LINE__, kAlarm, "file (%s) lines left out: %llu", path.c_str(),
           static_cast<unsigned long long>(lines));
   m_common.board.LeftOut(m_mem_table.database, lines,
                          "file (" + path + ") lines left out: " + std::to_string(lines));
