@@ -31,6 +31,7 @@ BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& be
   m_sources.clear();
   m_entries.clear();
   m_counted_before.clear();
+  m_skipped.clear();
   m_rows = m_bytes = 0;
   return Try(files, before, token);
 }
@@ -60,10 +61,23 @@ void Batch::ShowLoads(const std::vector<MemFile>& files) const {
   m_common.board.Counted(m_mem_table.database, m_rows);
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (WasCountedBefore(i)) continue;
-    m_sources[i]->LogCounts();
+    std::uint64_t left_out = m_sources[i]->LogCounts();
+    if (const auto skipped = m_skipped.find(i); skipped != m_skipped.end()) {
+      left_out += skipped->second;
+    }
+    if (left_out > 0) TellLeftOut(files[i], left_out);
     g_loger(kUnit, __LINE__, kDebug, "load table (%s.%s) success", files[i].database.c_str(),
             files[i].table.c_str());
   }
+}
+
+// The file ends as one that was loaded, so that this line is all that tells of them.
+void Batch::TellLeftOut(const MemFile& file, std::uint64_t lines) const {
+  const std::string path = Printable(file.path);
+  g_loger(kUnit, __LINE__, kAlarm, "file (%s) lines left out: %llu", path.c_str(),
+          static_cast<unsigned long long>(lines));
+  m_common.board.LeftOut(m_mem_table.database, lines,
+                         "file (" + path + ") lines left out: " + std::to_string(lines));
 }
 
 bool Batch::WasCountedBefore(std::size_t number) const {
@@ -204,6 +218,7 @@ bool Batch::Load(std::size_t number, const std::vector<MemFile>& files, BatchOut
     return false;
   }
   m_entries[number].rows = counts.records;
+  if (counts.skipped > 0) m_skipped[number] = counts.skipped;
   m_rows += counts.records;
   return true;
 }

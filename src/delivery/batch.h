@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -55,6 +56,7 @@ class Batch {
 
  private:
   void ShowLoads(const std::vector<MemFile>& files) const;
+  void TellLeftOut(const MemFile& file, std::uint64_t lines) const;
   bool WasCountedBefore(std::size_t number) const;
   BatchOutcome Try(const std::vector<MemFile>& files, const std::string& before,
                    const std::string& token);
@@ -83,6 +85,7 @@ class Batch {
   std::vector<std::unique_ptr<LoadSource>> m_sources;
   std::vector<LedgerFile> m_entries;
   std::vector<std::size_t> m_counted_before;
+  std::map<std::size_t, std::uint64_t> m_skipped;  // rows of files that have some, by number
   std::uint64_t m_rows = 0;
   bool m_one_by_one = false;
 };

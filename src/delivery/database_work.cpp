@@ -38,8 +38,19 @@ bool IsSeenAsLoaded(const std::string& folder, const LedgerFile& file) {
 }  // namespace
 
 DatabaseWork::DatabaseWork(Common& common, const std::string& database)
-    : m_common(common), m_lost_sessions(common.lost_sessions) {
+    : m_common(common),
+      m_renames(common.board, database, "renames of " + database),
+      m_lost_sessions(common.lost_sessions) {
   m_notes.database = database;
+}
+
+void DatabaseWork::RetryRenames(Clock::time_point now) {
+  const SettledFiles::Refused refused = m_notes.settled.RetryRenames();
+  if (refused.files == 0) {
+    m_renames.Ended();
+  } else {
+    m_renames.Failed(refused.Reason(), refused.files, now);
+  }
 }
 
 void DatabaseWork::Use(const std::shared_ptr<const Definitions>& definitions) {

@@ -35,7 +35,9 @@ class DatabaseWork {
   void Use(const std::shared_ptr<const Definitions>& definitions);
   // The next visit looks for rows of an earlier run, in mem tables for which no file may ever come.
   void SearchForRows() { m_search = true; }
-  void RetryRenames() { m_notes.settled.RetryRenames(); }
+  // Gives files that are done with their final names, where that could not be before. What is
+  // refused is told like what is held back, since it wants the same of an operator.
+  void RetryRenames(Clock::time_point now);
 
   // Whether a visit is due for files, or for rows that a mem table may hold.
   bool IsDue(Clock::time_point now) const;
@@ -64,6 +66,7 @@ class DatabaseWork {
 
   Common& m_common;
   DatabaseNotes m_notes;
+  Trouble m_renames;
   std::map<std::string, Feed> m_feeds;  // by mem table
   std::string m_first;                  // of the next visit
   std::uint64_t m_lost_sessions;        // when what is known of the server was learned

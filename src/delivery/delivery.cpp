@@ -198,7 +198,7 @@ std::vector<DatabaseWork*> Delivery::DueDatabases(Clock::time_point now) {
   std::vector<DatabaseWork*> due;
   for (auto& [name, work] : m_databases) {
     if (IsOut(work)) continue;
-    work.RetryRenames();
+    work.RetryRenames(now);
     work.Use(m_definitions);
     if (work.IsDue(now)) due.push_back(&work);
   }

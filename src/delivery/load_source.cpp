@@ -42,8 +42,10 @@ bool LoadSource::HasChanged() const {
   return IdentityOf(m_path) != m_identity;
 }
 
-void LoadSource::LogCounts() const {
-  if (m_records != nullptr) m_records->counts().Log(m_path);
+std::uint64_t LoadSource::LogCounts() const {
+  if (m_records == nullptr) return 0;
+  m_records->counts().Log(m_path);
+  return m_records->counts().lost;
 }
 
 int LoadSource::Fail(const char* what) {

@@ -34,8 +34,9 @@ class LoadSource : public LoadBytes {
   const FileIdentity& identity() const { return m_identity; }
   // Whether it was written to since, or its name stands for another file now.
   bool HasChanged() const;
-  // Logs how the lines of a file with flags fared.
-  void LogCounts() const;
+  // Logs how the lines of a file with flags fared. Returns how many of them held something and were
+  // left out.
+  std::uint64_t LogCounts() const;
 
   int Read(char* buffer, unsigned int size) override;
   std::string error() const override { return m_error; }

@@ -131,6 +131,7 @@ class CMidTable {
   // Whether the server answers; logged when not.
   bool PingServer();
   void ShowDatabases();
+  void RetryRenames();
   // The rows that wait already: left by an earlier pass, or due again. False ends the pass.
   bool ConvertWhatWaits();
   // One database of a pass. False ends the pass.

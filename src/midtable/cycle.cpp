@@ -18,7 +18,9 @@ namespace {
 
 constexpr int kPausedReconnects = 10;
 constexpr int kMostSecondsForRegistry = 10;
-constexpr char kServer[] = "server";  // as that which holds files back
+// What holds files back.
+constexpr char kServer[] = "server";
+constexpr char kRenames[] = "renames";
 
 }  // namespace
 
@@ -118,7 +120,7 @@ bool CMidTable::Reconnect() {
 // What waits already comes before anything is loaded: a file of the same mem table would otherwise
 // bring its rows to a conversion that nobody waits for.
 bool CMidTable::MakeMidTable() {
-  m_discovery.settled().RetryRenames();
+  RetryRenames();
   if (!ConvertWhatWaits()) return false;
   m_bNoFileLoaded = true;  // also where the spool cannot be listed: there is nothing to do but wait
   if (!GetDblist()) return false;
@@ -128,6 +130,15 @@ bool CMidTable::MakeMidTable() {
   }
   if (m_bNoFileLoaded) g_loger(kUnit, __LINE__, kDebug, "no file to load reconnect db");
   return !m_bNoFileLoaded;
+}
+
+void CMidTable::RetryRenames() {
+  const SettledFiles::Refused refused = m_discovery.settled().RetryRenames();
+  if (refused.files == 0) {
+    m_board.Release({}, kRenames);
+  } else {
+    m_board.Hold({}, kRenames, refused.files, refused.Reason());
+  }
 }
 
 // A device that was taken away leaves the board, one without files stands on it.

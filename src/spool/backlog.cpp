@@ -104,7 +104,8 @@ bool Backlog::ReadOn(std::size_t names) {
   return m_reading.has_value() || !m_unread.empty();
 }
 
-// False when the next folder cannot be read, or there is none.
+// False when the next folder cannot be read, or there is none. A link that leads nowhere is a
+// folder that cannot be read: somebody wants it to be there.
 bool Backlog::OpenNext() {
   if (m_unread.empty()) return false;
   const std::string folder = m_unread.front();
@@ -114,7 +115,7 @@ bool Backlog::OpenNext() {
   struct stat status {};
   if (dir == nullptr || fstat(dirfd(dir.get()), &status) != 0) {
     const int error = errno;
-    if (error == ENOENT || error == ENOTDIR) {
+    if (IsGone(PathOf(folder), status)) {
       m_folders.erase(folder);
       ForgetFolder(folder);
     } else {

@@ -1,6 +1,7 @@
 #include "spool/settled_files.h"
 
 #include <cerrno>
+#include <system_error>
 
 #include "log/engine_unit.h"
 #include "log/zux_center_log.h"
@@ -35,17 +36,27 @@ bool SettledFiles::Contains(const std::string& path) const {
   return now && now->IsUnchangedSince(found->second.identity);
 }
 
+std::string SettledFiles::Refused::Reason() const {
+  return "they are done with, but cannot be renamed: " + std::generic_category().message(error);
+}
+
 // A retry that fails writes no line: the first failure is in the log, and this is done with every
 // pass.
-void SettledFiles::RetryRenames() {
-  std::erase_if(m_entries, [](const auto& item) {
+SettledFiles::Refused SettledFiles::RetryRenames() {
+  Refused refused;
+  std::erase_if(m_entries, [&refused](const auto& item) {
     const auto& [path, entry] = item;
     if (IsOver(path, entry)) return true;
-    if (!MoveMemFile(path, entry.target)) return false;
+    if (!MoveMemFile(path, entry.target)) {
+      refused.error = errno;
+      return false;
+    }
     g_loger(kUnit, __LINE__, kInfo, "file (%s) renamed to (%s) at last", Printable(path).c_str(),
             Printable(entry.target).c_str());
     return true;
   });
+  refused.files = m_entries.size();
+  return refused;
 }
 
 // A file that is missing is over only while its folder is the same one: a folder that was moved

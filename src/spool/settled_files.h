@@ -21,10 +21,16 @@ class SettledFiles {
   // Whether the file of this name is one of them. A new or changed file of the same name is not.
   bool Contains(const std::string& path) const;
 
+  struct Refused {
+    std::size_t files = 0;
+    int error = 0;  // errno of one of them
+    // What the run log and the state file say of them.
+    std::string Reason() const;
+  };
   // Tries each rename again and logs those that succeed; forgets them, files that were changed, and
   // files that are gone from their folder. A folder that is out of reach, not mounted say, may come
-  // back with its files.
-  void RetryRenames();
+  // back with its files. Returns what is left.
+  Refused RetryRenames();
 
  private:
   struct Entry {

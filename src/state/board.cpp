@@ -105,6 +105,14 @@ void StateBoard::Counted(const std::string& database, std::uint64_t rows) {
   ++m_changes;
 }
 
+void StateBoard::LeftOut(const std::string& database, std::uint64_t rows,
+                         const std::string& error) {
+  const MutexLock lock(m_lock);
+  DatabaseFigures& figures = m_databases[database];
+  figures.left_out_rows += rows;
+  NoteError(figures, error);
+}
+
 void StateBoard::Failed(const std::string& database, std::optional<std::uint64_t> rows,
                         const std::string& error) {
   const MutexLock lock(m_lock);

@@ -23,7 +23,7 @@ struct InSpool {
 
 // What holds files back.
 struct HeldBack {
-  std::string what;  // "server", "table DATABASE.TABLE" or "file (PATH)"
+  std::string what;  // "server", "table DATABASE.TABLE", "file (PATH)" ...
   std::size_t files = 0;
   std::string reason;
   std::time_t since = 0;
@@ -69,6 +69,7 @@ struct DatabaseFigures {
   std::uint64_t counted_rows = 0;
   std::uint64_t failed_files = 0;
   std::optional<std::uint64_t> failed_rows;  // none where nobody sees the lines
+  std::uint64_t left_out_rows = 0;           // of files that were loaded
   LastMinute last_minute;
   std::optional<InSpool> in_spool;
   std::vector<HeldBack> held_back;
@@ -99,6 +100,9 @@ class StateBoard {
   void Loaded(const std::string& database, std::size_t files, std::uint64_t rows) EXCLUDES(m_lock);
   // Rows came into the mid tables.
   void Counted(const std::string& database, std::uint64_t rows) EXCLUDES(m_lock);
+  // Lines of a loaded file are in no table, for the reason `error`.
+  void LeftOut(const std::string& database, std::uint64_t rows, const std::string& error)
+      EXCLUDES(m_lock);
   // A file failed and waits no more. `rows`: its lines, where they were seen.
   void Failed(const std::string& database, std::optional<std::uint64_t> rows,
               const std::string& error) EXCLUDES(m_lock);

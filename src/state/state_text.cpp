@@ -45,6 +45,7 @@ Json DatabaseJson(const std::string& database, const DatabaseFigures& figures, s
             {"counted_rows", figures.counted_rows},
             {"failed_files", figures.failed_files},
             {"failed_rows", OrNull(figures.failed_rows)},
+            {"left_out_rows", figures.left_out_rows},
             {"last_minute",
              {{"files", figures.last_minute.Files(now)}, {"rows", figures.last_minute.Rows(now)}}},
             {"in_spool", nullptr},

@@ -145,6 +145,7 @@ TEST_F(Once, RecordsOfKindFGetTheirFlagsOnTheWayAndTheFileStaysAsItCame) {
   EXPECT_EQ(ReadFile(stem + ".mid"), rows);
   EXPECT_THAT(ListFolder(kFolder), testing::SizeIs(1)) << "no copy, no .orig";
   EXPECT_THAT(ReadLog(), HasSubstr("local 1 visitors 1 without user 1 dropped 1"));
+  EXPECT_THAT(ReadLog(), HasSubstr("lines left out: 1"));
 }
 
 TEST_F(Once, TheServerIsWaitedForAtTheStartToo) {

@@ -111,6 +111,26 @@ TEST_P(EitherWay, TellsWhatIsHeldBackAndWhy) {
   EXPECT_THAT(Midtablectl({"status"}).output, Not(HasSubstr("held back")));
 }
 
+TEST_P(EitherWay, TellsOfACountedFileThatKeepsItsName) {
+  Drop(kFile, Row(1));
+  fs::permissions(kFolder, fs::perms(0555));
+  Start(GetParam());
+  EXPECT_TRUE(EventuallyPrints("held back: renames.*, 1 files wait: .*Permission denied"))
+      << Midtablectl({"status"});
+  EXPECT_EQ(State()->databases.front().counted_rows, 1U);
+  fs::permissions(kFolder, fs::perms(0755));
+  EXPECT_TRUE(Eventually(
+      [] { return Midtablectl({"status"}).output.find("held back") == std::string::npos; }));
+  EXPECT_TRUE(fs::exists(kFile + ".mid"));
+}
+
+TEST_P(EitherWay, TellsOfADeviceWhoseFolderIsALinkToNowhere) {
+  fs::create_symlink("/tmp/nowhere", std::string(paths::kSpool) + "5e6f7a8b");
+  Start(GetParam());
+  EXPECT_TRUE(EventuallyPrints("WLAN_5e6f7a8b +No such file or directory"))
+      << Midtablectl({"status"});
+}
+
 TEST_P(EitherWay, WhatAKilledServiceLeftIsNotBelieved) {
   Start(GetParam());
   End(SIGKILL);
@@ -154,6 +174,19 @@ TEST_F(StatusOfService, ACollectorIsToldOfFailedFilesThatTheServiceFound) {
   EXPECT_THAT(samples, HasSubstr("{database=\"WLAN_1a2b3c4d\",state=\"failed\"} 1\n"));
   EXPECT_THAT(samples, HasSubstr("{database=\"WLAN_1a2b3c4d\",state=\"loaded\"} 1\n"));
   EXPECT_THAT(samples, HasSubstr("midtable_mem_table_rows{"));
+}
+
+TEST_F(StatusOfService, LinesThatWereLeftOutAreTold) {
+  Start("delivery=once");
+  Drop(kFile, Row(1) + "no record\n" + Row(2));
+  ASSERT_TRUE(EventuallySays([](const auto& one) { return one.left_out_rows == 1; }))
+      << ReadFile(kRunLog + Today() + ".log");
+  const Outcome status = Midtablectl({"status"});
+  EXPECT_EQ(status.status, 0) << status;
+  EXPECT_THAT(status.output, HasSubstr("left out: 1 line of files of WLAN_1a2b3c4d since"));
+  const std::string why = Midtablectl({"why"}).output;
+  EXPECT_THAT(why, HasSubstr("1 file loaded, but not whole, last"));
+  EXPECT_THAT(why, HasSubstr("lines left out: 1"));
 }
 
 // The server sleeps at the first row, when the network has taken a part of the file.

@@ -75,11 +75,13 @@ TEST_F(StatusTest, Json) {
   server.Run("create table WLAN_1a2b3c4d.MEM_20121230_0000F select 1");
   Outcome run = StatusAfterALoad({"--json"});
   run.output = std::regex_replace(run.output, std::regex("\\s"), "");
-  EXPECT_EQ(run, (Outcome{0, R"({"time":DATE,"running":false,"databases":[{"database":)"
-                             R"("WLAN_1a2b3c4d","waiting":1,"waiting_bytes":2,)"
-                             R"("oldest_seconds":AGE,"loaded":1,"failed":0,"kept":1,)"
-                             R"("files_per_second":1.0,"rows_per_second":3.0,"mem_rows":1,)"
-                             R"("seconds_to_empty":1.0}]})"}));
+  EXPECT_EQ(
+      run,
+      (Outcome{0, R"({"time":DATE,"running":false,"databases":[{"database":)"
+                  R"("WLAN_1a2b3c4d","waiting":1,"waiting_bytes":2,)"
+                  R"("oldest_seconds":AGE,"loaded":1,"failed":0,"kept":1,"lines_left_out":null,)"
+                  R"("files_per_second":1.0,"rows_per_second":3.0,"mem_rows":1,)"
+                  R"("seconds_to_empty":1.0}]})"}));
 }
 
 TEST_F(StatusTest, ACollectorIsToldWhenTheNewestFileWasLoaded) {

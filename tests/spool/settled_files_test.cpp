@@ -6,7 +6,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre, testing::IsEmpty;
+using testing::ElementsAre, testing::EndsWith, testing::IsEmpty;
 
 const std::string kFolder = "/tmp/settled";
 const std::string kAway = "/tmp/away";
@@ -34,10 +34,13 @@ TEST_F(SettledFilesTest, AreSoNoLongerOnceTheyAreWrittenTo) {
 TEST_F(SettledFilesTest, AreRenamedAsSoonAsTheirFolderAllows) {
   fs::permissions(kFolder, fs::perms(0555));
   EXPECT_THAT(LogOf([this] { settled.RetryRenames(); }), IsEmpty());
+  EXPECT_EQ(settled.RetryRenames().files, 1U);
+  EXPECT_THAT(settled.RetryRenames().Reason(), EndsWith(": Permission denied"));
   fs::permissions(kFolder, fs::perms(0755));
   EXPECT_THAT(LogOf([this] { settled.RetryRenames(); }),
               ElementsAre("<0>:file (/tmp/settled/a.dat) renamed to (/tmp/settled/a.mid) at last"));
   EXPECT_THAT(ListFolder(kFolder), ElementsAre("a.mid"));
+  EXPECT_EQ(settled.RetryRenames().files, 0U);
 }
 
 // It may come back on a file system that has another device number.

@@ -129,6 +129,9 @@ inline constexpr MessageFormat kHeldBack{"Midtable", "ErrLog", "%s held back, %z
 inline constexpr MessageFormat kGoesOn{"Midtable", "InfoLog", "%s goes on"};
 // A file that is at fault itself, and in what.
 inline constexpr MessageFormat kFileSetAside{"Midtable", "ErrLog", "file (%s) set aside: %s"};
+// A file that is loaded but for some of its lines.
+inline constexpr MessageFormat kLinesLeftOut{"Midtable", "AlarmLog",
+                                             "file (%s) lines left out: %llu"};
 inline constexpr MessageFormat kDeliveryStarts{"Midtable", "InfoLog", "delivery is once"};
 
 // --- Statements and what the server said of them.

@@ -56,6 +56,7 @@ DatabaseState DatabaseOf(const Json& json) {
   one.counted_rows = ValueOf<std::uint64_t>(json, "counted_rows");
   one.failed_files = ValueOf<std::uint64_t>(json, "failed_files");
   one.failed_rows = Known<std::uint64_t>(json, "failed_rows");
+  one.left_out_rows = Known<std::uint64_t>(json, "left_out_rows").value_or(0);
   one.last_minute_files = ValueOf<std::uint64_t>(json.at("last_minute"), "files");
   one.last_minute_rows = ValueOf<std::uint64_t>(json.at("last_minute"), "rows");
   if (const auto spool = Known<Json>(json, "in_spool")) {

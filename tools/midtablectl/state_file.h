@@ -14,7 +14,7 @@ namespace ctl {
 
 // What holds files back.
 struct HeldState {
-  std::string what;  // "server", "table DATABASE.TABLE" or "file (PATH)"
+  std::string what;  // "server", "table DATABASE.TABLE", "file (PATH)" ...
   std::uint64_t files = 0;
   std::string reason;
   std::time_t since = 0;
@@ -52,6 +52,7 @@ struct DatabaseState {
   std::uint64_t counted_rows = 0;
   std::uint64_t failed_files = 0;
   std::optional<std::uint64_t> failed_rows;
+  std::uint64_t left_out_rows = 0;  // of files that were loaded; an older service does not tell
   std::uint64_t last_minute_files = 0;
   std::uint64_t last_minute_rows = 0;
   std::optional<InSpoolState> in_spool;

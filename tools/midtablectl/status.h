@@ -30,6 +30,8 @@ struct DatabaseStatus {
   std::optional<std::int64_t> oldest_seconds = 0;  // 0 when nothing waits
   std::uint64_t loaded = 0;
   std::uint64_t failed = 0;  // .err whose rows are nowhere else
+  // Lines of loaded files that are in no table, since the service's start; only it knows.
+  std::optional<std::uint64_t> left_out;
   // .err beside a .mid or .dat, .orig, and files that were set aside; the service does not know it.
   std::optional<std::uint64_t> kept = 0;
   // Of the .mid files that are still there; as the service tells it, since its start.

@@ -1,4 +1,6 @@
 // The figures of files as the running service tells them, without a look into their folders.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -59,7 +61,9 @@ DatabaseStatus Observer::StatusOf(const DatabaseState& one, const ServiceState& 
   const std::string id = one.database.substr(std::min(kDatabasePrefix.size(), one.database.size()));
   if (!one.in_spool) {
     const DatabaseFolder folder = ScanFolder(id);
-    if (folder.error != ENOENT) return LookAt(folder, now);
+    struct stat link {};
+    if (folder.error != ENOENT || lstat((paths::kSpool + id).c_str(), &link) == 0)
+      return LookAt(folder, now);
   }
   DatabaseStatus status;
   status.database = one.database;
@@ -73,6 +77,7 @@ DatabaseStatus Observer::StatusOf(const DatabaseState& one, const ServiceState& 
     status.failed = one.in_spool->failed;
     if (status.failed > 0) status.failed = CountFailed(id).value_or(status.failed);
   }
+  status.left_out = one.left_out_rows;
   status.last_loaded = one.last_success_at;
   TakeSpeed(one, state, now, status);
   return status;

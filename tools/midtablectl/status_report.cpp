@@ -97,6 +97,11 @@ void PrintDelivery(const SystemStatus& status, Console& console) {
     console.out << "at work: " << work.database << " for " << work.seconds
                 << " s: " << OneLine(work.statement).substr(0, kStatementLength) << '\n';
   }
+  for (const DatabaseStatus& one : status.databases) {
+    if (one.left_out.value_or(0) == 0) continue;
+    console.out << "left out: " << Count(*one.left_out, "line") << " of files of " << one.database
+                << " since the service's start: midtablectl why\n";
+  }
   for (const Held& held : status.held) {
     console.out << "held back: " << OneLine(held.what) << ", " << held.files
                 << " files wait: " << OneLine(held.reason) << '\n';
@@ -197,6 +202,7 @@ std::string ToJson(const SystemStatus& status) {
                                     {"loaded", one.loaded},
                                     {"failed", one.failed},
                                     {"kept", nullptr},
+                                    {"lines_left_out", nullptr},
                                     {"files_per_second", one.files_per_second},
                                     {"rows_per_second", one.rows_per_second},
                                     {"mem_rows", nullptr},
@@ -204,6 +210,7 @@ std::string ToJson(const SystemStatus& status) {
     if (one.waiting_bytes) entry["waiting_bytes"] = *one.waiting_bytes;
     if (one.oldest_seconds) entry["oldest_seconds"] = *one.oldest_seconds;
     if (one.kept) entry["kept"] = *one.kept;
+    if (one.left_out) entry["lines_left_out"] = *one.left_out;
     // Where a folder could not be listed, all its figures are unknown but the rows, which are asked
     // of the server.
     if (one.error != 0) {
@@ -326,6 +333,8 @@ std::string ToPrometheus(const SystemStatus& status) {
   };
   gauge("waiting_bytes", "Size of the files that wait.",
         [](const DatabaseStatus& one) { return Listed(one, one.waiting_bytes); });
+  gauge("left_out_lines", "Lines of loaded files that are in no table, since the service's start.",
+        [](const DatabaseStatus& one) { return Listed(one, one.left_out); });
   gauge("oldest_waiting_seconds", "Age of the oldest file that waits.",
         [](const DatabaseStatus& one) { return Listed(one, one.oldest_seconds); });
   gauge("loaded_files_per_second", "Files loaded, over the last minute.",

@@ -166,6 +166,21 @@ void AddFailed(const Spool& spool, Overview& overview, std::string& error) {
   if (error.empty()) error = reasons.error();
 }
 
+// Files of today and yesterday that were loaded, but not whole.
+void AddLeftOut(std::time_t now, Overview& overview, std::string& error) {
+  for (const std::time_t day : {now - kDay, now}) {
+    const RunLog log = ReadLogOf(day);
+    if (!log.error.empty()) error = log.error;
+    for (const LogEntry& entry : log.entries) {
+      const auto values = entry.ValuesOf(kLinesLeftOut);
+      if (!values) continue;
+      Trouble trouble = Of(entry, TimeOf(entry, day), "loaded, but not whole");
+      trouble.example = values->front();
+      overview.Add("", trouble);
+    }
+  }
+}
+
 // Files that no log tells of: the service passes them over in silence.
 void AddNeverTaken(const Spool& spool, Overview& overview) {
   for (const DatabaseFolder& folder : spool.folders) {
@@ -272,6 +287,7 @@ Status WhyAll(Console& console) {
   AddConversions(now, overview, error);
   AddRegistry(now, overview, error);
   AddFailed(spool, overview, error);
+  AddLeftOut(now, overview, error);
   AddNeverTaken(spool, overview);
   AddFullDisks(now, overview);
   TellOfService(now, console);

@@ -33,6 +33,12 @@ std::string TroubleOf(const Page& page, const DatabaseStatus& one) {
   return IsHeld(page, one.database) ? "held back" : "";
 }
 
+// Files that were loaded, but not whole: nothing that waits for a hand, and worth a look.
+std::string LossOf(const DatabaseStatus& one) {
+  if (one.left_out.value_or(0) == 0) return "";
+  return Count(*one.left_out, "line") + " left out: midtablectl why";
+}
+
 // What it loads at the moment, where the service tells it.
 std::string WorkOf(const Page& page, const std::string& database) {
   if (!page.service) return "";
@@ -71,6 +77,7 @@ void WriteName(Html& html, const Page& page, const DatabaseStatus& one) {
   const std::string trouble = TroubleOf(page, one);
   const std::string work = WorkOf(page, one.database);
   if (!trouble.empty()) html.Element("small", trouble, {{"class", "bad"}});
+  if (const std::string loss = LossOf(one); !loss.empty()) html.Element("small", loss);
   if (!work.empty()) html.Element("small", work, {{"class", "soft"}});
 }
 
