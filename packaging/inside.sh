@@ -1,5 +1,6 @@
-# What packaging/check and packaging/check-remote have in common, which source this: a copy of this
-# machine's files that vanishes afterwards, and the proof that the installed service counts a file.
+# What packaging/check, packaging/check-remote and packaging/check-documents have in common, which source
+# this: a copy of this machine's files that vanishes afterwards, and the proof that the installed service
+# counts a file.
 # shellcheck shell=bash
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)

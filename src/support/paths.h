@@ -44,6 +44,13 @@ inline constexpr char kMachineId[] = "/etc/machine-id";
 inline constexpr char kStateFolder[] = "/run/midtable";
 inline constexpr char kStateFile[] = "/run/midtable/state.json";
 
+// The unit of systemd that runs the service, the folders that may hold it, the first before the
+// others, and what is put beside it for delivery=once. For midtablectl.
+inline constexpr char kUnit[] = "midtable.service";
+inline constexpr const char* kUnitFolders[] = {
+    "/etc/systemd/system/", "/usr/local/lib/systemd/system/", "/usr/lib/systemd/system/"};
+inline constexpr char kUnitForOnce[] = "/etc/systemd/system/midtable.service.d/once.conf";
+
 // Held while an instance runs.
 inline constexpr char kLockFile[] = "/tmp/midtable.lock";
 // Present at start: mem files of kind F are loaded without rewriting.

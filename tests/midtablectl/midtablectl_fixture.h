@@ -190,7 +190,7 @@ class MidtablectlTest : public testing::Test {
   MidtablectlTest() {
     umask(077);  // what the program makes for others has its mode from the program alone
     Shell(
-        "folders='/vqlog /virus /etc/morvan'; chmod -R u+rwX $folders;"
+        "folders='/vqlog /virus /etc/morvan /etc/systemd'; chmod -R u+rwX $folders;"
         "find $folders -mindepth 1 -delete; rm -rf /tmp/metrics /tmp/mem_table_f.flag");
     fs::create_directories(kFolder);
     fs::create_directories(kRunLog);

@@ -10,7 +10,7 @@ inline const std::string kNothing = "\nNothing was changed.\n";
 class SetupTest : public MidtablectlTest {
  protected:
   SetupTest() {
-    Shell("find /vqlog /virus /etc/morvan -mindepth 1 -delete; rm -f /tmp/admin.cnf");
+    Shell("find /vqlog /virus /etc/morvan /etc/systemd -mindepth 1 -delete; rm -f /tmp/admin.cnf");
     server.Run("set global local_infile = 1, innodb_flush_log_at_trx_commit = 1");
     for (const std::string& name : server.Run("show databases")) {
       if (name == "vqcfg" || name.starts_with("WLAN_")) server.Run("drop database `" + name + "`");
@@ -23,6 +23,11 @@ class SetupTest : public MidtablectlTest {
     Words arguments = {"setup", "--port", port, "--user", "reporter"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return Midtablectl(arguments);
+  }
+  // The unit of the package, where no more has to be told of it.
+  static void InstallUnit() {
+    fs::create_directories("/etc/systemd/system");
+    WriteFile("/etc/systemd/system/midtable.service", "[Service]\nType=forking\n");
   }
   // Expects a run that ends with the line for the next step.
   static void ExpectReady(const Outcome& run) {
@@ -56,8 +61,9 @@ class SetupTest : public MidtablectlTest {
         "select concat(grantee, privilege_type) from information_schema.user_privileges;"
         "select concat(grantee, table_schema, privilege_type) from "
         "information_schema.schema_privileges");
-    const Outcome files =
-        Shell("find /vqlog /virus /etc/morvan -mindepth 1 -printf '%p %m %u %T@ %s\\n' | sort");
+    const Outcome files = Shell(
+        "find /vqlog /virus /etc/morvan /etc/systemd -mindepth 1 -printf "
+        "'%p %m %u %T@ %s\\n' | sort");
     state.push_back(files.output);
     return state;
   }

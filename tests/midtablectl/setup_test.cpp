@@ -130,6 +130,41 @@ TEST_F(SetupTest, AnotherDeviceIsAddedToAnInstallation) {
   EXPECT_EQ(Setting("password"), password);
 }
 
+// --- the unit of systemd
+
+const std::string kBesideUnit = paths::kUnitForOnce;
+
+TEST_F(SetupTest, TheUnitBecomesTheOneForEveryRowOnce) {
+  InstallUnit();
+  const Outcome run = RunSetup();
+  ExpectReady(run);
+  EXPECT_THAT(run.output, HasSubstr("  file   " + kBesideUnit + ", mode 0644: "));
+  EXPECT_THAT(ReadFile(kBesideUnit), HasSubstr("\nType=notify\n"));
+  ExpectReady(RunSetup({"--yes"}));
+}
+
+TEST_F(SetupTest, TheUnitStaysAsItIsForTheOtherWayOfCounting) {
+  InstallUnit();
+  ExpectReady(RunSetup({"--yes", "--delivery", "none", "--devices", "1a2b3c4d"}));
+  EXPECT_FALSE(fs::exists(kBesideUnit));
+}
+
+TEST_F(SetupTest, WhatTheOperatorPutBesideTheUnitIsLeftAlone) {
+  InstallUnit();
+  fs::create_directory("/etc/systemd/system/midtable.service.d");
+  WriteFile("/etc/systemd/system/midtable.service.d/mine.conf", "[Service]\nType=notify\n");
+  ExpectReady(RunSetup());
+  EXPECT_FALSE(fs::exists(kBesideUnit));
+}
+
+TEST_F(SetupTest, AFileOfTheNameIsNotReplaced) {
+  InstallUnit();
+  fs::create_directory("/etc/systemd/system/midtable.service.d");
+  WriteFile(kBesideUnit, "# Forking, on purpose.\n");
+  EXPECT_THAT(RunSetup().output, HasSubstr("midtable.service: warning: "));
+  EXPECT_EQ(ReadFile(kBesideUnit), "# Forking, on purpose.\n");
+}
+
 // --- failures half way
 
 TEST_F(SetupTest, AFailureHalfWayIsFinishedByTheSameCommand) {

@@ -11,14 +11,13 @@ namespace {
 
 const std::string kPath = "/tmp/state.json";
 
-// The document shows the example as an indented block, and has no other.
+// The one block of the document.
 std::string Example() {
-  std::istringstream document(ReadFile(MIDTABLE_DOCS "state.md"));
-  std::string json;
-  for (std::string line; std::getline(document, line);) {
-    if (line.starts_with("    ")) json += line + "\n";
-  }
-  return json;
+  const std::string document = ReadFile(MIDTABLE_DOCS "state.md");
+  const std::string fence = "```";
+  const std::size_t begin = document.find(fence + "json\n");
+  const std::size_t end = document.find(fence, begin + 1);
+  return document.substr(begin, end - begin).erase(0, fence.size() + 4);
 }
 
 std::string Changed(std::string text, const std::string& part, const std::string& by) {

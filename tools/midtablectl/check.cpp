@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "midtablectl/text.h"
+#include "midtablectl/unit.h"
 #include "support/paths.h"
 
 namespace ctl {
@@ -51,6 +52,8 @@ Status Check(const CheckOptions& options, Console& console) {
   CheckDeviceStates(paths::kDeviceStates, spool, dialect, findings);
   CheckSpool(spool, definitions, dialect, findings);
   CheckRunLogFolder(findings);
+  // Settings that are only to be tried are nobody's yet.
+  if (checked && options.settings.empty()) CheckUnit(checked->once, findings);
   if (!options.offline && checked && !CheckServer(*checked, spool, definitions, findings)) {
     console.err << "another check is at work on this server: run this one when it is done\n";
     return Status::kCouldNotLook;

@@ -5,6 +5,7 @@
 #include "midtablectl/setup/make_plan.h"
 #include "midtablectl/setup/samples.h"
 #include "midtablectl/text.h"
+#include "midtablectl/unit.h"
 #include "support/paths.h"
 
 namespace ctl {
@@ -81,6 +82,12 @@ void PlanMachine(const Target& target, Plan& plan) {
   AddSample(paths::kYearTables, kSampleYearTables, "year_tables.sql", plan);
   AddSample(paths::kLocalNumberBlocks, kSampleNumberBlocks, "localtour.csv", plan);
   AddFile(paths::kDeviceStates, kOpenFile, DeviceStates(target), {}, {}, plan);
+  if (target.once && HasUnit() && !UnitType().starts_with("notify")) {
+    AddFile(paths::kUnitForOnce, kOpenFile, kUnitForOnce, {}, "the unit for delivery=once", plan);
+    plan.notes.emplace_back(
+        "a service that runs already takes up its unit by systemctl daemon-reload "
+        "and systemctl restart midtable");
+  }
   if (!target.has_settings) {
     AddFile(paths::kSettingsFile, kSecretFile, Settings(target), target.login.password, {}, plan);
   }

@@ -11,4 +11,7 @@ extern const char kSampleNumberBlocks[];     // localtour.csv
 extern const char kSampleYearTables[];       // year_tables.sql
 extern const char kSampleDatabases[];        // setup.sql
 
+// What stands beside the unit for delivery=once.
+extern const char kUnitForOnce[];
+
 }  // namespace ctl
