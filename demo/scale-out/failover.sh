@@ -52,28 +52,37 @@ wait_for_both() {
 # waits in the middle of the file. The mem table must be noted as empty: a new session would empty it
 # otherwise, and end the one that holds the record.
 stop_in_a_load() {  # stop_in_a_load NODE APPLIANCE HOUR
-  local file table record
+  local file record
   wait_until "the proxy leads to $1" leads_to "$1"
-  file=$(printf '%s\n' "$sample/spool/${ids[$2]}"/*"_$3""00F"-*.dat | tail -1)
-  table=$(mem_table "$(basename "$file")")
-  wait_until "$table is noted as empty" is_noted_as_empty "$1" "$table"
+  wait_until_noted "$1" "$2"
+  file=$(last_file "$2" "$3")
   record=$(sed -n "$(($(wc -l <"$file") / 2))p" "$file" | cut -f 1)
   query "$1" "set sql_mode = ''; begin;
-              insert into $table (record_id, start_time) values ($record, now());
-              do sleep($patience)" >"$stage/holder-$2.txt" 2>&1 &
-  wait_until "the record is held" has_transactions "$1" "trx_rows_modified = 1"
+              insert into $(mem_table "$file") (record_id, start_time) values ($record, now());
+              do sleep($patience), '$2'" >"$stage/holder-$2.txt" 2>&1 &
+  wait_until "the record is held" has_statement "$1" "do sleep%$2"
   feed_hours "$2" "$3"
   wait_until "the load waits" is_waiting_in_a_load "$1" "$2"
   echo "    $2 is in the middle of $(basename "$file")"
+}
+last_file() { printf '%s\n' "$sample/spool/${ids[$1]}"/*"_$2""00F"-*.dat | tail -1; }  # last_file APPLIANCE HOUR
+mem_table() {  # mem_table FILE
+  local name
+  name=$(basename "$1")
+  echo "WLAN_${name:0:8}.${name:9:13}000${name:25:2}"
+}
+wait_until_noted() {  # wait_until_noted NODE APPLIANCE
+  local table
+  table=$(mem_table "$(last_file "$2" 00)")
+  wait_until "$table is noted as empty" is_noted_as_empty "$1" "$table"
+}
+is_noted_as_empty() {  # is_noted_as_empty NODE TABLE
+  [ "$(query "$1" "select state from ${2%.*}.midtable_ledger where kind = 'M' and name = '${2#*.}'")" = E ]
 }
 is_waiting_in_a_load() {  # is_waiting_in_a_load NODE APPLIANCE
   has_transactions "$1" "trx_state = 'LOCK WAIT' and trx_mysql_thread_id in
                            (select id from information_schema.processlist where db = 'WLAN_${ids[$2]}')"
 }
-is_noted_as_empty() {  # is_noted_as_empty NODE TABLE
-  [ "$(query "$1" "select state from ${2%.*}.midtable_ledger where kind = 'M' and name = '${2#*.}'")" = E ]
-}
-mem_table() { echo "WLAN_${1:0:8}.${1:9:13}000${1:25:2}"; }  # mem_table FILE
 has_transactions() {  # has_transactions NODE CONDITION
   [ "$(query "$1" "select count(*) from information_schema.innodb_trx where $2")" != 0 ]
 }
@@ -95,7 +104,7 @@ leave_a_load_behind() {  # leave_a_load_behind HOUR
   wait_until "the left transaction is rolled back" has_no_transaction node1
   echo "    all is counted on $(writer); the left transaction on node1 is rolled back"
   let_it_go_on node1
-  connect_again node1
+  lead_back
 }
 
 # The last that the session hears is "commit", which waits for a node that does not answer. Then the
@@ -115,6 +124,12 @@ leave_a_commit_behind() {  # leave_a_commit_behind HOUR
   wait_for_both
   echo "    all is counted"
   wait_until "node3 takes part again" takes_part_again
+  lead_back
+}
+# The sessions end with that, and with them what the services would have noted a moment later.
+lead_back() {
+  wait_until_noted node2 a
+  wait_until_noted node2 b
   connect_again node1
 }
 takes_part_again() { is_synced node3 && has_votes 4; }
