@@ -38,9 +38,12 @@ start_cluster() {
   start_node 3
 }
 
-# A fourth vote without data: with it the cluster outlives the loss of two nodes, one after the other.
+# A fourth vote without data: with it the cluster outlives the loss of two nodes, one after the other. It keeps
+# a note of the others in a folder, as the nodes do: those who had the majority last find each other by that.
 start_arbitrator() {
+  mkdir -p "$stage/arbitrator/notes"
   on arbitrator garbd --group midtable --address gcomm://127.0.0.1,127.0.0.2,127.0.0.3 \
+    --workdir "$stage/arbitrator/notes" \
     --options "gmcast.listen_addr=tcp://127.0.0.4:4567" >"$stage/arbitrator.txt" 2>&1 &
   arbitrator=$!
   wait_until "the arbitrator has joined" has_votes 4
