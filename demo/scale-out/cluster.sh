@@ -41,14 +41,40 @@ start_cluster() {
 # A fourth vote without data: with it the cluster outlives the loss of two nodes, one after the other. It keeps
 # a note of the others in a folder, as the nodes do: those who had the majority last find each other by that.
 start_arbitrator() {
+  run_arbitrator
+  wait_until "the arbitrator has joined" has_votes 4
+}
+run_arbitrator() {
   mkdir -p "$stage/arbitrator/notes"
   on arbitrator garbd --group midtable --address gcomm://127.0.0.1,127.0.0.2,127.0.0.3 \
     --workdir "$stage/arbitrator/notes" \
-    --options "gmcast.listen_addr=tcp://127.0.0.4:4567" >"$stage/arbitrator.txt" 2>&1 &
+    --options "gmcast.listen_addr=tcp://127.0.0.4:4567" >>"$stage/arbitrator.txt" 2>&1 &
   arbitrator=$!
-  wait_until "the arbitrator has joined" has_votes 4
 }
 has_votes() { [ "$(status_of node1 wsrep_cluster_size)" = "$1" ]; }
+
+# All at once: each kill waits for the end of its process.
+cut_power() {
+  local number killed=()
+  for number in 1 2 3; do
+    server kill "node$number" &
+    killed+=($!)
+  done
+  kill -KILL "$arbitrator"
+  wait "$arbitrator" 2>/dev/null || true  # the shell would tell that it was killed
+  wait "${killed[@]}"
+}
+
+# No node is ready before all are there.
+start_together() {
+  local number node started=()
+  for number in 1 2 3; do
+    start_node $number &
+    started+=($!)
+  done
+  run_arbitrator
+  for node in "${started[@]}"; do wait "$node" || exit 1; done
+}
 
 stop_cluster() {
   kill "$proxy" "$arbitrator"
