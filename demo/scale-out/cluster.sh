@@ -1,19 +1,33 @@
 # Part of play: a Galera cluster of three nodes, and a proxy before it.
 # shellcheck shell=bash disable=SC2154
 
-# With the position that a killed server's tables have: so it gets what it has missed, where another
-# node still has that, and a whole copy otherwise. Debian's unit of MariaDB does the same.
 start_node() {  # start_node NUMBER [OPTION]
-  local name=node$1 position=
-  if [ -d "$stage/$name/server/data" ]; then
-    on "$name" /usr/sbin/mariadbd --no-defaults --datadir="$stage/$name/server/data" --wsrep-on=ON \
-      --wsrep-provider=/usr/lib/galera/libgalera_smm.so --binlog-format=ROW --wsrep-recover --skip-networking \
-      --socket="$stage/$name/tmp/recovery" >"$stage/$name/recovery.txt" 2>&1 || true
-    position=$(sed -n 's/.*Recovered position: *//p' "$stage/$name/recovery.txt")
-    echo "    $name recovers position ${position:-nowhere: $(tail -1 "$stage/$name/recovery.txt")}"
-  fi
-  start_server "$name" node "$@" ${position:+--wsrep-start-position="$position"}
+  local name=node$1 position=()
+  if [ -d "$stage/$name/server/data" ]; then find_position "$1"; fi
+  start_server "$name" node "$@" "${position[@]}"
   wait_until "$name is ready" is_ready "$name"
+}
+
+# A killed server's note of its position says that there is none; its tables know. With the position it gets
+# what it has missed, where another node still has that, and a whole copy otherwise. Debian's unit of MariaDB
+# calls the same program before each start.
+find_position() {  # find_position NUMBER
+  local name=node$1
+  sed "s/NUMBER/$1/g" "$here/node.cnf" >"$stage/$name/recovery.cnf"
+  cat >>"$stage/$name/recovery.cnf" <<SETTINGS
+datadir = $stage/$name/server/data
+socket = /tmp/recovery
+skip-networking
+innodb-log-file-size = 4M
+SETTINGS
+  mapfile -t position < <(on "$name" galera_recovery --defaults-file="$stage/$name/recovery.cnf" \
+    2>"$stage/$name/recovery.txt")
+  if [[ ${position[*]} != *:* ]]; then
+    cat "$stage/$name/recovery.txt"
+    echo "$name does not know its position."
+    exit 1
+  fi
+  echo "    $name finds its position: ${position[*]##*=}"
 }
 is_ready() { [ "$(status_of "$1" wsrep_ready)" = ON ]; }
 status_of() { query "$1" "show status like '$2'" | cut -f 2; }
@@ -24,14 +38,43 @@ start_cluster() {
   start_node 3
 }
 
-# A fourth vote without data: with it the cluster outlives the loss of two nodes, one after the other.
+# A fourth vote without data: with it the cluster outlives the loss of two nodes, one after the other. It keeps
+# a note of the others in a folder, as the nodes do: those who had the majority last find each other by that.
 start_arbitrator() {
-  on arbitrator garbd --group midtable --address gcomm://127.0.0.1,127.0.0.2,127.0.0.3 \
-    --options "gmcast.listen_addr=tcp://127.0.0.4:4567" >"$stage/arbitrator.txt" 2>&1 &
-  arbitrator=$!
+  run_arbitrator
   wait_until "the arbitrator has joined" has_votes 4
 }
+run_arbitrator() {
+  mkdir -p "$stage/arbitrator/notes"
+  on arbitrator garbd --group midtable --address gcomm://127.0.0.1,127.0.0.2,127.0.0.3 \
+    --workdir "$stage/arbitrator/notes" \
+    --options "gmcast.listen_addr=tcp://127.0.0.4:4567" >>"$stage/arbitrator.txt" 2>&1 &
+  arbitrator=$!
+}
 has_votes() { [ "$(status_of node1 wsrep_cluster_size)" = "$1" ]; }
+
+# All at once: each kill waits for the end of its process.
+cut_power() {
+  local number killed=()
+  for number in 1 2 3; do
+    server kill "node$number" &
+    killed+=($!)
+  done
+  kill -KILL "$arbitrator"
+  wait "$arbitrator" 2>/dev/null || true  # the shell would tell that it was killed
+  wait "${killed[@]}"
+}
+
+# No node is ready before all are there.
+start_together() {
+  local number node started=()
+  for number in 1 2 3; do
+    start_node $number &
+    started+=($!)
+  done
+  run_arbitrator
+  for node in "${started[@]}"; do wait "$node" || exit 1; done
+}
 
 stop_cluster() {
   kill "$proxy" "$arbitrator"

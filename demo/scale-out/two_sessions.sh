@@ -40,7 +40,7 @@ must_lose() {  # must_lose WHAT FIRST SECOND
   local first
   query node1 "begin; $2; do sleep($open_seconds); commit" >"$stage/first.txt" 2>&1 &
   first=$!
-  wait_until "the first session has written" has_transactions node1 "trx_rows_modified = 1"
+  wait_until "the first session has written" has_statement node1 "do sleep"
   query node2 "$3" || problems+=("$1: the second session was refused")
   if wait $first; then
     problems+=("$1: the first session could commit")
