@@ -11,7 +11,7 @@ TEST(Advice, EachMessageIsFoundByATextOfItsOwn) {
   ASSERT_GT(ctl::Messages().size(), 50U);
   for (const ctl::Message& message : ctl::Messages()) {
     const std::string text =
-        std::regex_replace(message.format, std::regex("%(zu|lld|[sdu])"), "17");
+        std::regex_replace(message.format, std::regex("%(zu|ll[du]|[sdu])"), "17");
     const auto* found = ctl::FindMessage({message.unit, message.level, 0, text});
     EXPECT_TRUE(found != nullptr && found->format == message.format) << message.format;
   }
