@@ -1,0 +1,140 @@
+"""Plays what network.sh says, inside the sandbox."""
+
+import argparse
+import pathlib
+import random
+import statistics
+import sys
+import time
+
+sys.path.append(str(pathlib.Path(__file__).parents[1] / "speed/performance"))
+
+# pylint: disable=wrong-import-position
+import contenders
+import kills
+import works
+from bad_line import BadLine
+from store import Store, wait_until
+
+STALL = 20  # seconds
+# From the end of a fault until the files are through: 10 seconds of silence, 1 to see that the answer is
+# lost, 8 between two tries to connect, and what the work takes.
+LONGEST = 10 + 1 + 8 + 5
+MOST_TIMES_AS_LONG = 3
+FILES_AT_ONCE = 12
+
+
+class Play:
+    """One run of the service under faults, in the order that the seed gives."""
+
+    def __init__(self, program, seed, workers, round_trip):
+        self.chance = random.Random(seed)
+        self.program, self.seed, self.workers, self.round_trip = program, seed, workers, round_trip
+        self.count, self.longest, self.is_late = 0, 0.0, False
+
+    def run(self, faults):
+        self.chance.shuffle(faults)
+        with BadLine(server_port(), self.round_trip) as line:
+            kills.set_up(self.workers, line.port)
+            service = kills.Service(self.program)
+            for fault in faults:
+                self.suffer(line, fault)
+            status, stopped = service.stop()
+        lost, twice = kills.compare(self.count)
+        rows, others = kills.rows_in_mem_tables(), kills.endings()
+        is_good = others.pop(".mid", 0) == self.count and not others
+        print(f"seed {self.seed:3}, {self.workers} workers: {self.count} files, {len(faults)} faults, lost "
+              f"{lost}, twice {twice}, rows waiting {rows}, not .mid {others or 0}, held up for at most "
+              f"{self.longest:.1f} s, stopped with status {status} in {stopped:.1f} s", flush=True)
+        return is_good and lost == twice == rows == status == 0 and not self.is_late
+
+    def suffer(self, line, fault):
+        """Files come, the fault strikes at some moment of the work on them, and they must get through."""
+        kills.drop_files(FILES_AT_ONCE, self.chance, 0.2, self.count)
+        self.count += FILES_AT_ONCE
+        time.sleep(self.chance.uniform(0, 0.3 + 10 * self.round_trip))
+        begin = time.monotonic()
+        if fault == "stall":
+            line.stall(STALL)
+            time.sleep(STALL)
+            begin += STALL
+        else:
+            self.strike(getattr(line, fault))
+        while not kills.is_through(self.count):
+            if time.monotonic() - begin > LONGEST:
+                print(f"seed {self.seed}: {fault}: not through after {LONGEST} s", flush=True)
+                self.is_late = True
+                wait_until(lambda: kills.is_through(self.count), 200, "all files", 0.2)
+            time.sleep(0.05)
+        self.longest = max(self.longest, time.monotonic() - begin)
+
+    def strike(self, fault):
+        """A service that has no connection just now gets one."""
+        wait_until(lambda: fault(self.chance), LONGEST, "a connection to strike", 0.01)
+
+
+def server_port():
+    return int(pathlib.Path(kills.SERVER, "port").read_text())
+
+
+def seconds_for(work, store, program, workers, round_trip):
+    store.reset(work.devices)
+    work.lay_out()
+    with BadLine(store.port, round_trip) as line:
+        begin = time.monotonic()
+        with contenders.Service(program, line.port, "once", workers) as service:
+            def is_through():
+                service.check()
+                left = works.waiting()
+                if left:
+                    time.sleep(0.02)
+                return left == 0 and store.mem_tables_are_empty()
+            took = wait_until(is_through, 300, work.name) - begin
+    if store.sums() != work.expected:
+        raise SystemExit(f"network: {work.name}: sums are not those of the files")
+    return took
+
+
+def measure_distance(program, round_trip):
+    """In turns, so that what else the machine does meets both."""
+    contenders.configure()
+    store = Store(("--innodb-flush-log-at-trx-commit=1",))
+    maker = pathlib.Path(program).parents[2] / "bench/speed/make_mem_files"
+    work = works.Work(maker, "distance", 2, 1000, 100)
+    is_good = True
+    for workers in (1, 2):
+        pairs = [[seconds_for(work, store, program, workers, length) for length in (0, round_trip)]
+                 for _ in range(3)]
+        near, far = (statistics.median(times) for times in zip(*pairs))
+        is_good = is_good and far <= MOST_TIMES_AS_LONG * near
+        print(f"{workers} workers, 2 databases of 1,000 files of 100 rows: {near:.2f} s, with a round trip of "
+              f"{round_trip * 1000:.0f} ms {far:.2f} s, {far / near:.2f} times as long", flush=True)
+    store.stop()
+    work.remove()
+    return is_good
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("program")
+    parser.add_argument("--short", action="store_true")
+    parser.add_argument("--seeds", default="1,2,3,4")
+    parser.add_argument("--round-trip", type=int, default=50)
+    options = parser.parse_args()
+    round_trip = options.round_trip / 1000
+    contenders.SPOOL.mkdir(parents=True)
+    good = [] if options.short else [measure_distance(options.program, round_trip)]
+    kills.start_server()
+    if options.short:
+        faults = ["stall"] + ["reset", "cut"] * 4
+        good.append(Play(options.program, 1, 2, round_trip).run(faults))
+    else:
+        faults = ["stall"] + ["swallow"] * 3 + ["reset", "cut"] * 15
+        good += [Play(options.program, int(seed), workers, round_trip).run(list(faults))
+                 for seed in options.seeds.split(",") for workers in (1, 2)]
+    kills.subprocess.run([kills.TOOL, "stop", kills.SERVER], check=False)
+    return 0 if all(good) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
