@@ -3,24 +3,16 @@
 import argparse
 import pathlib
 import random
-import statistics
 import sys
 import time
 
-sys.path.append(str(pathlib.Path(__file__).parents[1] / "speed/performance"))
-
-# pylint: disable=wrong-import-position
-import contenders
 import kills
-import works
 from bad_line import BadLine
-from store import Store, wait_until
 
 STALL = 20  # seconds
 # From the end of a fault until the files are through: 10 seconds of silence, 1 to see that the answer is
 # lost, 8 between two tries to connect, and what the work takes.
 LONGEST = 10 + 1 + 8 + 5
-MOST_TIMES_AS_LONG = 3
 FILES_AT_ONCE = 12
 
 
@@ -77,53 +69,30 @@ def server_port():
     return int(pathlib.Path(kills.SERVER, "port").read_text())
 
 
-def seconds_for(work, store, program, workers, round_trip):
-    store.reset(work.devices)
-    work.lay_out()
-    with BadLine(store.port, round_trip) as line:
-        begin = time.monotonic()
-        with contenders.Service(program, line.port, "once", workers) as service:
-            def is_through():
-                service.check()
-                left = works.waiting()
-                if left:
-                    time.sleep(0.02)
-                return left == 0 and store.mem_tables_are_empty()
-            took = wait_until(is_through, 300, work.name) - begin
-    if store.sums() != work.expected:
-        raise SystemExit(f"network: {work.name}: sums are not those of the files")
-    return took
-
-
-def measure_distance(program, round_trip):
-    """In turns, so that what else the machine does meets both."""
-    contenders.configure()
-    store = Store(("--innodb-flush-log-at-trx-commit=1",))
-    maker = pathlib.Path(program).parents[2] / "bench/speed/make_mem_files"
-    work = works.Work(maker, "distance", 2, 1000, 100)
-    is_good = True
-    for workers in (1, 2):
-        pairs = [[seconds_for(work, store, program, workers, length) for length in (0, round_trip)]
-                 for _ in range(3)]
-        near, far = (statistics.median(times) for times in zip(*pairs))
-        is_good = is_good and far <= MOST_TIMES_AS_LONG * near
-        print(f"{workers} workers, 2 databases of 1,000 files of 100 rows: {near:.2f} s, with a round trip of "
-              f"{round_trip * 1000:.0f} ms {far:.2f} s, {far / near:.2f} times as long", flush=True)
-    store.stop()
-    work.remove()
-    return is_good
+def wait_until(condition, seconds, what, pause):
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            raise SystemExit(f"network: {what}: not within {seconds} s")
+        time.sleep(pause)
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("program")
     parser.add_argument("--short", action="store_true")
+    parser.add_argument("--distance", action="store_true")
     parser.add_argument("--seeds", default="1,2,3,4")
     parser.add_argument("--round-trip", type=int, default=50)
     options = parser.parse_args()
     round_trip = options.round_trip / 1000
-    contenders.SPOOL.mkdir(parents=True)
-    good = [] if options.short else [measure_distance(options.program, round_trip)]
+    kills.SPOOL.mkdir(parents=True)
+    good = []
+    if not options.short:
+        import distance  # pylint: disable=import-outside-toplevel  # it needs more packages
+        good.append(distance.measure(options.program, round_trip))
+    if options.distance:
+        return 0 if all(good) else 1
     kills.start_server()
     if options.short:
         faults = ["stall"] + ["reset", "cut"] * 4
