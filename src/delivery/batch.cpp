@@ -12,6 +12,24 @@ using Kind = BatchOutcome::Kind;
 
 namespace {
 
+// A script's text and its rows are held in memory up to this size.
+constexpr std::uint64_t kMostAtOnce = 4 << 20;
+
+// Bytes that were read before.
+class HeldBytes : public LoadBytes {
+ public:
+  explicit HeldBytes(std::string_view bytes) : m_rest(bytes) {}
+  int Read(char* buffer, unsigned int size) override {
+    const std::size_t part = m_rest.copy(buffer, size);
+    m_rest.remove_prefix(part);
+    return static_cast<int>(part);
+  }
+  std::string error() const override { return {}; }
+
+ private:
+  std::string_view m_rest;
+};
+
 // The name is for those who look at what the server does.
 std::string LoadStatement(const MemFile& file) {
   return "load data local infile '" + std::string(FileNameOf(file.path)) + "' ignore into table " +
@@ -24,14 +42,84 @@ BatchOutcome Batch::Failed() { return {Kind::kFailed, 0, m_sql.lastFailure(), m_
 
 BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& before,
                         const std::string& token) {
-  BatchOutcome outcome = Try(files, before, token);
+  BatchOutcome outcome;
+  if (MayGoAtOnce(files)) {
+    if (TryAtOnce(files, before, token, outcome)) return outcome;
+    StartOver();
+  }
+  outcome = Try(files, before, token);
   if (outcome.kind != Kind::kOneByOne) return outcome;
   m_one_by_one = true;
+  StartOver();
+  return Try(files, before, token);
+}
+
+void Batch::StartOver() {
   m_sources.clear();
   m_entries.clear();
   m_counted_before.clear();
   m_rows = 0;
-  return Try(files, before, token);
+}
+
+// A large batch keeps the server busy for longer than the journeys take.
+bool Batch::MayGoAtOnce(const std::vector<MemFile>& files) const {
+  std::uint64_t size = 0;
+  for (const MemFile& file : files) {
+    const auto identity = IdentityOf(file.path);
+    size += identity ? static_cast<std::uint64_t>(identity->size) : 0;
+  }
+  return m_goes_at_once && m_sql.IsFar() && size > 0 && size <= kMostAtOnce;
+}
+
+// Nobody here can look at an answer before the commit is sent. So the server itself looks: a mark
+// that another batch has taken, and rows that are missing or too many, are an error, and so is a
+// file that the ledger has already; a statement that fails ends the script before its commit. What
+// was wrong then is found step by step. False when that is to be done.
+bool Batch::TryAtOnce(const std::vector<MemFile>& files, const std::string& before,
+                      const std::string& token, BatchOutcome& outcome) {
+  std::string bytes;
+  if (!OpenAll(files, outcome) || !ReadAll(files, bytes) || m_rows == 0) return false;
+  std::vector<std::string> script = {
+      "start transaction", Ledger::TakingMark(m_mem_table, before, token),
+      LoadStatement(files.front()), Ledger::ProvingMark(m_mem_table, token, m_rows),
+      Ledger::AddingFiles(m_entries)};
+  const std::size_t proof = 3;
+  for (const MidTarget& target : m_plan.targets) script.push_back(target.convert);
+  script.push_back("commit");
+  script.push_back("truncate table " + m_mem_table);
+  HeldBytes held(bytes);
+  std::size_t done = 0;
+  std::vector<SqlReply> replies;
+  m_emptied = m_sql.RunAll(script, &held, done, replies);
+  if (done + 1 >= script.size()) {
+    outcome = {};
+    LogLoads(files);
+    g_loger(kUnit, __LINE__, kInfo, "commit ok!");
+    return true;
+  }
+  outcome = Failed();
+  if (outcome.failure == SqlFailure::kConnection) return true;
+  m_sql.Run("rollback");
+  m_failed_at_once = true;
+  m_one_by_one = done == proof || (done < proof && outcome.failure == SqlFailure::kData);
+  return false;
+}
+
+bool Batch::ReadAll(const std::vector<MemFile>& files, std::string& bytes) {
+  std::vector<LoadSource*> sources;
+  for (const auto& source : m_sources) sources.push_back(source.get());
+  JoinedSource joined(sources);
+  char piece[16 * 1024];
+  int got = 0;
+  while ((got = joined.Read(piece, sizeof piece)) > 0) {
+    bytes.append(piece, static_cast<std::size_t>(got));
+  }
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (m_sources[i]->HasChanged()) return false;
+    m_entries[i].rows = m_sources[i]->lines();
+  }
+  m_rows = joined.lines();
+  return got == 0;
 }
 
 // A commit that failed may still have happened, when the connection was lost under it. Nobody needs

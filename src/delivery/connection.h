@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 class Connection : public CMysqlBase {
  public:
   static constexpr std::chrono::seconds kSilence{10};
+  static constexpr std::chrono::milliseconds kFar{5};
 
   // `silence`: after how long an answer that does not come is looked for in the process list.
   // `worker`: from 1 to kMostWorkers; no two connections of a service have the same.
@@ -23,6 +25,15 @@ class Connection : public CMysqlBase {
   bool Query(const std::string& sql, std::vector<SqlRecord>& rows) {
     return fetchRecordSet(sql.c_str(), rows) == 0;
   }
+  // As executeSQL and runScript: whether all of them succeeded, `done` being how many did.
+  bool RunAll(const std::vector<std::string>& statements, LoadBytes* bytes, std::size_t& done,
+              std::vector<SqlReply>& replies) {
+    done = runScript(statements, bytes, replies);
+    return done == statements.size();
+  }
+  // Whether the journeys to the server take longer than what is done there: it is then asked little
+  // and told much at once.
+  bool IsFar() const { return roundTrip() >= kFar; }
   // The server's own words about the last failure, without the statement.
   std::string Reason();
   // Whether the database, or its table, is there, in `found`. False when that could not be asked.
@@ -34,10 +45,18 @@ class Connection : public CMysqlBase {
   bool EndLeftSessions(const std::string& database, const OwnSessions& own);
   // Makes the session known as one that may work on `database`, until it ends. False as above.
   bool Claim(const std::string& database);
+  // Switches to the database, claims it and runs `statement`, all in one journey. False where a
+  // session was left behind or anything failed, which is then to be done step by step.
+  bool EnterAtOnce(const std::string& database, const OwnSessions& own,
+                   const std::string& statement);
   // Whether the last failure only says that what was to be made is there.
   bool SaysItExists() const;
 
  private:
+  std::string ClaimsQuery(const std::string& database) const;
+  std::string Claiming(const std::string& database) const;
+  // Sessions that are none of `own`, by the worker whose claim they hold.
+  static std::map<int, std::string> LeftSessions(const SqlRecord& claims, const OwnSessions& own);
   std::string ClaimOf(const std::string& database, int worker) const;
   // The first value of the first row; empty when there is none, or NULL.
   bool Ask(const std::string& query, std::string& value);

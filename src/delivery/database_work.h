@@ -53,6 +53,7 @@ class DatabaseWork {
 
  private:
   Visited DeliverAll(Workbench& bench);
+  void PrepareTogether(Workbench& bench);
   bool HaveARest(Workbench& bench);
   bool FindRows(Workbench& bench);
   bool LedgerIsDue(Clock::time_point now) const;

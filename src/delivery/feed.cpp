@@ -95,6 +95,19 @@ Feed::Step Feed::FailBy(SqlFailure failure, const std::string& reason) {
 
 // --- what a batch needs
 
+const Plan* Feed::PlanToPrepare(Workbench& bench, Trouble::Clock::time_point now) {
+  m_bench = &bench;
+  m_now = now;
+  const bool wanted = !m_prepared && m_common.backlog.CountFiles(m_key) != 0;
+  return wanted && MakePlan() == Step::kDone && EnterDatabase() == Step::kDone ? &m_plan : nullptr;
+}
+
+void Feed::NotePrepared(const std::string& token) {
+  m_token = token;
+  m_prepared = m_emptied = true;
+  for (const MidTarget& target : m_plan.targets) m_tables.insert(target.name);
+}
+
 Feed::Step Feed::Prepare() {
   for (const auto step : {&Feed::MakePlan, &Feed::EnterDatabase}) {
     if (const Step result = (this->*step)(); result != Step::kDone) return result;
@@ -137,6 +150,12 @@ Feed::Step Feed::MakePlan() {
 // That is done by the first worker that comes here; each one claims the database.
 Feed::Step Feed::EnterDatabase() {
   const std::string& database = m_key.database;
+  if (!m_notes.ready && sql().IsFar() &&
+      sql().EnterAtOnce(database, m_common.sessions, Ledger::Creating())) {
+    m_notes.ready = true;
+    m_bench->database = database;
+    m_bench->claims.insert(database);
+  }
   if (!m_notes.ready) {
     bool there = false;
     if (!sql().FindDatabase(database, there)) return Fail();
@@ -231,6 +250,10 @@ Feed::Step Feed::Empty() {
     m_prepared = false;
     return Fail();
   }
+  return NoteEmptied();
+}
+
+Feed::Step Feed::NoteEmptied() {
   m_emptied = true;
   m_owes = false;
   return Step::kDone;
@@ -286,8 +309,10 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     const std::vector<MemFile> next = std::move(batches.back());
     batches.pop_back();
     Batch batch(sql(), m_common.registry, m_key.table, m_plan);
+    if (std::exchange(m_goes_by_step, false)) batch.GoByStep();
     const std::string token = NewToken();
     const BatchOutcome outcome = batch.Run(next, m_token, token);
+    m_goes_by_step = batch.HasFailedAtOnce();
     if (outcome.kind != BatchOutcome::Kind::kCommitted) {
       const Step settled = Settle(outcome, next, batches);
       if (settled != Step::kDone) return settled;
@@ -297,7 +322,7 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     m_settled = m_emptied = false;
     m_owes = true;
     if (batch.HasCountedRows()) m_common.commits.Add(MemFile{{}, {}, m_key.table}.Kind());
-    const Step emptied = Empty();
+    const Step emptied = batch.HasEmptiedMemTable() ? NoteEmptied() : Empty();
     FinishFiles(next, batch);
     if (emptied != Step::kDone) return emptied;
     if (!next.empty() && batch.countedBefore().size() == next.size()) continue;

@@ -35,15 +35,17 @@ LedgerFile LedgerFile::Of(const std::string& path, const FileIdentity& identity)
 // Names are bytes, as in the file system: no collation takes two of them for one. The key begins
 // with what every question asks for. Text of the server's own types keeps the table readable by
 // hand.
-bool Ledger::Create() {
-  return m_sql.Run(
-      Format("create table if not exists %s (kind char(1) not null, name varbinary(255) not null, "
-             "size bigint unsigned not null, modified bigint not null, file_rows bigint unsigned "
-             "not null default 0, token char(32) not null default '', state char(1) not null "
-             "default '', changed_at timestamp not null default current_timestamp on update "
-             "current_timestamp, primary key (kind, name, size, modified)) engine = InnoDB",
-             kLedgerTable));
+std::string Ledger::Creating() {
+  return Format(
+      "create table if not exists %s (kind char(1) not null, name varbinary(255) not null, "
+      "size bigint unsigned not null, modified bigint not null, file_rows bigint unsigned "
+      "not null default 0, token char(32) not null default '', state char(1) not null "
+      "default '', changed_at timestamp not null default current_timestamp on update "
+      "current_timestamp, primary key (kind, name, size, modified)) engine = InnoDB",
+      kLedgerTable);
 }
+
+bool Ledger::Create() { return m_sql.Run(Creating()); }
 
 // Of a table without a mark nothing was ever counted in this way.
 bool Ledger::ReadMark(const std::string& mem_table, MemTableMark& mark) {
@@ -60,24 +62,39 @@ bool Ledger::ReadMark(const std::string& mem_table, MemTableMark& mark) {
 }
 
 // Two sessions may add the mark at the same time; the second one finds it there.
-bool Ledger::AddMark(const std::string& mem_table) {
-  return m_sql.Run(
-      Format("insert ignore into %s (kind, name, size, modified, state) values ('M', '%s', 0, 0, "
-             "'E')",
-             kLedgerTable, mem_table.c_str()));
+bool Ledger::AddMark(const std::string& mem_table) { return m_sql.Run(AddingMark(mem_table)); }
+
+std::string Ledger::AddingMark(const std::string& mem_table) {
+  return Format(
+      "insert ignore into %s (kind, name, size, modified, state) values ('M', '%s', 0, 0, 'E')",
+      kLedgerTable, mem_table.c_str());
 }
 
 // The row stays locked until the transaction ends. A session that waited for it sees the token that
 // the other one wrote, changes no row, and knows that it was overtaken.
 bool Ledger::TakeMark(const std::string& mem_table, const std::string& before,
                       const std::string& token, bool& taken) {
-  const std::string update = Format(
+  if (!m_sql.Run(TakingMark(mem_table, before, token))) return false;
+  taken = m_sql.affectedRows() == 1;
+  return true;
+}
+
+std::string Ledger::TakingMark(const std::string& mem_table, const std::string& before,
+                               const std::string& token) {
+  return Format(
       "update %s set token = '%s', state = 'C' where kind = 'M' and name = '%s' and size = "
       "0 and modified = 0 and token = '%s'",
       kLedgerTable, token.c_str(), mem_table.c_str(), before.c_str());
-  if (!m_sql.Run(update)) return false;
-  taken = m_sql.affectedRows() == 1;
-  return true;
+}
+
+// One more than the largest number is an error on every server.
+std::string Ledger::ProvingMark(const std::string& mem_table, const std::string& token,
+                                std::uint64_t rows) {
+  return Format(
+      "select 18446744073709551615 + (count(*) <> %llu or not ((select token from %s where kind = "
+      "'M' and name = '%s' and size = 0 and modified = 0) <=> '%s')) as proof from %s",
+      static_cast<unsigned long long>(rows), kLedgerTable, mem_table.c_str(), token.c_str(),
+      mem_table.c_str());
 }
 
 // By the token: a late word about an earlier batch must not hide the rows of a newer one.
@@ -98,7 +115,7 @@ bool Ledger::Query(const std::string& query, std::vector<LedgerFile>& files) {
   return true;
 }
 
-// One question for the whole batch, which is at most 64 files.
+// One question for the whole batch, which is at most 256 files.
 bool Ledger::FindCounted(std::span<const LedgerFile> files, std::vector<LedgerFile>& counted) {
   if (files.empty()) return true;
   return Query(
@@ -107,7 +124,10 @@ bool Ledger::FindCounted(std::span<const LedgerFile> files, std::vector<LedgerFi
 }
 
 bool Ledger::AddFiles(std::span<const LedgerFile> files) {
-  if (files.empty()) return true;
+  return files.empty() || m_sql.Run(AddingFiles(files));
+}
+
+std::string Ledger::AddingFiles(std::span<const LedgerFile> files) {
   std::string insert = std::string("insert into ") + kLedgerTable +
                        " (kind, name, size, modified, file_rows) values ";
   const char* separator = "";
@@ -117,7 +137,7 @@ bool Ledger::AddFiles(std::span<const LedgerFile> files) {
               std::to_string(file.rows) + ")";
     separator = ",";
   }
-  return m_sql.Run(insert);
+  return insert;
 }
 
 // In pieces, each of which begins behind the last name of the piece before: a ledger that has grown

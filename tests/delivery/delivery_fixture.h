@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "delivery/deaf_proxy.h"
 #include "delivery/delivery.h"
 #include "delivery/ledger.h"
 #include "gmock/gmock.h"
@@ -85,10 +86,12 @@ class DeliveryTest : public testing::Test {
     return stem;
   }
 
-  // That of a user with the rights that the service needs and no more.
+  // That of a user with the rights that the service needs and no more. With FAR_SERVER in the
+  // environment the server is as far away as one for which the service has a road of its own.
   MYSQLAUTH Auth() const {
     MYSQLAUTH auth = server.Auth("mysql");
     auth.user = "service";
+    if (far_line != nullptr) auth.port = far_line->port();
     return auth;
   }
   void Start() { Start(Auth()); }
@@ -177,6 +180,14 @@ class DeliveryTest : public testing::Test {
     return server.Run(std::string("select count(*) from ") + kDb + ".MEM_20121231_0000A").at(0);
   }
 
+  std::unique_ptr<DeafProxy> MakeFarLine() const {
+    if (getenv("FAR_SERVER") == nullptr) return nullptr;
+    auto line = std::make_unique<DeafProxy>(server.Auth().port);
+    line->SetDistance(kDistance);
+    return line;
+  }
+
+  static constexpr std::chrono::milliseconds kDistance{8};
   static inline std::size_t s_log_begin = 0;
   static constexpr std::chrono::seconds kPatience{30};
   static constexpr std::chrono::seconds kSilence{1};
@@ -194,6 +205,7 @@ class DeliveryTest : public testing::Test {
       "text, j text, k text, flag int) engine=InnoDB";
 
   MariadbServer& server = MariadbServer::Get();
+  std::unique_ptr<DeafProxy> far_line = MakeFarLine();
   int workers = 1;
   std::unique_ptr<Delivery> delivery;
   std::thread thread;
