@@ -1,5 +1,6 @@
--- What the service expects on a MySQL or MariaDB server before its first start. It makes the
--- databases of the devices ("WLAN_" and eight digits) and their tables itself.
+-- What the service expects on a MySQL or MariaDB server before its first start; `midtablectl setup`
+-- makes it by these statements. The service makes the databases of the devices ("WLAN_" and eight
+-- digits) and their tables itself.
 
 -- Where it logs in, and where the registry looks for enterprise users.
 create database if not exists vqcfg;

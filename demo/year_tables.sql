@@ -1,10 +1,10 @@
--- Year tables of one device's database. The service neither looks for year tables nor creates them:
--- run this in the database of every device before its first mem file of a year comes, say each
--- December for the year after:
+-- Year tables of one device's database, at /etc/morvan/year_tables.sql. The service neither looks for
+-- year tables nor makes them: `midtablectl setup` and `midtablectl year-tables` do, by these
+-- statements, in which _YYYY stands for the year. By hand, in the database of a device:
 --
 --   sed 's/_YYYY/_2013/' year_tables.sql | mariadb WLAN_1a2b3c4d
 --
--- (Create the database first if the device has sent nothing yet.)
+-- Nothing but "create table if not exists" may stand here.
 
 create table if not exists T_FLOW1Y_YYYY (
   month      tinyint unsigned not null,

@@ -12,6 +12,7 @@
 # each kind of step: the worst of its points. Exit status 1 when a record is lost, or is counted twice
 # elsewhere than between the commit and the emptying of the mem table. With --delivery once, the way of
 # working that counts every row exactly once, any difference from the undisturbed day is a fault.
+# MIDTABLE_SERVER in the environment picks the server, as for tools/check-server.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 

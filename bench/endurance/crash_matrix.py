@@ -12,6 +12,7 @@ from collections import defaultdict
 import crash_day as day
 
 SERVER = pathlib.Path("/tmp/server")
+PRIVATE_SERVER = "tools/private-" + os.environ.get("MIDTABLE_SERVER", "mariadb")
 SOURCE = pathlib.Path("/tmp/day")
 STEPS = pathlib.Path("/tmp/steps")  # written by the library
 BACK = pathlib.Path("/tmp/server_is_back")
@@ -24,7 +25,8 @@ MEM_KEY = "bigint unsigned  not null primary key"
 SHORT = 19
 BOTH = 5
 # A server killed at once must come back with what it has confirmed.
-DURABLE = ("--general-log=0", "--innodb-flush-log-at-trx-commit=1", "--innodb-doublewrite=1")
+DURABLE = ("--general-log=0", "--innodb-flush-log-at-trx-commit=1", "--innodb-doublewrite=1",
+           "--sync-binlog=1")
 YEAR_TABLES = pathlib.Path("demo/year_tables.sql").read_text().replace("_YYYY", "_2012")
 
 
@@ -42,14 +44,14 @@ def wait_for(what, condition):
 
 class Server:
     def start(self):
-        script = ["tools/private-mariadb", "start", SERVER, *DURABLE]
+        script = [PRIVATE_SERVER, "start", SERVER, *DURABLE]
         run = subprocess.run(script, capture_output=True, text=True, check=False)
         if run.returncode:
             raise Trouble(run.stderr)
         self.port = run.stdout.strip()
 
     def stop(self):
-        subprocess.run(["tools/private-mariadb", "stop", SERVER], check=False)
+        subprocess.run([PRIVATE_SERVER, "stop", SERVER], check=False)
 
     def sql(self, statements):
         """The rows of all the statements, each a tuple of texts."""

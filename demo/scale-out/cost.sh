@@ -7,8 +7,8 @@ cost() {
   local server turn order=(plain binlog node1)
   rounds=5
   step "Cost: the $(find "$sample/spool/${ids[a]}" -name '*.dat' | wc -l) files of a, $rounds times on each kind of server in turns"
-  start_reader plain plain 0
-  start_reader binlog appliance 1
+  start_server plain plain 0
+  start_server binlog appliance 1
   start_cluster
   for turn in $(seq $rounds); do
     for server in "${order[@]}"; do load_on "$server"; done
@@ -22,32 +22,30 @@ cost() {
   stop_servers plain binlog node3 node2 node1
 }
 
-# All files of a, from scratch. Timed from the first file that was loaded to the last: a service that
-# is idle looks for files once a second only.
+# All files of a, from scratch. Timed from the moment at which they appear to the last one's commit.
 load_on() {  # load_on SERVER
-  local before
+  local begun before
   rm -f "$(spool a)"/*
   use "$1"
   sql -e "drop database if exists WLAN_${ids[a]}"
   set_up_databases "${ids[a]}"
   configure "$stage/a" "$sample"
-  if [ "$1" = node1 ]; then empty_within_the_transaction "$stage/a/etc/morvan/vqlog.xml"; fi
   start_service a
-  before=$(cpu_seconds "$1")
+  before=$(cpu_of_server "$1") begun=$EPOCHREALTIME
   feed a '*.dat'
-  wait_until "$1 has converted all" has_done_all a "$1"
-  awk -v before="$before" -v after="$(cpu_seconds "$1")" 'BEGIN { print after - before }' >>"$folder/$1-cpu.times"
+  wait_until "$1 has counted all" has_done_all a "$1"
+  awk -v before="$before" -v after="$(cpu_of_server "$1")" 'BEGIN { print after - before }' >>"$folder/$1-cpu.times"
   stop_service a
   find "$(spool a)" -name '*.mid' -printf '%C@\n' | sort -n |
-    awk 'NR == 1 { first = $1 } { last = $1 } END { printf "%.3f\n", last - first }' >>"$folder/$1.times"
+    awk -v begun="$begun" 'END { printf "%.3f\n", $1 - begun }' >>"$folder/$1.times"
 }
 
-# What the server has used of the processors so far, the cluster all its nodes.
-cpu_seconds() {  # cpu_seconds SERVER
-  local machine machines=("$1")
-  if [ "$1" = node1 ]; then machines=(node1 node2 node3); fi
-  for machine in "${machines[@]}"; do cat "/proc/$(cat "$stage/$machine/server/pid")/stat"; done |
-    awk -v ticks="$(getconf CLK_TCK)" '{ sum += $14 + $15 } END { print sum / ticks }'
+# That of the cluster is that of all its nodes.
+cpu_of_server() {  # cpu_of_server SERVER
+  local pids=("$stage/$1/server/pid")
+  if [ "$1" = node1 ]; then pids=("$stage"/node[123]/server/pid); fi
+  # shellcheck disable=SC2046
+  cpu_seconds $(cat "${pids[@]}")
 }
 
 show_times() {

@@ -28,11 +28,11 @@ replication() {
   stop_servers a b store
 }
 
-fetch_from() {  # fetch_from MACHINE: one named connection of the store an appliance
+fetch_from() {  # fetch_from MACHINE [OPTIONS]: one named connection of the store an appliance
   query "$1" "create user store@'127.0.0.1' identified by 'secret';
               grant replication slave on *.* to store@'127.0.0.1'"
   query store "change master '$1' to master_host = '127.0.0.1', master_port = $(cat "$stage/$1/server/port"),
-                 master_user = 'store', master_password = 'secret', master_use_gtid = slave_pos,
+                 master_user = 'store', master_password = 'secret', master_use_gtid = slave_pos, ${2:-}
                  master_connect_retry = 1;
                start slave '$1'"
 }

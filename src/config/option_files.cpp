@@ -91,7 +91,7 @@ bool OptionFiles::ReadFile(const std::string& file, int depth) {
     if (line.front() == '!') {
       Include(line, depth);
     } else if (line.front() == '[') {
-      in_group = GroupOf(line) == kGroup;
+      in_group = GroupOf(line) == m_group;
       m_found = m_found || in_group;
     } else if (in_group) {
       AddOption(line, file + " line " + std::to_string(number));

@@ -20,7 +20,7 @@ struct ClientOption {
   std::string where;                 // "/etc/my.cnf line 7"
 };
 
-// Collects the group [midtable] of one file after the other.
+// Collects one group, that of the service unless another is named, of one file after the other.
 //
 // The syntax is that of the client programs: "#" and ";" begin a comment, "#" within a line too,
 // but not in quotes; a value may stand in single or double quotes, and the sequences \b \t \n \r \s
@@ -30,6 +30,9 @@ struct ClientOption {
 class OptionFiles {
  public:
   static constexpr std::string_view kGroup = "midtable";
+
+  // `group` is kept, not copied.
+  explicit OptionFiles(std::string_view group = kGroup) : m_group(group) {}
 
   // False, with errno set, when the file itself cannot be read. One that it includes is then listed
   // in unreadable().
@@ -50,6 +53,7 @@ class OptionFiles {
   void IncludeFile(const std::string& file, int depth);
   void AddOption(std::string_view line, std::string where);
 
+  std::string_view m_group;
   bool m_found = false;
   std::vector<ClientOption> m_options;
   std::vector<std::string> m_unreadable;

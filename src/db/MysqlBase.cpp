@@ -127,7 +127,7 @@ bool CMysqlBase::logIn() {
   m_takesScripts = m_allowsScripts;
   KeepCallsShort(mysql_get_socket(handle));
   NoticeDeadPeers(mysql_get_socket(handle), m_options.unsent_limit);
-  return limitLockWaits() && prepareToNotice();
+  return prepareSession() && prepareToNotice();
 }
 
 // The library forgets its options with every attempt that fails.
@@ -160,11 +160,13 @@ bool CMysqlBase::lastDatabaseIsClosed() const {
          (error == ER_BAD_DB_ERROR || error == ER_DBACCESS_DENIED_ERROR);
 }
 
-// False only when the connection is gone again. A server that was built without InnoDB, say, knows
-// but the second of the two variables, and sets neither when asked for both.
-bool CMysqlBase::limitLockWaits() {
+// False only when the connection is gone again. Rows that were loaded under autocommit=0, by the
+// server's default or its init_connect, would be gone with the connection; MySQL does not tell a
+// client of that default. A server that was built without InnoDB, say, does not know all of the
+// variables, and sets none when asked for all.
+bool CMysqlBase::prepareSession() {
   const std::string seconds = " = " + std::to_string(m_lockWaitSeconds);
-  const std::string tables = "lock_wait_timeout" + seconds;
+  const std::string tables = "autocommit = 1, lock_wait_timeout" + seconds;
   const std::string rows = "innodb_lock_wait_timeout" + seconds;
   for (const std::string& limits : {Format("%s, %s", rows.c_str(), tables.c_str()), tables}) {
     const std::string statement = "set session " + limits;
@@ -220,20 +222,13 @@ SqlFailure CMysqlBase::libraryFailure() const {
                              mysql_error(usable()));
 }
 
-// Rows that were loaded under autocommit=0, by the server's default or its init_connect, would be
-// gone with the connection. The server's last answer tells, so that asking costs nothing.
-bool CMysqlBase::commitsByItself() {
-  return (usable()->server_status & SERVER_STATUS_AUTOCOMMIT) != 0 ||
-         mysql_autocommit(usable(), 1) == 0;
-}
-
 int CMysqlBase::executeSQL(const char* sql, int logOnError) {
   const ServerWait wait(m_gaveUp, m_policy);
   return run(sql, logOnError);
 }
 
 int CMysqlBase::run(const char* sql, int logOnError) {
-  if (usable() != nullptr && (IsOneStatement(sql) || letTakeScripts(false)) && commitsByItself() &&
+  if (usable() != nullptr && (IsOneStatement(sql) || letTakeScripts(false)) &&
       mysql_real_query(usable(), sql, std::strlen(sql)) == 0) {
     return succeed();
   }

@@ -118,7 +118,7 @@ class CMysqlBase : public CSqlBase {
   // How long a short question took when the connection was made; 0 unless lost answers are noticed.
   std::chrono::milliseconds roundTrip() const { return m_roundTrip; }
   // Rows that the last successful statement changed.
-  std::uint64_t affectedRows() const;
+  std::uint64_t affectedRows() const override;
   // The server's number of the session; 0 where there is none.
   std::string sessionId() const;
   // The server's number of the last failure; 0 for none.
@@ -157,8 +157,7 @@ class CMysqlBase : public CSqlBase {
   void prepareHandle();
   std::string loginError() const;
   bool lastDatabaseIsClosed() const;
-  bool limitLockWaits();
-  bool commitsByItself();
+  bool prepareSession();
   bool prepareToNotice();
   bool letTakeScripts(bool takes);
   bool takeReplies(std::vector<SqlReply>& replies);

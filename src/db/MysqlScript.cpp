@@ -39,7 +39,7 @@ std::size_t CMysqlBase::runScript(const std::vector<std::string>& statements, Lo
   }
   m_loadBytes = bytes;
   const bool sent = m_allowsScripts && usable() != nullptr && letTakeScripts(true) &&
-                    commitsByItself() && mysql_real_query(usable(), text.c_str(), text.size()) == 0;
+                    mysql_real_query(usable(), text.c_str(), text.size()) == 0;
   const bool all = sent && takeReplies(replies);
   m_loadBytes = nullptr;
   if (all) {

@@ -5,6 +5,7 @@
 // reconnects by itself.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -67,6 +68,9 @@ class CSqlBase {
   // asked" is false and anything else. Ask before the next operation, a roll-back for instance,
   // has its own outcome.
   virtual SqlFailure lastFailure() const = 0;
+  // Rows that the most recent statement without a result has changed or loaded; 0 where the back
+  // end does not count them. Ask before the next operation.
+  virtual std::uint64_t affectedRows() const { return 0; }
   // For how many seconds, from the next connect on, a statement waits for a lock that another
   // session holds; then it fails with kServer. A back end whose server has no such setting leaves
   // it alone.

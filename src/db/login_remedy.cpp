@@ -16,6 +16,12 @@ constexpr char kUntrusted[] =
 constexpr char kTlsOnly[] =
     "the server takes this login over TLS only: see CLIENT OPTIONS in dbinfo.conf(5)";
 
+// Said by a client library, or by a server that no longer has an older plug-in.
+constexpr char kNoPlugin[] =
+    "this user logs in by a plug-in that one side lacks: give the user another one (alter user ... "
+    "identified with caching_sha2_password by '...' on MySQL, identified via mysql_native_password "
+    "using password('...') on MariaDB)";
+
 // The first that occurs counts. Releases of the library have words of their own for the same.
 constexpr Row kRows[] = {
     {"server does not support it",
@@ -39,6 +45,9 @@ constexpr Row kRows[] = {
     {"handshake failure", "server and ssl-cipher have no cipher in common"},
     {"insecure transport", kTlsOnly},
     {"requires secure connection", kTlsOnly},
+    {"could not be loaded", kNoPlugin},
+    {"cannot be loaded", kNoPlugin},
+    {"is not loaded", kNoPlugin},
 };
 
 }  // namespace

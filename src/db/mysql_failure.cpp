@@ -28,6 +28,7 @@ constexpr Row kNumbers[] = {
     {ER_SERVER_OFFLINE_MODE, SqlFailure::kConnection},
     {ER_TOO_MANY_USER_CONNECTIONS, SqlFailure::kConnection},
     {3169, SqlFailure::kConnection},  // the session was killed
+    {4031, SqlFailure::kConnection},  // MySQL has ended the idle session
 
     // Locks, and transactions that the server ended.
     {ER_BACKUP_LOCK_IS_ACTIVE, SqlFailure::kServer},

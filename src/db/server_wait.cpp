@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "support/pulse.h"
 #include "support/run_state.h"
 
 namespace {
@@ -93,6 +94,7 @@ int ServerWait::Wait(my_socket socket, my_bool for_reading, int /*timeout*/) {
   pollfd entry{socket, Awaited(socket, for_reading != 0), 0};
   for (;;) {
     const int ready = poll(&entry, 1, forever ? -1 : static_cast<int>(kLook.count()));
+    Pulse::Beat();
     if (ready > 0 || (ready < 0 && errno != EINTR)) return ready;
     if (!forever && (current->givesUp() || current->answerIsLost(begin))) {
       errno = ETIMEDOUT;

@@ -1,6 +1,8 @@
 #include "delivery/batch.h"
 
 #include <algorithm>
+#include <numeric>
+#include <optional>
 
 #include "delivery/joined_source.h"
 #include "log/engine_unit.h"
@@ -58,7 +60,7 @@ void Batch::StartOver() {
   m_sources.clear();
   m_entries.clear();
   m_counted_before.clear();
-  m_rows = 0;
+  m_rows = m_bytes = 0;
 }
 
 // A large batch keeps the server busy for longer than the journeys take.
@@ -80,20 +82,23 @@ bool Batch::TryAtOnce(const std::vector<MemFile>& files, const std::string& befo
   std::string bytes;
   if (!OpenAll(files, outcome) || !ReadAll(files, bytes) || m_rows == 0) return false;
   std::vector<std::string> script = {
-      "start transaction", Ledger::TakingMark(m_mem_table, before, token),
-      LoadStatement(files.front()), Ledger::ProvingMark(m_mem_table, token, m_rows),
+      "start transaction", Ledger::TakingMark(m_mem_table.table, before, token),
+      LoadStatement(files.front()), Ledger::ProvingMark(m_mem_table.table, token, m_rows),
       Ledger::AddingFiles(m_entries)};
   const std::size_t proof = 3;
   for (const MidTarget& target : m_plan.targets) script.push_back(target.convert);
   script.push_back("commit");
-  script.push_back("truncate table " + m_mem_table);
+  script.push_back("truncate table " + m_mem_table.table);
   HeldBytes held(bytes);
+  std::vector<std::size_t> numbers(files.size());
+  std::iota(numbers.begin(), numbers.end(), std::size_t{0});
+  const LoadOnBoard shown(m_common.board, m_mem_table.database, LoadOf(files, numbers), &m_bytes);
   std::size_t done = 0;
   std::vector<SqlReply> replies;
   m_emptied = m_sql.RunAll(script, &held, done, replies);
   if (done + 1 >= script.size()) {
     outcome = {};
-    LogLoads(files);
+    ShowLoads(files);
     g_loger(kUnit, __LINE__, kInfo, "commit ok!");
     return true;
   }
@@ -107,6 +112,7 @@ bool Batch::TryAtOnce(const std::vector<MemFile>& files, const std::string& befo
 
 bool Batch::ReadAll(const std::vector<MemFile>& files, std::string& bytes) {
   std::vector<LoadSource*> sources;
+  sources.reserve(m_sources.size());
   for (const auto& source : m_sources) sources.push_back(source.get());
   JoinedSource joined(sources);
   char piece[16 * 1024];
@@ -130,18 +136,21 @@ BatchOutcome Batch::Try(const std::vector<MemFile>& files, const std::string& be
   BatchOutcome outcome = Fill(files, before, token);
   if (outcome.kind == Kind::kCommitted) {
     if (m_sql.Run("commit")) {
-      LogLoads(files);
+      ShowLoads(files);
       g_loger(kUnit, __LINE__, kInfo, "commit ok!");
       return outcome;
     }
     outcome = Failed();
   }
   m_sql.Run("rollback");
+  if (outcome.file < m_sources.size()) outcome.lines = m_sources[outcome.file]->lines();
   return outcome;
 }
 
 // Once it is certain: a file of a batch that falls apart is loaded again.
-void Batch::LogLoads(const std::vector<MemFile>& files) const {
+void Batch::ShowLoads(const std::vector<MemFile>& files) const {
+  m_common.board.Loaded(m_mem_table.database, files.size() - m_counted_before.size(), m_rows);
+  m_common.board.Counted(m_mem_table.database, m_rows);
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (WasCountedBefore(i)) continue;
     m_sources[i]->LogCounts();
@@ -161,15 +170,21 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
   if (!OpenAll(files, outcome)) return outcome;
   // The mark comes first: a session that was left behind and is still at work holds it.
   bool taken = false;
-  if (!m_ledger.TakeMark(m_mem_table, before, token, taken)) return Failed();
+  if (!m_ledger.TakeMark(m_mem_table.table, before, token, taken)) return Failed();
   if (!taken) return {Kind::kOvertaken, 0, SqlFailure::kNone, {}};
   if (!FindCounted(outcome)) return outcome;
   std::vector<std::size_t> numbers;
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (!WasCountedBefore(i)) numbers.push_back(i);
   }
+  // The conversions belong to it: a load is over once its rows are counted.
+  std::optional<LoadOnBoard> shown;
+  if (!numbers.empty()) {
+    shown.emplace(m_common.board, m_mem_table.database, LoadOf(files, numbers), &m_bytes);
+  }
   if (!LoadAll(files, numbers, outcome)) return outcome;
   std::vector<LedgerFile> added;
+  added.reserve(numbers.size());
   for (const std::size_t number : numbers) added.push_back(m_entries[number]);
   // Nothing new: the commit then only takes the mark, and the files get their final names.
   if (added.empty() && !files.empty()) return outcome;
@@ -184,7 +199,7 @@ BatchOutcome Batch::Fill(const std::vector<MemFile>& files, const std::string& b
 // bytes that are loaded and the identities in the ledger belong together.
 bool Batch::OpenAll(const std::vector<MemFile>& files, BatchOutcome& outcome) {
   for (std::size_t i = 0; i < files.size(); ++i) {
-    m_sources.push_back(std::make_unique<LoadSource>(files[i], m_registry));
+    m_sources.push_back(std::make_unique<LoadSource>(files[i], m_common.registry, &m_bytes));
     switch (m_sources.back()->Open()) {
       case LoadSource::Opened::kReady:
         m_entries.push_back(LedgerFile::Of(files[i].path, m_sources.back()->identity()));
@@ -227,12 +242,20 @@ bool Batch::LoadAll(const std::vector<MemFile>& files, const std::vector<std::si
                      [&](std::size_t number) { return Load(number, files, outcome); });
 }
 
+RunningLoad Batch::LoadOf(const std::vector<MemFile>& files,
+                          const std::vector<std::size_t>& numbers) const {
+  RunningLoad load{files[numbers.front()].path, m_mem_table.table, numbers.size()};
+  for (const std::size_t number : numbers) load.bytes_total += m_entries[number].size;
+  return load;
+}
+
 // Whatever goes wrong is looked at file by file. So is a batch of which the server skipped rows,
 // which may be those of one file for the sake of another one; and a batch of which it counted other
 // records than there are lines, since an escaped line end may have joined lines of two files.
 bool Batch::LoadTogether(const std::vector<MemFile>& files, const std::vector<std::size_t>& numbers,
                          BatchOutcome& outcome) {
   std::vector<LoadSource*> sources;
+  sources.reserve(numbers.size());
   for (const std::size_t number : numbers) sources.push_back(m_sources[number].get());
   JoinedSource joined(sources);
   LoadCounts counts;

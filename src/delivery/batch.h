@@ -1,14 +1,17 @@
 // One transaction: files of one mem table, a ledger entry for each, and all conversions once.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "delivery/common.h"
 #include "delivery/connection.h"
 #include "delivery/ledger.h"
 #include "delivery/load_source.h"
 #include "delivery/plan.h"
-#include "localuser/tourlocaluser.h"
 #include "spool/mem_file.h"
 
 struct BatchOutcome {
@@ -27,14 +30,15 @@ struct BatchOutcome {
   std::size_t file = 0;
   SqlFailure failure = SqlFailure::kNone;
   std::string reason;
+  std::uint64_t lines = 0;  // of `file` that were read, unless the batch was committed
 };
 
 // An object runs one batch, once. The connection is in the database of the mem table, which exists
 // and is empty or holds rows that are not counted yet; so do the mid tables.
 class Batch {
  public:
-  Batch(Connection& sql, TourLocalUser* registry, const std::string& mem_table, const Plan& plan)
-      : m_sql(sql), m_ledger(sql), m_registry(registry), m_mem_table(mem_table), m_plan(plan) {}
+  Batch(Connection& sql, Common& common, const Backlog::TableKey& mem_table, const Plan& plan)
+      : m_sql(sql), m_ledger(sql), m_common(common), m_mem_table(mem_table), m_plan(plan) {}
 
   // Before Run: a far server is not told the whole transaction at once.
   void GoByStep() { m_goes_at_once = false; }
@@ -62,7 +66,7 @@ class Batch {
                  const std::string& token, BatchOutcome& outcome);
   bool ReadAll(const std::vector<MemFile>& files, std::string& bytes);
   void StartOver();
-  void LogLoads(const std::vector<MemFile>& files) const;
+  void ShowLoads(const std::vector<MemFile>& files) const;
   bool WasCountedBefore(std::size_t number) const;
   BatchOutcome Try(const std::vector<MemFile>& files, const std::string& before,
                    const std::string& token);
@@ -72,6 +76,8 @@ class Batch {
   bool FindCounted(BatchOutcome& outcome);
   bool LoadAll(const std::vector<MemFile>& files, const std::vector<std::size_t>& numbers,
                BatchOutcome& outcome);
+  RunningLoad LoadOf(const std::vector<MemFile>& files,
+                     const std::vector<std::size_t>& numbers) const;
   bool LoadTogether(const std::vector<MemFile>& files, const std::vector<std::size_t>& numbers,
                     BatchOutcome& outcome);
   bool Load(std::size_t number, const std::vector<MemFile>& files, BatchOutcome& outcome);
@@ -82,9 +88,10 @@ class Batch {
 
   Connection& m_sql;
   Ledger m_ledger;
-  TourLocalUser* const m_registry;
-  const std::string& m_mem_table;
+  Common& m_common;
+  const Backlog::TableKey& m_mem_table;
   const Plan& m_plan;
+  std::atomic<std::uint64_t> m_bytes{0};  // of files, that were read for the server
   std::vector<std::unique_ptr<LoadSource>> m_sources;
   std::vector<LedgerFile> m_entries;
   std::vector<std::size_t> m_counted_before;

@@ -9,6 +9,7 @@
 
 #include "localuser/tourlocaluser.h"
 #include "spool/backlog.h"
+#include "state/board.h"
 #include "support/mutex.h"
 
 // The server's numbers of the sessions that workers have at present. A session that holds a claim
@@ -52,6 +53,7 @@ class Commits {
 };
 
 struct Common {
+  StateBoard board;
   Backlog backlog;
   TourLocalUser* registry = nullptr;  // null: no flags are added
   Commits commits;

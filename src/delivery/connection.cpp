@@ -26,6 +26,12 @@ bool RefusesLocalFiles(unsigned int error) {
          error == kOnMysql || error == kInLibrary;
 }
 
+// A server that only reads, and a node of a cluster that has lost the others.
+bool RefusesChanges(unsigned int error) {
+  return error == ER_OPTION_PREVENTS_STATEMENT || error == ER_READ_ONLY_MODE ||
+         error == ER_UNKNOWN_COM_ERROR;
+}
+
 // The first half of the machine's id, which no other machine has.
 std::string MachineName() {
   std::ifstream in(paths::kMachineId);
@@ -54,6 +60,11 @@ std::string Connection::Reason() {
   const std::string error = getLastError();
   const std::size_t at = error.rfind(kBegin);
   return at == std::string::npos ? error : error.substr(at + kBegin.size());
+}
+
+bool Connection::Note(bool succeeded) {
+  if (!succeeded && RefusesChanges(errorNumber())) m_refuses_changes = true;
+  return succeeded;
 }
 
 bool Connection::Ask(const std::string& query, std::string& value) {

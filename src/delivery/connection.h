@@ -5,6 +5,7 @@
 #include <chrono>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "db/MysqlBase.h"
@@ -21,9 +22,9 @@ class Connection : public CMysqlBase {
                       int worker = 1);
 
   // As executeSQL and fetchRecordSet, in the terms of this folder.
-  bool Run(const std::string& sql) { return executeSQL(sql.c_str(), 0) == 0; }
+  bool Run(const std::string& sql) { return Note(executeSQL(sql.c_str(), 0) == 0); }
   bool Query(const std::string& sql, std::vector<SqlRecord>& rows) {
-    return fetchRecordSet(sql.c_str(), rows) == 0;
+    return Note(fetchRecordSet(sql.c_str(), rows) == 0);
   }
   // As executeSQL and runScript: whether all of them succeeded, `done` being how many did.
   bool RunAll(const std::vector<std::string>& statements, LoadBytes* bytes, std::size_t& done,
@@ -51,6 +52,9 @@ class Connection : public CMysqlBase {
                    const std::string& statement);
   // Whether the last failure only says that what was to be made is there.
   bool SaysItExists() const;
+  // Whether the server has said, since this was asked last, that it takes no changes: it only
+  // reads, or it is a node that stands alone. Its address may lead a new session to one that does.
+  bool TakesRefusalOfChanges() { return std::exchange(m_refuses_changes, false); }
 
  private:
   std::string ClaimsQuery(const std::string& database) const;
@@ -61,5 +65,8 @@ class Connection : public CMysqlBase {
   // The first value of the first row; empty when there is none, or NULL.
   bool Ask(const std::string& query, std::string& value);
 
+  bool Note(bool succeeded);
+
   const int m_worker;
+  bool m_refuses_changes = false;
 };

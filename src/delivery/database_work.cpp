@@ -20,6 +20,9 @@ constexpr std::chrono::minutes kTidyEach{1};
 // A ledger grows to that many files before the oldest of them leave it.
 constexpr std::uint64_t kMostFilesInLedger = 20'000;
 constexpr std::size_t kFilesAtOnce = 1'000;
+// So many renamed files are told to the ledger at a time at most: enough that its care costs little
+// for each, and 2 MiB of names.
+constexpr std::size_t kMostRenamed = 10'000;
 constexpr int kMostLooks = 10;  // of kFilesAtOnce files
 
 // Size and time belong to the file's identity and survive a rename, so another file of the name is
@@ -117,7 +120,8 @@ DatabaseWork::Visited DatabaseWork::Visit(Workbench& bench) {
 }
 
 // From the mem table on at which the last visit ended early: one that costs the connection each
-// time does not keep those behind it from their turn.
+// time does not keep those behind it from their turn. A visit to a long backlog ends early too, so
+// that what the ledger is to be told stays short.
 DatabaseWork::Visited DatabaseWork::DeliverAll(Workbench& bench) {
   std::vector<std::string> tables = m_common.backlog.Tables(m_notes.database);
   for (auto& [table, feed] : m_feeds) {
@@ -133,6 +137,7 @@ DatabaseWork::Visited DatabaseWork::DeliverAll(Workbench& bench) {
   if (bench.sql.IsFar()) PrepareTogether(bench);
   for (std::size_t i = 0; i < tables.size(); ++i) {
     m_first = tables[i];
+    if (m_notes.renamed.size() >= kMostRenamed) return Visited::kYes;
     const auto now = Clock::now();
     Feed& feed = m_feeds.at(tables[i]);
     if (!feed.IsDue(now)) continue;
@@ -181,7 +186,7 @@ bool DatabaseWork::FindRows(Workbench& bench) {
 // --- the ledger
 
 bool DatabaseWork::LedgerIsDue(Clock::time_point now) const {
-  return m_notes.renamed.size() >= kFilesAtOnce ||
+  return m_notes.renamed.size() >= kMostRenamed ||
          (!m_notes.renamed.empty() && now - m_tidied_at >= kTidyEach);
 }
 

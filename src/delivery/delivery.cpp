@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <ctime>
 
 #include "log/engine_unit.h"
 #include "log/zux_center_log.h"
+#include "state/state_file.h"
 #include "support/database_name.h"
 #include "support/housekeeping.h"
 #include "support/paths.h"
@@ -19,6 +21,7 @@ using std::chrono::milliseconds;
 constexpr int kMostSecondsForRegistry = 10;
 constexpr milliseconds kTick{500};
 constexpr std::chrono::seconds kPollEach{1};
+constexpr std::chrono::seconds kShowEach{1};
 constexpr std::chrono::minutes kLookEach{1};
 constexpr std::chrono::seconds kPingEach{30};
 constexpr std::size_t kMostFeeds = 1'000;
@@ -38,8 +41,11 @@ void AllowManyOpenFiles() {
 
 }  // namespace
 
-Delivery::Delivery(const MYSQLAUTH& auth, int workers, milliseconds silence)
-    : m_auth(auth), m_localUser(nullptr, [this](int seconds) { PauseWatcher(seconds); }) {
+Delivery::Delivery(const MYSQLAUTH& auth, int workers, milliseconds silence,
+                   milliseconds stuck_after)
+    : m_auth(auth),
+      m_stuck_after(stuck_after),
+      m_localUser(nullptr, [this](int seconds) { PauseWatcher(seconds); }) {
   m_localUser.init();
   if (access(paths::kNoRewriteFlag, F_OK) != 0) m_common.registry = &m_localUser;
   for (int number = 1; number <= workers; ++number) {
@@ -74,23 +80,70 @@ void Delivery::Run() {
   // Files that wait already would be flagged as if there were no local user.
   m_localUser.AwaitFirstRound(kMostSecondsForRegistry);
   if (!StartWorkers()) return;
+  const StateFile file(m_common.board, {std::string(kDeliveryOnce),
+                                        static_cast<int>(m_workers.size()), std::time(nullptr)});
   LookAround(false);
   // Rows that an earlier run left, once.
   for (const std::string& folder : m_common.backlog.Folders()) {
     WorkOf(DatabaseName(folder)).SearchForRows();
   }
+  m_supervisor.Ready();
   while (g_nMainRun != 0) {
     const bool more_to_read = m_common.backlog.ReadOn(kNamesAtOnce);
+    m_figures.ShowFinished();
     TakeBack();
     RefreshDefinitions();
     HandOut();
-    if (Clock::now() - m_kept_house_at >= kTick) {
-      m_kept_house_at = Clock::now();
-      KeepHouse();
-    }
+    KeepHouseInTime();
     TakeEvents(more_to_read ? milliseconds(0) : kTick);
   }
+  m_supervisor.Stopping();
   // The server takes back what was begun; nothing waits for that.
+}
+
+void Delivery::KeepHouseInTime() {
+  const auto now = Clock::now();
+  if (now - m_kept_house_at >= kTick) {
+    m_kept_house_at = now;
+    KeepHouse();
+  }
+  if (now - m_shown_at >= kShowEach) {
+    m_shown_at = now;
+    m_figures.Show();
+    TellSupervisor(now);
+  }
+}
+
+// A manager that watches the service hears of its life as long as this thread comes by here and no
+// worker is stuck. A statement may take hours: the wait for the server is a loop that beats.
+void Delivery::TellSupervisor(Clock::time_point now) {
+  const bool is_stuck = HasStuckWorker(now);
+  m_supervisor.Say(StatusLine());
+  if (!is_stuck) m_supervisor.Alive();
+}
+
+bool Delivery::HasStuckWorker(Clock::time_point now) {
+  const auto stuck =
+      std::find_if(m_workers.begin(), m_workers.end(), [this, now](const auto& worker) {
+        return worker->isBusy() && now - worker->livedAt() >= m_stuck_after;
+      });
+  const int number = stuck == m_workers.end() ? 0 : (*stuck)->number();
+  if (number != 0 && number != m_stuck) {
+    g_loger(kUnit, __LINE__, kError, "worker %d has been stuck for %lld s", number,
+            static_cast<long long>(m_stuck_after.count() / 1000));
+  }
+  m_stuck = number;
+  return number != 0;
+}
+
+std::string Delivery::StatusLine() const {
+  std::string line = Format("%zu files wait, %zu databases are worked on",
+                            m_common.backlog.CountFiles(), m_out.size());
+  if (m_stuck != 0) line += Format("; worker %d is stuck", m_stuck);
+  const std::vector<HeldBack> held = m_common.board.AllHeldBack();
+  if (held.empty()) return line;
+  line += Format("; held back: %s: ", held.front().what.c_str()) + held.front().reason;
+  return held.size() == 1 ? line : line + Format(" (and %zu more)", held.size() - 1);
 }
 
 // --- workers

@@ -25,18 +25,24 @@
 #include "delivery/connection.h"
 #include "delivery/database_work.h"
 #include "delivery/plan.h"
+#include "delivery/spool_figures.h"
 #include "delivery/trouble.h"
 #include "delivery/worker.h"
 #include "localuser/tourlocaluser.h"
 #include "spool/watch.h"
+#include "state/supervisor.h"
 
 class Delivery {
  public:
+  // How long a worker may give no sign of life.
+  static constexpr std::chrono::minutes kStuckAfter{5};
+
   // Starts the registry's watcher. `workers`: how many databases may be worked on at a time, from 1
   // to kMostWorkers. `silence`: after how long a connection asks whether the answer that it waits
-  // for was lost.
+  // for was lost. `stuck_after`: how long a worker may give no sign of life.
   explicit Delivery(const MYSQLAUTH& auth, int workers = 1,
-                    std::chrono::milliseconds silence = Connection::kSilence);
+                    std::chrono::milliseconds silence = Connection::kSilence,
+                    std::chrono::milliseconds stuck_after = kStuckAfter);
   // Waits for the workers and the watcher, which end once g_nMainRun is 0.
   ~Delivery();
   Delivery(const Delivery&) = delete;
@@ -61,10 +67,15 @@ class Delivery {
   bool IsOut(const DatabaseWork& work) const { return m_out.count(&work) != 0; }
   bool Give(DatabaseWork& work);
   void KeepConnections(Clock::time_point now, bool more_wanted);
+  void KeepHouseInTime();
+  void TellSupervisor(Clock::time_point now);
+  bool HasStuckWorker(Clock::time_point now);
+  std::string StatusLine() const;
   void LookAround(bool changed_only);
   void TakeEvents(std::chrono::milliseconds longest);
 
   const MYSQLAUTH m_auth;
+  const std::chrono::milliseconds m_stuck_after;
   std::counting_semaphore<> m_watcher_may_go{0};
   TourLocalUser m_localUser;
   Common m_common;
@@ -74,9 +85,13 @@ class Delivery {
   std::set<const DatabaseWork*> m_out;              // with a worker
   const DatabaseWork* m_cared_for = nullptr;        // of those, the one that no file made due
   int m_visits = 0;                                 // since the last such one
-  Trouble m_connecting{"server", std::chrono::seconds(2)};
+  SpoolFigures m_figures{m_common.backlog, m_common.board};
+  Supervisor m_supervisor;
+  int m_stuck = 0;  // the worker that the run log was told of; 0: none
+  Trouble m_connecting{m_common.board, {}, "server", std::chrono::seconds(2)};
   bool m_watching = false;
   Clock::time_point m_looked_at;
   Clock::time_point m_kept_house_at;
+  Clock::time_point m_shown_at;
   std::vector<std::unique_ptr<Worker>> m_workers;
 };

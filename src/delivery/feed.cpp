@@ -37,7 +37,7 @@ Feed::Feed(Common& common, DatabaseNotes& notes, const std::string& table)
     : m_common(common),
       m_notes(notes),
       m_key{notes.database, table},
-      m_trouble("table " + notes.database + "." + table) {}
+      m_trouble(common.board, notes.database, "table " + notes.database + "." + table) {}
 
 // Another session, or an operator, may have changed anything meanwhile: the questions are asked
 // again.
@@ -89,7 +89,8 @@ Feed::Step Feed::FailBy(SqlFailure failure, const std::string& reason) {
   // The server's word may mean that something was removed behind our back.
   Forget();
   m_notes.ready = false;
-  m_wants_session = failure == SqlFailure::kPrivilege;
+  // Rights are those of the login; and behind the address there may be another server by now.
+  m_wants_session = sql().TakesRefusalOfChanges() || failure == SqlFailure::kPrivilege;
   return Hold(reason);
 }
 
@@ -308,7 +309,7 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     if (g_nMainRun == 0) return Step::kBroken;
     const std::vector<MemFile> next = std::move(batches.back());
     batches.pop_back();
-    Batch batch(sql(), m_common.registry, m_key.table, m_plan);
+    Batch batch(sql(), m_common, m_key, m_plan);
     if (std::exchange(m_goes_by_step, false)) batch.GoByStep();
     const std::string token = NewToken();
     const BatchOutcome outcome = batch.Run(next, m_token, token);
@@ -357,7 +358,7 @@ Feed::Step Feed::Settle(const BatchOutcome& outcome, const std::vector<MemFile>&
       SetAside(files[outcome.file], "is not a regular file, refused");
       break;
     case Kind::kLoadFailed:
-      SetAside(files[outcome.file], outcome.reason);
+      SetAside(files[outcome.file], outcome.reason, outcome.lines);
       break;
     case Kind::kFileChanged:
       PutOff(files[outcome.file], outcome.reason);
@@ -381,7 +382,7 @@ Feed::Step Feed::SettleFailed(const BatchOutcome& outcome, const std::vector<Mem
                               std::vector<std::vector<MemFile>>& batches) {
   if (outcome.failure != SqlFailure::kData) return FailBy(outcome.failure, outcome.reason);
   if (files.empty()) return Hold(outcome.reason);
-  if (files.size() == 1) return Suspect(files.front(), outcome.reason, !batches.empty());
+  if (files.size() == 1) return Suspect(files.front(), outcome, !batches.empty());
   const auto half = files.begin() + static_cast<std::ptrdiff_t>(files.size() / 2);
   batches.emplace_back(half, files.end());
   batches.emplace_back(files.begin(), half);
@@ -390,15 +391,15 @@ Feed::Step Feed::SettleFailed(const BatchOutcome& outcome, const std::vector<Mem
 
 // A conversion has refused the rows of this file alone. Where another file of the kind passes, the
 // file is at fault and not the definition.
-Feed::Step Feed::Suspect(const MemFile& file, const std::string& reason, bool others_follow) {
+Feed::Step Feed::Suspect(const MemFile& file, const BatchOutcome& outcome, bool others_follow) {
   const std::uint64_t commits = m_common.commits.Of(file.Kind());
   const auto suspect = m_suspects.find(file.path);
   if (suspect != m_suspects.end() && commits > suspect->second) {
-    SetAside(file, reason);
+    SetAside(file, outcome.reason, outcome.lines);
     return Step::kDone;
   }
   m_suspects.insert_or_assign(file.path, commits);
-  return others_follow ? Step::kDone : Hold(reason);
+  return others_follow ? Step::kDone : Hold(outcome.reason);
 }
 
 // --- files
@@ -434,11 +435,13 @@ void Feed::FinishFiles(const std::vector<MemFile>& files, const Batch& batch) {
 // It is written to, or cannot be read at present.
 void Feed::PutOff(const MemFile& file, const std::string& reason) {
   const std::string what = "file (" + Printable(file.path) + ")";
-  m_put_off.try_emplace(file.path, what).first->second.Failed(reason, 1, m_now);
+  m_put_off.try_emplace(file.path, m_common.board, m_key.database, what)
+      .first->second.Failed(reason, 1, m_now);
 }
 
-void Feed::SetAside(const MemFile& file, const std::string& reason) {
+void Feed::SetAside(const MemFile& file, const std::string& reason, std::uint64_t lines) {
   const std::string path = Printable(file.path);
+  m_common.board.Failed(m_key.database, lines, "file (" + path + ") set aside: " + reason);
   g_loger(kUnit, __LINE__, kError, "file (%s) set aside: %s", path.c_str(),
           Printable(reason).c_str());
   m_common.backlog.Remove(file);

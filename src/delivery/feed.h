@@ -92,9 +92,10 @@ class Feed {
                     std::vector<std::vector<MemFile>>& batches);
   std::vector<MemFile> ChooseFiles();
   std::vector<MemFile> ChooseSuspect();
-  Step Suspect(const MemFile& file, const std::string& reason, bool others_follow);
+  Step Suspect(const MemFile& file, const BatchOutcome& outcome, bool others_follow);
   void FinishFiles(const std::vector<MemFile>& files, const Batch& batch);
-  void SetAside(const MemFile& file, const std::string& reason);
+  // `lines`: those of the file that were read.
+  void SetAside(const MemFile& file, const std::string& reason, std::uint64_t lines = 0);
   void PutOff(const MemFile& file, const std::string& reason);
   Step Fail();  // by the connection's last failure
   Step FailBy(SqlFailure failure, const std::string& reason);

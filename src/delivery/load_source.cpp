@@ -7,10 +7,14 @@
 #include <cstring>
 #include <system_error>
 
+#include "support/pulse.h"
 #include "support/run_state.h"
 
-LoadSource::LoadSource(const MemFile& file, TourLocalUser* registry)
-    : m_path(file.path), m_registry(file.HasLocalFlags() ? registry : nullptr) {}
+LoadSource::LoadSource(const MemFile& file, TourLocalUser* registry,
+                       std::atomic<std::uint64_t>* progress)
+    : m_path(file.path),
+      m_registry(file.HasLocalFlags() ? registry : nullptr),
+      m_progress(progress) {}
 
 // The error numbers are those by which an open without following links refuses a link, a folder, a
 // socket and a pipe without a reader. Any other one, such as a missing permission, may go away.
@@ -49,11 +53,21 @@ int LoadSource::Fail(const char* what) {
 }
 
 int LoadSource::Read(char* buffer, unsigned int size) {
+  Pulse::Beat();
   const int got = ReadSome(buffer, size);
   if (got <= 0) return got;
   m_line_ends += static_cast<std::uint64_t>(std::count(buffer, buffer + got, '\n'));
   m_in_line = buffer[got - 1] != '\n';
+  ShowProgress();
   return got;
+}
+
+// What is read ahead of the server is a piece of a file at most.
+void LoadSource::ShowProgress() {
+  const std::uint64_t done = m_records != nullptr ? m_records->bytesRead() : m_bytes_read;
+  if (m_progress == nullptr || done == m_shown) return;
+  *m_progress += done - m_shown;
+  m_shown = done;
 }
 
 // A stop ends the load with an error, so that the server takes the transaction back.
@@ -70,7 +84,8 @@ int LoadSource::ReadSome(char* buffer, unsigned int size) {
   return static_cast<int>(part);
 }
 
-// The client library asks for small pieces; the system is asked for large ones.
+// The client library asks for small pieces; the system is asked for large ones. The memory goes
+// back at the end of the file, since hundreds of files are held open for one batch.
 bool LoadSource::Fill() {
   constexpr std::size_t kPiece = 128UL * 1024;
   if (m_piece == nullptr) m_piece = std::make_unique_for_overwrite<char[]>(kPiece);
@@ -79,6 +94,8 @@ bool LoadSource::Fill() {
     got = read(m_file.get(), m_piece.get(), kPiece);
   } while (got < 0 && errno == EINTR);
   if (got >= 0) m_rest = {m_piece.get(), static_cast<std::size_t>(got)};
+  if (got > 0) m_bytes_read += static_cast<std::uint64_t>(got);
+  if (got == 0) m_piece.reset();
   return got >= 0;
 }
 

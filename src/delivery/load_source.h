@@ -2,6 +2,7 @@
 // kind F. The file itself is left as it came.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -22,8 +23,10 @@ class LoadSource : public LoadBytes {
     kUnreadable,  // the reason is in error()
   };
 
-  // `registry`: flags are added where it is given.
-  LoadSource(const MemFile& file, TourLocalUser* registry);
+  // `registry`: flags are added where it is given. `progress`, where it is given, grows by the
+  // bytes of the file that were read, and must outlive the object.
+  LoadSource(const MemFile& file, TourLocalUser* registry,
+             std::atomic<std::uint64_t>* progress = nullptr);
 
   // Opens the file, which is read from its begin on. No link is followed.
   Opened Open();
@@ -44,11 +47,15 @@ class LoadSource : public LoadBytes {
  private:
   int ReadSome(char* buffer, unsigned int size);
   bool Fill();
+  void ShowProgress();
   int ReadFlagged(char* buffer, unsigned int size);
   int Fail(const char* what);
 
   const std::string m_path;
   TourLocalUser* const m_registry;
+  std::atomic<std::uint64_t>* const m_progress;
+  std::uint64_t m_bytes_read = 0;  // of a file without flags
+  std::uint64_t m_shown = 0;       // in m_progress
   FileDescriptor m_file;
   FileIdentity m_identity{};
   std::unique_ptr<FlaggedRecords> m_records;

@@ -23,6 +23,7 @@ void Trouble::Failed(const std::string& reason, std::size_t files, Clock::time_p
             Printable(reason).c_str());
     m_logged_at = now;
   }
+  m_board.Hold(m_database, m_what, files, reason);
   m_lasts = true;
   m_reason = reason;
 }
@@ -30,5 +31,6 @@ void Trouble::Failed(const std::string& reason, std::size_t files, Clock::time_p
 void Trouble::Ended() {
   if (!m_lasts) return;
   m_lasts = false;
+  m_board.Release(m_database, m_what);
   g_loger(kUnit, __LINE__, kInfo, "%s goes on", m_what.c_str());
 }

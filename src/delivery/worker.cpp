@@ -41,6 +41,7 @@ void Worker::Begin(Job job, DatabaseWork* work) {
   m_job = job;
   m_ended = {work, Visited::kYes, false, {}};
   m_used_at = DatabaseWork::Clock::now();
+  m_pulse.Touch();
   m_may_go.release();
 }
 
@@ -56,6 +57,7 @@ std::optional<Worker::Ended> Worker::TakeEnded() {
 // whoever waits for it is told.
 void Worker::Run() {
   pthread_setname_np(pthread_self(), ("worker " + std::to_string(m_number)).c_str());
+  m_pulse.Bind();
   for (;;) {
     m_may_go.acquire();
     if (m_stops) return;

@@ -13,6 +13,7 @@
 #include "delivery/common.h"
 #include "delivery/connection.h"
 #include "delivery/database_work.h"
+#include "support/pulse.h"
 #include "tables/store.h"
 
 // All operations are for the thread that made the object. A worker that is busy, which is so from
@@ -52,6 +53,10 @@ class Worker {
 
   bool isBusy() const { return m_job != Job::kNone; }
   bool isConnecting() const { return m_job == Job::kConnect; }
+  // When it last gave a sign of life: it does so in every loop in which it waits for the server,
+  // with each piece of a file, and at the begin of a job.
+  Pulse::Clock::time_point livedAt() const { return m_pulse.last(); }
+  int number() const { return m_number; }
   // The database that the connection is in.
   const std::string& database() const { return m_bench.database; }
   // When it began its last job, or made its connection.
@@ -84,6 +89,7 @@ class Worker {
   bool m_renews = false;
   std::string m_session;
   DatabaseWork::Clock::time_point m_used_at;
+  Pulse m_pulse;
   std::atomic<bool> m_done{false};
   std::counting_semaphore<2> m_may_go{0};  // a job, and the end
   std::atomic<bool> m_stops{false};

@@ -72,6 +72,8 @@ class FlaggedRecords::LineReader {
     }
   }
 
+  std::uint64_t bytesRead() const { return m_bytes_read; }
+
  private:
   // Moves what is left to the front and reads behind it; the result is that of read(2).
   ssize_t Fill() {
@@ -83,6 +85,7 @@ class FlaggedRecords::LineReader {
       added = read(m_fd, m_buffer.get() + m_end, kLongestLine - m_end);
     } while (added < 0 && errno == EINTR);
     if (added > 0) m_end += static_cast<std::size_t>(added);
+    if (added > 0) m_bytes_read += static_cast<std::uint64_t>(added);
     return added;
   }
 
@@ -91,6 +94,7 @@ class FlaggedRecords::LineReader {
   std::unique_ptr<char[]> m_buffer = std::make_unique_for_overwrite<char[]>(kLongestLine);
   std::size_t m_begin = 0;
   std::size_t m_end = 0;
+  std::uint64_t m_bytes_read = 0;
 };
 
 // The fields of a line: runs of tabs separate, tabs at the ends count for nothing.
@@ -111,19 +115,24 @@ struct FlaggedRecords::Fields {
 };
 
 FlaggedRecords::FlaggedRecords(int fd, std::string path, FlagOf flag_of)
-    : m_path(std::move(path)),
-      m_flag_of(std::move(flag_of)),
-      m_reader(std::make_unique<LineReader>(fd)) {}
+    : m_path(std::move(path)), m_flag_of(std::move(flag_of)), m_fd(fd) {}
 
 FlaggedRecords::~FlaggedRecords() = default;
 
 // A line without any field is left out without being counted as lost: an empty line has no record
 // that an operator could miss.
 FlaggedRecords::Result FlaggedRecords::Next(std::string_view& record) {
+  if (m_ended) return Result::kEnd;
+  if (m_reader == nullptr) m_reader = std::make_unique<LineReader>(m_fd);
   for (;;) {
     std::string_view line;
     const auto result = m_reader->Next(line);
-    if (result == LineReader::Result::kEnd) return Result::kEnd;
+    m_bytes_read = m_reader->bytesRead();
+    if (result == LineReader::Result::kEnd) {
+      m_ended = true;
+      m_reader.reset();
+      return Result::kEnd;
+    }
     if (result == LineReader::Result::kFailed) return Result::kFailed;
     ++m_line;
     const Fields fields(result == LineReader::Result::kLine ? line : std::string_view());

@@ -34,17 +34,21 @@ class FlaggedRecords {
   enum class Result { kRecord, kEnd, kFailed };
 
   // Reads the open file from where it stands; `path` is its name for the run log. The descriptor
-  // stays the caller's and must outlive the object. Makes room for the longest line.
+  // stays the caller's and must outlive the object.
   FlaggedRecords(int fd, std::string path, FlagOf flag_of);
   ~FlaggedRecords();
   FlaggedRecords(const FlaggedRecords&) = delete;
   FlaggedRecords& operator=(const FlaggedRecords&) = delete;
 
-  // The next record as it is to be loaded, valid until the next call. kFailed leaves errno.
+  // The next record as it is to be loaded, valid until the next call. kFailed leaves errno. Memory
+  // for the longest line is taken by the first call and given back at the end, since hundreds of
+  // files are held open at a time.
   Result Next(std::string_view& record);
 
   // Of the lines so far.
   const FlagCounts& counts() const { return m_counts; }
+  // Bytes of the file that were read, some of them ahead. Asked at any time, after the end too.
+  std::uint64_t bytesRead() const { return m_bytes_read; }
 
  private:
   class LineReader;
@@ -54,8 +58,11 @@ class FlaggedRecords {
 
   const std::string m_path;
   const FlagOf m_flag_of;
-  std::unique_ptr<LineReader> m_reader;
-  std::string m_text;  // the record at hand; keeps its memory
+  const int m_fd;
+  bool m_ended = false;
+  std::unique_ptr<LineReader> m_reader;  // between the first record and the end
+  std::string m_text;                    // the record at hand; keeps its memory
+  std::uint64_t m_bytes_read = 0;
   int m_line = 0;
   FlagCounts m_counts;
 };

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "log/journal.h"
 #include "support/file.h"
 #include "support/paths.h"
 #include "support/run_state.h"
@@ -36,6 +37,8 @@ const char* LevelName(int level) {
   const auto index = static_cast<std::size_t>(level);
   return index < kNames.size() ? kNames[index] : "UnKnown";
 }
+
+bool IsUrgent(int level) { return level == kAlarm || level == kError; }
 
 tm LocalTime() {
   const time_t now = std::time(nullptr);
@@ -103,6 +106,7 @@ constinit CLOGER g_loger;
 // Standard output that leads nowhere, as a daemon's does, is not worth the formatting.
 void CLOGER::Init() {
   m_console = !IsNullDevice(STDOUT_FILENO);
+  m_journal = HasJournal();
   MakeFolders(paths::kRunLogDir, kFolderMode);
   {
     MutexLock lock(m_lock);
@@ -179,10 +183,13 @@ void CLOGER::KeepFile() {
 void CLOGER::TellTrouble() {
   const LogFile::Trouble trouble = m_file->TakeTrouble();
   if (trouble.error == 0) return;
-  m_file->PutFirst(OwnLine(kUnit, __LINE__, kAlarm,
-                           "run log was out of reach (%s), %zu lines are missing",
-                           std::strerror(trouble.error), trouble.lines));
+  const std::string line =
+      OwnLine(kUnit, __LINE__, kAlarm, "run log was out of reach (%s), %zu lines are missing",
+              std::strerror(trouble.error), trouble.lines);
+  m_file->PutFirst(line);
   m_file->WriteOut();
+  // The journal has its own words for what stands before the message.
+  if (m_journal) ToJournal(kUnit, kAlarm, line.substr(line.find("]:") + 2));
 }
 
 // The date comes first: on a new day the size is that of the new file.
@@ -204,14 +211,15 @@ void CLOGER::CheckRollOver() {
 // Alarms and errors may be the last lines before a crash, so they do not wait in the buffer.
 void CLOGER::WriteLine(const char* file, int line, int level, const std::string& message) {
   if (std::time(nullptr) - m_looked >= kLookSeconds) KeepFile();
-  const bool at_once = level == kAlarm || level == kError;
-  if (m_file->Append(FileLine(file, line, level, message), at_once)) return;
+  if (m_file->Append(FileLine(file, line, level, message), IsUrgent(level))) return;
   if (m_console) ToConsole(file, line, level, message);
 }
 
 int CLOGER::operator()(const char* file, int line, int level, const char* format, ...) {
   va_list args;
   va_start(args, format);
+  const bool for_journal = m_journal && IsUrgent(level);
+  std::string message;
   {
     MutexLock lock(m_lock);
     // DELIBERATE, coarse: day and size are looked at once every 1000 calls.
@@ -219,13 +227,17 @@ int CLOGER::operator()(const char* file, int line, int level, const char* format
       m_counter = 0;
       if (m_file != nullptr) CheckRollOver();
     }
-    if (m_file != nullptr && g_debug == 0 && level >= 0) {
-      WriteLine(file, line, level, Formatted(format, args));
+    const bool for_file = m_file != nullptr && g_debug == 0 && level >= 0;
+    if (for_file || m_console || for_journal) message = Formatted(format, args);
+    if (for_file) {
+      WriteLine(file, line, level, message);
     } else if (m_console) {
-      ToConsole(file, line, level, Formatted(format, args));
+      ToConsole(file, line, level, message);
     }
   }
   va_end(args);
+  // Behind the lock: a journal that is slow keeps nobody else from logging.
+  if (for_journal) ToJournal(file, level, message);
   return 0;
 }
 

@@ -13,6 +13,8 @@
 // A line of the log's own then says how many lines are missing. Lines that find no file go to
 // standard output meanwhile.
 //
+// In a unit of systemd alarms and errors go to the journal too, from Init on.
+//
 // The folders that the log makes have mode 0750 and its files 0640. Whatever is no regular file is
 // not opened in the place of a file, a link neither.
 //
@@ -92,7 +94,8 @@ class CLOGER {
   void WriteLine(const char* file, int line, int level, const std::string& message)
       REQUIRES(m_lock);
 
-  bool m_console = true;  // written by Init only
+  bool m_console = true;   // written by Init only
+  bool m_journal = false;  // likewise
   Mutex m_lock;
   std::unique_ptr<LogFile> m_file GUARDED_BY(m_lock);  // null until one is wanted
   std::time_t m_looked GUARDED_BY(m_lock) = 0;         // when it was last looked at

@@ -11,9 +11,19 @@
 #include "midtable/oracle_loading.h"
 #include "midtable/rewriting.h"
 #include "spool/renames.h"
+#include "support/file_identity.h"
 #include "support/names.h"
 #include "support/paths.h"
 #include "support/run_state.h"
+
+namespace {
+
+std::uint64_t SizeOf(const std::string& path) {
+  const auto identity = IdentityOf(path);
+  return identity ? static_cast<std::uint64_t>(identity->size) : 0;
+}
+
+}  // namespace
 
 // The registry reads its files while the engine is still being set up. The flag file is looked at
 // only here, so that a service keeps one way of loading for its whole life.
@@ -67,6 +77,7 @@ bool CMidTable::IsTableNameConflict(const std::list<std::string>& list, const st
 
 bool CMidTable::GetMemFiles(const std::string& dbname) {
   m_discovery.QueueFiles(dbname, m_lstMemFile);
+  m_discovery.ShowFiles(dbname, m_board);
   return !m_lstMemFile.empty();
 }
 
@@ -111,7 +122,10 @@ bool CMidTable::LoadMemFiles() {
 // one that may have brought its rows.
 bool CMidTable::LoadQueuedFile(const MemFile& file) {
   MemFileLoading loading(*m_store, m_localUser, m_notEmptied, !isFConvert(), file);
-  if (!loading.Run()) {
+  const LoadOnBoard shown(m_board, file.database, {file.path, file.table, 1, SizeOf(file.path)});
+  const bool is_loaded = loading.Run();
+  ShowLoad(file, is_loaded);
+  if (!is_loaded) {
     if (loading.gotNoAnswer()) AddToConvert(file);
     Rename(file, ".err", loading.handedOver());
     m_discovery.PutLast(file);
@@ -120,6 +134,21 @@ bool CMidTable::LoadQueuedFile(const MemFile& file) {
   AddToConvert(file);
   if (!loading.WasReplaced()) Rename(file, ".mid", loading.handedOver());
   return true;
+}
+
+// Behind the load itself nothing was asked of the server yet. A file that was refused before the
+// server saw it has its reason in the run log alone.
+void CMidTable::ShowLoad(const MemFile& file, bool is_loaded) {
+  if (is_loaded) {
+    const std::uint64_t rows = m_store->AffectedRows();
+    m_loadedRows[file.QualifiedTable()] += rows;
+    m_board.Loaded(file.database, 1, rows);
+    return;
+  }
+  const bool by_server = m_store->LastFailure() != SqlFailure::kNone;
+  m_board.Failed(file.database, std::nullopt,
+                 "file (" + Printable(file.path) +
+                     ") failed: " + (by_server ? m_store->LastError() : "the run log tells why"));
 }
 
 bool CMidTable::LoadOneMemFile(const std::string& path) {
@@ -204,6 +233,7 @@ int CMidTable::Convert() {
 // the connection, and must not keep all others from their turn.
 bool CMidTable::Settle(ConversionResult result) {
   const std::string entry = m_lstConvert.front().file.path;
+  ShowConversion(m_lstConvert.front().file, result);
   if (result == ConversionResult::kConnectionLost && m_lstConvert.PutOff()) {
     g_loger(kUnit, __LINE__, kAlarm, "convert %s put off, the connection is lost", entry.c_str());
     return false;
@@ -222,12 +252,26 @@ bool CMidTable::Settle(ConversionResult result) {
   return result != ConversionResult::kConnectionLost;
 }
 
+void CMidTable::ShowConversion(const MemFile& table, ConversionResult result) {
+  const std::string name = table.QualifiedTable();
+  const std::string what = "table " + name;
+  if (result == ConversionResult::kDone || result == ConversionResult::kNotEmptied) {
+    if (const auto rows = m_loadedRows.extract(name))
+      m_board.Counted(table.database, rows.mapped());
+    m_board.Release(table.database, what);
+  } else {
+    m_board.Hold(table.database, what, 0, m_reason);
+  }
+}
+
 int CMidTable::ConvertOneMemTable(const std::string& name) {
   return Convert(MemFile::Parse(name), true) == ConversionResult::kDone ? 1 : 0;
 }
 
 ConversionResult CMidTable::Convert(const MemFile& file, bool counts) {
   m_strDatabase = file.database;
-  return MemTableConversion(*m_store, m_mapCityCrc, m_mapMidTable, m_notEmptied, file, counts)
-      .Run();
+  MemTableConversion conversion(*m_store, m_mapCityCrc, m_mapMidTable, m_notEmptied, file, counts);
+  const ConversionResult result = conversion.Run();
+  m_reason = conversion.reason();
+  return result;
 }

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <list>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,6 +28,7 @@
 #include "midtable/discovery.h"
 #include "midtable/mid_table_failures.h"
 #include "midtable/not_emptied.h"
+#include "state/board.h"
 #include "tables/store.h"
 
 class CMidTable {
@@ -128,6 +130,7 @@ class CMidTable {
   void LogLeftRows() const;
   // Whether the server answers; logged when not.
   bool PingServer();
+  void ShowDatabases();
   // The rows that wait already: left by an earlier pass, or due again. False ends the pass.
   bool ConvertWhatWaits();
   // One database of a pass. False ends the pass.
@@ -135,6 +138,9 @@ class CMidTable {
   bool LoadQueuedFile(const MemFile& file);
   bool AddToConvert(const MemFile& file);
   ConversionResult Convert(const MemFile& file, bool counts);
+  // Tells the board what became of a file, and of a conversion.
+  void ShowLoad(const MemFile& file, bool is_loaded);
+  void ShowConversion(const MemFile& table, ConversionResult result);
   // Takes the conversion in front out of the queue by what became of it; false when it stays.
   bool Settle(ConversionResult result);
   // Renames a file that is done with; one that cannot be renamed is settled, as `handed_over` where
@@ -149,12 +155,16 @@ class CMidTable {
   MYSQLAUTH m_auth;
   std::unique_ptr<Store> m_store;  // none before Initialize
   std::list<std::string> m_lstDbName;
+  StateBoard m_board;
+  // Rows that wait in mem tables for their conversion, of files that this run has loaded.
+  std::map<std::string, std::uint64_t> m_loadedRows;
   Discovery m_discovery;
   MemFileQueue m_lstMemFile;
   ConversionQueue m_lstConvert;
   NotEmptied m_notEmptied;
   MidTableFailures m_mapMidTable;
   std::string m_strDatabase;  // of the mem table that was converted last
+  std::string m_reason;       // why that conversion failed
   // Held for the life of the engine; nothing reads or writes it.
   std::vector<std::unique_ptr<Buffer>> m_ppBuffer;
   bool m_bNoFileLoaded = false;

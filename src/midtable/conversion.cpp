@@ -41,7 +41,7 @@ ConversionResult MemTableConversion::Run() {
   const bool switched = SwitchToDatabase();
   switch (m_store.FindTable(m_mem_table, m_database)) {
     case Presence::kUnknown:
-      Failed(m_store.LastFailure());
+      FailedByServer();
       return Result();
     case Presence::kAbsent:
       g_loger(kUnit, __LINE__, kDebug, "table %s.%s not exist, ignore", m_database.c_str(),
@@ -58,7 +58,7 @@ ConversionResult MemTableConversion::Run() {
   Transaction transaction(m_store);
   if (!transaction.Begin()) {
     LogFailed(transaction.begin(), m_store.LastError());
-    Failed(m_store.LastFailure());
+    FailedByServer();
     return Result();
   }
   if (!FillMidTables(count, transaction)) {
@@ -71,18 +71,20 @@ ConversionResult MemTableConversion::Run() {
   return EmptyMemTable();
 }
 
-bool MemTableConversion::Failed(SqlFailure failure) {
+bool MemTableConversion::Failed(SqlFailure failure, const std::string& reason) {
   m_failure = failure;
+  m_reason = reason;
   return false;
 }
 
 // A mid table is given up after its hundredth failure, for good. So a failure counts only where the
 // mid table's own statement or rows are at fault, and not when an old failure is merely tried
 // again.
-bool MemTableConversion::Failed(SqlFailure failure, const Target& target) {
+bool MemTableConversion::Failed(const Outcome& outcome, const Target& target) {
+  const SqlFailure failure = outcome.failure;
   const bool own_fault = failure == SqlFailure::kStatement || failure == SqlFailure::kData;
   if (m_counts && own_fault) m_failures.Count(KeyOf(target));
-  return Failed(failure);
+  return Failed(failure, outcome.error);
 }
 
 // The reason decides when the conversion is tried again: after a reconnection, when the server has
@@ -109,7 +111,7 @@ bool MemTableConversion::SwitchToDatabase() {
   if (m_store.Use(m_database)) return true;
   g_loger(kUnit, __LINE__, kError, "table %s.%s not converted, change db error %s",
           m_database.c_str(), m_mem_table.c_str(), m_store.LastError().c_str());
-  return Failed(m_store.LastFailure());
+  return FailedByServer();
 }
 
 // How many mid tables the mem table feeds. A count that cannot be read would look like none, and
@@ -118,16 +120,16 @@ bool MemTableConversion::ReadCount(int& count) {
   if (!m_definitions.Parse(m_store.dialect().DefinitionsFile())) {
     // DELIBERATE: this line names the same file for every kind of store.
     g_loger(kUnit, __LINE__, kError, "parse xml file %s faild", paths::kMysqlDefinitions);
-    return Failed(SqlFailure::kStatement);
+    return FailedByDefinitions();
   }
   const std::string path = CountPath(ConversionsOf(m_kind));
   std::string text;
-  if (!m_definitions.Read(path, text)) return Failed(SqlFailure::kStatement);
+  if (!m_definitions.Read(path, text)) return FailedByDefinitions();
   count = NumberOf(text);
   if (IsPlainNumber(text)) return true;
   g_loger(kUnit, __LINE__, kError, "xml file %s: %s is no number, table %s.%s not converted",
           m_definitions.file(), path.c_str(), m_database.c_str(), m_mem_table.c_str());
-  return Failed(SqlFailure::kStatement);
+  return FailedByDefinitions();
 }
 
 // In two rounds: first every mid table is looked up, and created where it is missing, then rows
@@ -144,14 +146,14 @@ bool MemTableConversion::FillMidTables(int count, Transaction& transaction) {
   if (!prepared) return false;
   if (created && !transaction.Begin()) {
     LogFailed(transaction.begin(), m_store.LastError());
-    return Failed(m_store.LastFailure());
+    return FailedByServer();
   }
   for (const Target& target : targets) {
     if (!Convert(target)) return false;
   }
   if (transaction.Commit()) return true;
   LogFailed("commit", m_store.LastError());
-  return Failed(m_store.LastFailure());
+  return FailedByServer();
 }
 
 // The order of the questions is that of the run log's lines, which operators know: Always, Name,
@@ -180,7 +182,7 @@ MemTableConversion::Step MemTableConversion::Prepare(Target& target, bool& creat
     case Presence::kPresent:
       return Step::kConvert;
     case Presence::kUnknown:
-      Failed(m_store.LastFailure());
+      FailedByServer();
       return Step::kAbort;
     case Presence::kAbsent:
       break;
@@ -202,7 +204,7 @@ bool MemTableConversion::Create(const Target& target) {
             outcome.statement.c_str(), outcome.error.c_str());
     g_loger(kUnit, __LINE__, kError, "table name is %s is year table %d", target.name.c_str(),
             target.period == Period::kYear ? 1 : 0);
-    return Failed(outcome.failure, target);
+    return Failed(outcome, target);
   }
   return !m_store.dialect().HasSequences() || CreateSequence(target);
 }
@@ -216,7 +218,7 @@ bool MemTableConversion::CreateSequence(const Target& target) {
   if (!outcome.ok) {
     g_loger(kUnit, __LINE__, kError, "Create Sequence <%s> error %s", outcome.statement.c_str(),
             outcome.error.c_str());
-    return Failed(outcome.failure);
+    return Failed(outcome.failure, outcome.error);
   }
   g_loger(kUnit, __LINE__, kConsole, "sql <%s> success", outcome.statement.c_str());
   return true;
@@ -238,7 +240,7 @@ bool MemTableConversion::Convert(const Target& target) {
   LogFailed(outcome);
   const bool has_fallback = target.period != Period::kYear && HasFallback(m_kind);
   if (!has_fallback || outcome.failure == SqlFailure::kConnection) {
-    return Failed(outcome.failure, target);
+    return Failed(outcome, target);
   }
   return !TransactionIsGone() && RunFallback(target);
 }
@@ -271,7 +273,7 @@ bool MemTableConversion::TransactionIsGone() {
   if (!m_store.ExecuteQuietly("set transaction isolation level repeatable read")) return false;
   g_loger(kUnit, __LINE__, kError, "memtable %s.%s transaction ended by the server",
           m_database.c_str(), m_mem_table.c_str());
-  Failed(SqlFailure::kServer);
+  Failed(SqlFailure::kServer, "the server ended the transaction");
   return true;
 }
 
@@ -284,7 +286,7 @@ bool MemTableConversion::RunFallback(const Target& target) {
       m_store.RunTemplate(node, fallback, m_store.dialect().FallbackValues(InputOf(target)));
   if (outcome.ok) return true;
   LogFailed(outcome);
-  return Failed(outcome.failure, target);
+  return Failed(outcome, target);
 }
 
 // The rows are committed: what fails here must not have them counted again, so a mem table that

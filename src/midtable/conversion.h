@@ -38,6 +38,8 @@ class MemTableConversion {
 
   // Every failure is logged. But for kDone and kNotEmptied no row was converted.
   ConversionResult Run();
+  // Why it failed, in the server's words where it was the server.
+  const std::string& reason() const { return m_reason; }
 
  private:
   // A mid table that the mem table feeds.
@@ -46,6 +48,7 @@ class MemTableConversion {
     std::string name;  // full name
     Period period = Period::kDay;
   };
+  static constexpr char kByDefinitions[] = "the definitions are at fault, the run log tells more";
   // What to do with one mid table of the definitions.
   enum class Step { kConvert, kSkip, kAbort };
 
@@ -61,8 +64,10 @@ class MemTableConversion {
   bool RunFallback(const Target& target);
   ConversionResult EmptyMemTable();
   // Remember why the conversion fails; each is false, for its caller to return.
-  bool Failed(SqlFailure failure);
-  bool Failed(SqlFailure failure, const Target& target);
+  bool Failed(SqlFailure failure, const std::string& reason);
+  bool Failed(const Outcome& outcome, const Target& target);
+  bool FailedByServer() { return Failed(m_store.LastFailure(), m_store.LastError()); }
+  bool FailedByDefinitions() { return Failed(SqlFailure::kStatement, kByDefinitions); }
   ConversionResult Result() const;
   ConversionInput InputOf(const Target& target);
   std::string KeyOf(const Target& target) const { return m_database + target.name; }
@@ -77,5 +82,6 @@ class MemTableConversion {
   const std::string m_date;  // YYYYMMDD, empty for a name that is too short
   const bool m_counts;
   SqlFailure m_failure = SqlFailure::kStatement;  // of the conversion, once it has failed
+  std::string m_reason = kByDefinitions;
   TableDefinitions m_definitions;
 };

@@ -1,10 +1,15 @@
 // The service cycle: start-up, passes, reconnection.
 
+#include <ctime>
 #include <new>
+#include <set>
+#include <string>
 
 #include "log/engine_unit.h"
 #include "log/zux_center_log.h"
 #include "midtable/Midtable.h"
+#include "state/state_file.h"
+#include "state/supervisor.h"
 #include "support/database_name.h"
 #include "support/housekeeping.h"
 #include "support/run_state.h"
@@ -13,6 +18,7 @@ namespace {
 
 constexpr int kPausedReconnects = 10;
 constexpr int kMostSecondsForRegistry = 10;
+constexpr char kServer[] = "server";  // as that which holds files back
 
 }  // namespace
 
@@ -62,6 +68,11 @@ int CMidTable::Run() {
   // Files that wait already would be flagged as if there were no local user. A registry that cannot
   // read its sources is no reason to wait any longer.
   m_localUser.AwaitFirstRound(kMostSecondsForRegistry);
+  Supervisor supervisor;
+  supervisor.Ready();
+  // The thread that works waits for the server as long as a statement takes: that the process lives
+  // is all that can be told.
+  const StateFile file(m_board, {{}, 1, std::time(nullptr)}, [&supervisor] { supervisor.Alive(); });
   while (g_nMainRun != 0) {
     if (!MakeMidTable() && !Reconnect() && g_nMainRun != 0) {
       g_nMainRun = 0;
@@ -84,8 +95,12 @@ void CMidTable::LogLeftRows() const {
 // False also once the service is to stop, which is no failure and is not logged.
 bool CMidTable::Reconnect() {
   for (int tried = 1; g_nMainRun != 0; ++tried) {
-    if (m_store->Reconnect()) return true;
+    if (m_store->Reconnect()) {
+      m_board.Release({}, kServer);
+      return true;
+    }
     if (g_nMainRun == 0) break;
+    m_board.Hold({}, kServer, m_board.CountWaiting(), m_store->LastError());
     const bool last = tried > kPausedReconnects;
     if (tried == 1 || last) {  // one line a second would say no more
       g_loger(kUnit, __LINE__, kError, "reconnect db attempt %d failed reason %s", tried,
@@ -107,11 +122,19 @@ bool CMidTable::MakeMidTable() {
   if (!ConvertWhatWaits()) return false;
   m_bNoFileLoaded = true;  // also where the spool cannot be listed: there is nothing to do but wait
   if (!GetDblist()) return false;
+  ShowDatabases();
   for (const std::string& name : m_lstDbName) {
     if (!MakeDatabase(name)) return false;
   }
   if (m_bNoFileLoaded) g_loger(kUnit, __LINE__, kDebug, "no file to load reconnect db");
   return !m_bNoFileLoaded;
+}
+
+// A device that was taken away leaves the board, one without files stands on it.
+void CMidTable::ShowDatabases() {
+  std::set<std::string> databases;
+  for (const std::string& name : m_lstDbName) databases.insert(DatabaseName(name));
+  m_board.Keep(databases);
 }
 
 bool CMidTable::ConvertWhatWaits() {

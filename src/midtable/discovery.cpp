@@ -1,12 +1,15 @@
 #include "midtable/discovery.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "log/engine_unit.h"
 #include "log/zux_center_log.h"
+#include "support/database_name.h"
 #include "support/file.h"
 #include "support/names.h"
 #include "support/paths.h"
@@ -82,6 +85,20 @@ std::vector<std::string> Discovery::FilesOf(const std::string& database, const M
     return Answer::kPass;
   });
   return paths;
+}
+
+void Discovery::ShowFiles(const std::string& database, StateBoard& board) {
+  const auto found = m_folders.find(database);
+  if (found == m_folders.end()) return;
+  SpoolFolder& folder = found->second;
+  const std::string path = folder.waiting().OldestPath();
+  struct stat oldest {};
+  const bool is_known = !path.empty() && lstat(path.c_str(), &oldest) == 0;
+  const std::string name = DatabaseName(database);
+  board.SetWaiting(name, folder.waiting().Count(),
+                   is_known ? std::optional(oldest.st_mtime) : std::nullopt);
+  std::optional<InSpool> finished;
+  if (folder.TakeFinished(finished)) board.SetInSpool(name, finished);
 }
 
 void Discovery::Offer(const std::string& database, const WaitingFiles::Offer& offer) {

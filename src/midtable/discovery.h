@@ -11,6 +11,7 @@
 #include "spool/settled_files.h"
 #include "spool/spool_folder.h"
 #include "spool/spool_system.h"
+#include "state/board.h"
 
 // Mem files in load order.
 using MemFileQueue = std::list<MemFile>;
@@ -32,6 +33,8 @@ class Discovery {
   // that name. The greatest names are chosen; the least of them is first in the queue. A folder
   // that cannot be read is logged.
   void QueueFiles(const std::string& database, MemFileQueue& queue);
+  // What is known of the files in the folder of that name, which was read for one of the others.
+  void ShowFiles(const std::string& database, StateBoard& board);
   // The paths of all files in the folder of that name that wait for the mem table of `table`. A
   // folder that cannot be read is logged, and has none.
   std::vector<std::string> FilesOf(const std::string& database, const MemFile& table);

@@ -90,9 +90,14 @@ bool Backlog::ReadOn(std::size_t names) {
     const dirent* const entry = readdir(m_reading->directory.get());
     --names;
     if (entry != nullptr) {
-      if (my_select(entry) != 0) Add(m_reading->folder, entry->d_name);
+      if (my_select(entry) != 0) {
+        Add(m_reading->folder, entry->d_name);
+      } else {
+        m_reading->finished.See(entry->d_name);
+      }
       continue;
     }
+    m_finished[m_reading->folder] = m_reading->finished.CountIn(PathOf(m_reading->folder));
     if (m_reading->stamp) m_stamps[m_reading->folder] = *m_reading->stamp;
     m_reading.reset();
   }
@@ -113,13 +118,14 @@ bool Backlog::OpenNext() {
       m_folders.erase(folder);
       ForgetFolder(folder);
     } else {
+      m_finished[folder] = std::nullopt;
       Complain(folder, error);
     }
     return false;
   }
   m_unreadable.erase(folder);
   m_folders.insert(folder);
-  m_reading = Reading{folder, std::move(dir), SettledIdentityOf(status)};
+  m_reading = Reading{folder, std::move(dir), SettledIdentityOf(status), {}};
   return true;
 }
 
@@ -132,10 +138,10 @@ void Backlog::Add(const std::string& folder, const char* name) {
 }
 
 // A name that is noted twice, by the watch and by a reading, is in the set once.
-void Backlog::Insert(MemFile file) {
+void Backlog::Insert(const MemFile& file) {
   const MutexLock lock(m_lock);
   Waiting& waiting = m_waiting[file.database];
-  if (waiting.tables[file.table].insert(std::move(file.path)).second) ++waiting.arrivals;
+  if (waiting.tables[file.table].Insert(file.path)) ++waiting.arrivals;
 }
 
 // By path and not by database: a folder may hold files that carry another device's name.
@@ -145,10 +151,7 @@ void Backlog::ForgetFolder(const std::string& folder) {
   const MutexLock lock(m_lock);
   for (auto& [database, waiting] : m_waiting) {
     for (auto& [table, paths] : waiting.tables) {
-      auto first = paths.lower_bound(begin);
-      auto last = first;
-      while (last != paths.end() && last->starts_with(begin)) ++last;
-      paths.erase(first, last);
+      paths.EraseAllWithPrefix(begin);
     }
     std::erase_if(waiting.tables, [](const auto& table) { return table.second.empty(); });
   }
@@ -174,7 +177,7 @@ std::vector<std::string> Backlog::Tables(const std::string& database) const {
   return tables;
 }
 
-const std::set<std::string>* Backlog::PathsOf(const TableKey& key) const {
+const PathSet* Backlog::PathsOf(const TableKey& key) const {
   const auto database = m_waiting.find(key.database);
   if (database == m_waiting.end()) return nullptr;
   const auto table = database->second.tables.find(key.table);
@@ -183,7 +186,7 @@ const std::set<std::string>* Backlog::PathsOf(const TableKey& key) const {
 
 std::size_t Backlog::CountFiles(const TableKey& key) const {
   const MutexLock lock(m_lock);
-  const std::set<std::string>* const paths = PathsOf(key);
+  const PathSet* const paths = PathsOf(key);
   return paths == nullptr ? 0 : paths->size();
 }
 
@@ -201,7 +204,7 @@ std::vector<std::string> Backlog::FirstPaths(const std::string& database) const 
   std::vector<std::string> first;
   const auto found = m_waiting.find(database);
   if (found == m_waiting.end()) return first;
-  for (const auto& [table, paths] : found->second.tables) first.push_back(*paths.begin());
+  for (const auto& [table, paths] : found->second.tables) first.push_back(paths.First());
   return first;
 }
 
@@ -211,15 +214,21 @@ std::uint64_t Backlog::CountArrivals(const std::string& database) const {
   return found == m_waiting.end() ? 0 : found->second.arrivals;
 }
 
+std::vector<Backlog::Count> Backlog::Counts() const {
+  const MutexLock lock(m_lock);
+  std::vector<Count> counts;
+  for (const auto& [database, waiting] : m_waiting) {
+    counts.push_back({database, 0, waiting.arrivals});
+    for (const auto& [table, paths] : waiting.tables) counts.back().files += paths.size();
+  }
+  return counts;
+}
+
 // Behind `path`, which is then the next one.
 bool Backlog::NextPath(const TableKey& key, std::string& path) const {
   const MutexLock lock(m_lock);
-  const std::set<std::string>* const paths = PathsOf(key);
-  if (paths == nullptr) return false;
-  const auto next = paths->upper_bound(path);
-  if (next == paths->end()) return false;
-  path = *next;
-  return true;
+  const PathSet* const paths = PathsOf(key);
+  return paths != nullptr && paths->Advance(path);
 }
 
 // The order of names is that of the times in them, so the oldest files come first. Each file is
@@ -248,7 +257,7 @@ void Backlog::Remove(const MemFile& file) {
   if (database == m_waiting.end()) return;
   const auto table = database->second.tables.find(file.table);
   if (table == database->second.tables.end()) return;
-  table->second.erase(file.path);
+  table->second.Erase(file.path);
   if (table->second.empty()) database->second.tables.erase(table);
 }
 

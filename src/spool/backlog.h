@@ -10,14 +10,18 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "spool/finished_files.h"
 #include "spool/mem_file.h"
+#include "spool/path_set.h"
 #include "support/file.h"
 #include "support/file_identity.h"
 #include "support/mutex.h"
 
-// Names alone are kept, so that a backlog of hundreds of thousands of files stays small.
+// Names alone are kept, and packed, so that a backlog of hundreds of thousands of files stays
+// small.
 //
 // Threads: one thread finds and reads folders; what waits may be asked and told by any. No system
 // call is made under the lock.
@@ -46,6 +50,11 @@ class Backlog {
   // Takes a name in a folder that somebody saw come; nothing for what is no waiting mem file's.
   void Note(const std::string& folder, const std::string& name) EXCLUDES(m_lock);
   std::vector<std::string> Folders() const { return {m_folders.begin(), m_folders.end()}; }
+  // Files that are done with, of each folder whose reading has come to its end since the last call;
+  // nothing is known of one that cannot be read.
+  std::map<std::string, std::optional<InSpool>> TakeFinished() {
+    return std::exchange(m_finished, {});
+  }
 
   // --- what waits: any thread
 
@@ -58,6 +67,13 @@ class Backlog {
   std::vector<std::string> FirstPaths(const std::string& database) const EXCLUDES(m_lock);
   // Grows with each file that comes for the database.
   std::uint64_t CountArrivals(const std::string& database) const EXCLUDES(m_lock);
+  // Both figures of each database for which a file has come at any time.
+  struct Count {
+    std::string database;
+    std::size_t files = 0;
+    std::uint64_t arrivals = 0;
+  };
+  std::vector<Count> Counts() const EXCLUDES(m_lock);
 
   // The first files of a mem table, in the order of their names: at most `most`, and no more than
   // `bytes` together unless the first alone is larger. Those that are gone leave the backlog.
@@ -72,7 +88,7 @@ class Backlog {
 
  private:
   struct Waiting {
-    std::map<std::string, std::set<std::string>> tables;  // full paths; no table without one
+    std::map<std::string, PathSet> tables;  // no table without a path
     std::uint64_t arrivals = 0;
   };
   // The folder that is being read.
@@ -80,14 +96,15 @@ class Backlog {
     std::string folder;
     Directory directory;
     std::optional<FileIdentity> stamp;
+    FinishedFiles finished = {};
   };
 
   bool ListDatabases(std::set<std::string>& folders);
   bool OpenNext();
   void Add(const std::string& folder, const char* name) EXCLUDES(m_lock);
-  void Insert(MemFile file) EXCLUDES(m_lock);
+  void Insert(const MemFile& file) EXCLUDES(m_lock);
   bool NextPath(const TableKey& key, std::string& path) const EXCLUDES(m_lock);
-  const std::set<std::string>* PathsOf(const TableKey& key) const REQUIRES(m_lock);
+  const PathSet* PathsOf(const TableKey& key) const REQUIRES(m_lock);
   void ForgetFolder(const std::string& folder) EXCLUDES(m_lock);
   void Complain(const std::string& folder, int error);
 
@@ -95,6 +112,7 @@ class Backlog {
   std::set<std::string> m_unreadable;
   std::deque<std::string> m_unread;  // folders
   std::optional<Reading> m_reading;
+  std::map<std::string, std::optional<InSpool>> m_finished;  // by folder
   // What each folder was when its last reading began, where a later change is certain to show.
   std::map<std::string, FileIdentity> m_stamps;
   mutable Mutex m_lock;

@@ -32,14 +32,22 @@ int SpoolFolder::OfferFiles(const WaitingFiles::Offer& offer) {
 int SpoolFolder::Read() {
   m_trust.Begin();
   m_waiting.Clear();
+  m_finished.reset();
+  m_was_read = true;
   const Directory dir(opendir(m_path.c_str()));
   if (dir == nullptr) return errno;
+  FinishedFiles finished;
   errno = 0;
   while (const dirent* entry = readdir(dir.get())) {
-    if (my_select(entry) != 0) m_waiting.Add(entry->d_name);
+    if (my_select(entry) != 0) {
+      m_waiting.Add(entry->d_name);
+    } else {
+      finished.See(entry->d_name);
+    }
     errno = 0;
   }
   if (const int error = errno) return error;
+  m_finished = finished.CountIn(m_path);
   m_trust.Finish(dirfd(dir.get()));
   return 0;
 }

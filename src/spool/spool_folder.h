@@ -4,8 +4,11 @@
 
 #include <dirent.h>
 
+#include <optional>
 #include <string>
+#include <utility>
 
+#include "spool/finished_files.h"
 #include "spool/listing_trust.h"
 #include "spool/spool_system.h"
 #include "spool/waiting_files.h"
@@ -25,10 +28,19 @@ class SpoolFolder {
   // is 0, or the errno for which the folder could not be read; nothing is offered then.
   int OfferFiles(const WaitingFiles::Offer& offer);
 
+  const WaitingFiles& waiting() const { return m_waiting; }
+  // Whether the folder was read since the last call, or could not be; what is done with by then.
+  bool TakeFinished(std::optional<InSpool>& finished) {
+    finished = m_finished;
+    return std::exchange(m_was_read, false);
+  }
+
  private:
   int Read();
 
   const std::string m_path;
   ListingTrust m_trust;
   WaitingFiles m_waiting;
+  std::optional<InSpool> m_finished;  // none: it cannot be read
+  bool m_was_read = false;
 };

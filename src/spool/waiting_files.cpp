@@ -5,11 +5,23 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 namespace {
 
 bool Before(const char* a, const char* b) { return std::strcmp(a, b) < 0; }
+
+// Whether the time in the first name is before that in the second: date and time stand behind the
+// table, which may be of any length.
+bool IsEarlier(std::string_view a, std::string_view b) {
+  const auto time = [](std::string_view name) {
+    constexpr std::size_t kIdAndDash = 9;
+    const std::size_t dash = name.find('-', std::min(name.size(), kIdAndDash));
+    return name.substr(std::min(name.size(), dash));
+  };
+  return time(a) < time(b);
+}
 
 // Only an answer that the name is not there counts. A folder that cannot be read at the moment
 // hides its files without having lost them.
@@ -36,6 +48,8 @@ void WaitingFiles::Backlog::Pop() {
 void WaitingFiles::Clear() {
   m_backlogs.clear();
   m_memory.release();
+  m_count = 0;
+  m_oldest = nullptr;
 }
 
 // Names are kept by mem table, since a pass takes one file of each table: so a table with a long
@@ -52,6 +66,12 @@ void WaitingFiles::Add(const char* name) {
   char* const copy = static_cast<char*>(m_memory.allocate(size, 1));
   std::memcpy(copy, name, size);
   backlog.Push(copy);
+  ++m_count;
+  if (m_oldest == nullptr || IsEarlier(copy, m_oldest)) m_oldest = copy;
+}
+
+std::string WaitingFiles::OldestPath() const {
+  return m_oldest == nullptr ? std::string() : m_folder + "/" + m_oldest;
 }
 
 // A file that was passed over, or is gone, leaves its table's heap so that the next name comes to
@@ -78,6 +98,7 @@ bool WaitingFiles::OfferFiles(const Offer& offer) {
     if (answer == Answer::kEnough) break;
     if (answer != Answer::kPass) continue;
     backlog->Pop();
+    if (gone) --m_count;
     if (!gone) passed.emplace_back(backlog, name);
     if (backlog->names.empty()) continue;
     tables.push_back(backlog);

@@ -1,6 +1,7 @@
 // The names of the mem files that wait in one folder, and the choice among them.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory_resource>
 #include <string>
@@ -33,6 +34,11 @@ class WaitingFiles {
   // is still of use.
   bool OfferFiles(const Offer& offer);
 
+  // Files that are listed; those that somebody else took away count until they are noticed.
+  std::size_t Count() const { return m_count; }
+  // The path of the one with the earliest time in its name, which may be gone; or empty.
+  std::string OldestPath() const;
+
  private:
   // The files of one mem table. Both the backlog of one table and the number of tables may be huge;
   // an offer costs the logarithm of each.
@@ -48,4 +54,6 @@ class WaitingFiles {
   const std::string m_folder;
   std::pmr::monotonic_buffer_resource m_memory;
   std::unordered_map<std::string, Backlog> m_backlogs;  // by database and table
+  std::size_t m_count = 0;
+  const char* m_oldest = nullptr;  // of all names, with those that are gone since
 };

@@ -44,6 +44,26 @@ FileDescriptor CreateRegular(const std::string& path, int flags, mode_t mode) {
   }
 }
 
+// The temporary file stands in the same folder, so that it can take the name in one step. One of
+// its name was left by an earlier process of this number. No other user could make it a link that
+// is followed.
+bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode, gid_t group) {
+  const std::string temporary = path + ".tmp" + std::to_string(getpid());
+  unlink(temporary.c_str());
+  FileDescriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | kGuarded, mode));
+  if (!file) return false;
+  [[maybe_unused]] const int ignored = fchown(file.get(), static_cast<uid_t>(-1), group);
+  const ssize_t size = write(file.get(), content.data(), content.size());
+  if (size >= 0 && size < static_cast<ssize_t>(content.size())) errno = ENOSPC;
+  const bool written = size == static_cast<ssize_t>(content.size()) &&
+                       fchmod(file.get(), mode) == 0 && close(file.release()) == 0 &&
+                       std::rename(temporary.c_str(), path.c_str()) == 0;
+  const int error = errno;
+  if (!written) unlink(temporary.c_str());
+  errno = error;
+  return written;
+}
+
 void MakeFolders(const std::string& path, mode_t mode) {
   FileDescriptor folder(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
   for (const std::filesystem::path& name : std::filesystem::path(path).relative_path()) {

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 struct FileCloser {
@@ -61,6 +62,12 @@ FileDescriptor OpenRegular(const std::string& path, struct stat& status);
 // O_WRONLY with O_APPEND or O_TRUNC. A file that is not there is made and has exactly `mode`,
 // whatever the umask; one that is there keeps its mode. A pipe that nobody reads is ENXIO.
 FileDescriptor CreateRegular(const std::string& path, int flags, mode_t mode);
+
+// Puts the content into a file that others may read at any time: it is there as a whole, or the
+// file is as it was. False, with errno, in the second case. The file has exactly `mode`, and
+// belongs to `group` where this user may give it away.
+bool ReplaceFile(const std::string& path, std::string_view content, mode_t mode,
+                 gid_t group = getegid());
 
 // Makes the folders of an absolute path that are missing, each with exactly `mode`. A folder that
 // cannot be made shows when it is used.

@@ -15,6 +15,8 @@ inline constexpr char kAuthorities[] = "/etc/ssl/certs";
 // Table definitions for a MySQL and for an Oracle store; re-read at every use.
 inline constexpr char kMysqlDefinitions[] = "/etc/morvan/vqlog.xml";
 inline constexpr char kOracleDefinitions[] = "/etc/morvan/oracle_vqlog.xml";
+// The statements that make the year tables of a database, for midtablectl.
+inline constexpr char kYearTables[] = "/etc/morvan/year_tables.sql";
 // Statements and control file text of the Oracle loading roads; re-read at every use.
 inline constexpr char kLoaderTemplates[] = "/etc/morvan/sqlldr_ctl.xml";
 // Control file written for the Oracle loader tool.
@@ -37,6 +39,10 @@ inline constexpr char kRunLogFlag[] = "/tmp/zux_midtable.flag";
 
 // The machine's own name for itself, made by the system at its first start.
 inline constexpr char kMachineId[] = "/etc/machine-id";
+
+// What the running service tells of itself, for midtablectl and others: docs/state.md.
+inline constexpr char kStateFolder[] = "/run/midtable";
+inline constexpr char kStateFile[] = "/run/midtable/state.json";
 
 // Held while an instance runs.
 inline constexpr char kLockFile[] = "/tmp/midtable.lock";

@@ -55,6 +55,8 @@ class Store {
   bool ExecuteQuietly(const std::string& statement) {
     return m_sql->executeSQL(statement.c_str(), 0) == 0;
   }
+  // Rows that the statement before has changed or loaded; 0 on a server where nobody counts them.
+  std::uint64_t AffectedRows() const { return m_sql->affectedRows(); }
   // Fills and runs the template that stands at `node` of the table definitions.
   Outcome RunTemplate(const std::string& node, const std::string& text,
                       std::span<const TemplateValue> values);

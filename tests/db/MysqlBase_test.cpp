@@ -42,10 +42,12 @@ TEST_F(MysqlBase, SendsTheseStatementsAndNoOthers) {
 }
 
 TEST_F(MysqlBase, DeliberatelyTakesANameForAPatternAndLooksAtItsFirstMatchOnly) {
-  m_server.Run("create or replace database a_c; create table alpha.p_q (x int)");
+  MariadbServer::Get().MakeDatabases({"a_c"});
+  m_server.Run("create table alpha.p_q (x int)");
   EXPECT_TRUE(m_sql->existDB("a_c"));
   EXPECT_TRUE(m_sql->existTable("p_q"));
-  m_server.Run("create or replace database aXc; create table alpha.pXq (x int)");
+  MariadbServer::Get().MakeDatabases({"aXc"});
+  m_server.Run("create table alpha.pXq (x int)");
   EXPECT_FALSE(m_sql->existDB("a_c"));
   EXPECT_FALSE(m_sql->existTable("p_q"));
 }

@@ -21,8 +21,8 @@ struct BackEnd {
   // Statements: the begin of a transaction, 5000 rows, rows of which a late one fails, and the text
   // of a statement that ends this session.
   const char* begin;
-  const char* many_rows;
-  const char* breaks_off;
+  std::string many_rows;
+  std::string breaks_off;
   const char* suicide;
   const char* denied;  // in the error of a wrong password
   const char* drop;    // the statement that removes database beta
@@ -33,11 +33,11 @@ struct BackEnd {
 inline const BackEnd kMysql = {
     "mysql",
     MariadbServer::Get,
-    [](const auto& name) { MariadbServer::Get().Run("create or replace database " + name); },
+    [](const auto& name) { MariadbServer::Get().MakeDatabases({name}); },
     {},
     "start transaction",
-    "select seq as v from seq_1_to_5000",
-    "select 18446744073709547116 + seq from seq_1_to_5000",
+    "select seq as v from " + MariadbServer::Numbers(5000),
+    "select 18446744073709547116 + seq from " + MariadbServer::Numbers(5000),
     "select concat('kill ', connection_id()) as k",
     "connect failed, error:Access denied for user",
     "drop database beta",
@@ -80,7 +80,7 @@ class BackEndTest : public testing::Test {
   }
   // Connects to MySQL as an ordinary user, who may do no more than this.
   void ConnectAs(const std::string& grants) {
-    m_server.Run("create or replace user plain identified by 'p'; " + grants);
+    MariadbServer::Get().MakeUser("plain", "'p'", grants);
     m_auth.user = "plain";
     m_auth.password = "p";
     Connect();

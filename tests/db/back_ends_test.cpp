@@ -32,11 +32,11 @@ TEST_P(SqlContract, ReadsLongValuesWhole) {
 
 TEST_P(SqlContract, ReadsAndCountsManyRows) {
   CapturedStdout long_traces;
-  EXPECT_EQ(0, m_sql->fetchRecordSet(m_is.many_rows, m_rows));
+  EXPECT_EQ(0, m_sql->fetchRecordSet(m_is.many_rows.c_str(), m_rows));
   EXPECT_EQ(5000U, m_rows.size());
   EXPECT_EQ("5000", m_rows.back()["v"]);
   unsigned int count = 0;
-  EXPECT_EQ(0, m_sql->RowsCountBySQL(m_is.many_rows, &count));
+  EXPECT_EQ(0, m_sql->RowsCountBySQL(m_is.many_rows.c_str(), &count));
   EXPECT_EQ(5000U, count);
 }
 
@@ -48,7 +48,7 @@ TEST_P(SqlContract, KeepsTheServersTextOfItsLastFailure) {
 
 TEST_P(SqlContract, AQueryThatFailsGivesAnErrorAndNoRows) {
   CapturedStdout long_traces;
-  for (const char* query : {"select * from nowhere", m_is.breaks_off, "delete from t"}) {
+  for (const char* query : {"select * from nowhere", m_is.breaks_off.c_str(), "delete from t"}) {
     EXPECT_EQ(-1, Do("insert into missing values (1)"));
     EXPECT_EQ(-1, m_sql->fetchRecordSet(query, m_rows)) << query;
     EXPECT_THAT(m_sql->getLastError(), testing::Not(HasSubstr("missing"))) << query;
@@ -57,7 +57,7 @@ TEST_P(SqlContract, AQueryThatFailsGivesAnErrorAndNoRows) {
 }
 
 TEST_P(SqlContract, ACountThatFailsLeavesNumberAndLastError) {
-  for (const char* query : {"select * from nowhere", m_is.breaks_off, "delete from t"}) {
+  for (const char* query : {"select * from nowhere", m_is.breaks_off.c_str(), "delete from t"}) {
     EXPECT_EQ(-1, Do("insert into missing values (1)"));
     unsigned int count = 7;
     EXPECT_NE(0, m_sql->RowsCountBySQL(query, &count)) << query;

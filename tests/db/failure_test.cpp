@@ -132,6 +132,7 @@ TEST(MysqlErrors, AreSortedByNumberThenStateThenTheSystemsNumberInTheText) {
       {1040, "08004", "Too many connections", SqlFailure::kConnection},
       {1053, "08S01", "Server shutdown in progress", SqlFailure::kConnection},
       {2026, "HY000", "TLS/SSL error", SqlFailure::kConnection},
+      {4031, "HY000", "disconnected by the server because of inactivity", SqlFailure::kConnection},
       {1153, "08S01", "bigger than 'max_allowed_packet'", SqlFailure::kStatement},
       {3, "HY000", "Error writing file (Errcode: 28 \"No space\")", SqlFailure::kServer},
       {13, "HY000", "Can't get stat (Errcode: 13 \"Permission\")", SqlFailure::kPrivilege},

@@ -45,7 +45,7 @@ class Tls : public BackEndTest {
   // The server shows this certificate from now on.
   void Present(const std::string& name) const {
     certificates::PutInUse(name);
-    m_server.Run("flush ssl");
+    MariadbServer::Get().ReloadCertificates();
   }
   // Connects with these lines in the group, and tells with what.
   int ConnectWith(const std::string& lines) {
@@ -56,9 +56,7 @@ class Tls : public BackEndTest {
   // The cipher of a connection with these lines; empty where it is in the clear.
   std::string Cipher(const std::string& lines) {
     EXPECT_EQ(0, ConnectWith(lines)) << m_sql->getLastError();
-    return Value(
-        "select variable_value from information_schema.session_status where variable_name = "
-        "'SSL_CIPHER'");
+    return Value("show session status like 'Ssl_cipher'");
   }
   // Logins that the server was sent, whatever became of them.
   std::string Logins() const {
@@ -85,6 +83,9 @@ struct Server {
 class RefusedServer : public Tls, public testing::WithParamInterface<Server> {};
 
 TEST_P(RefusedServer, IsSentNoLoginAndTheErrorHasCauseAndRemedy) {
+  if (std::string_view(GetParam().certificate) == "expired" && MariadbServer::Get().IsMysql()) {
+    GTEST_SKIP() << "it does not put such a certificate in use";
+  }
   Present(GetParam().certificate);
   const std::string logins = Logins();
   EXPECT_EQ(
@@ -162,7 +163,7 @@ TEST_F(Tls, WhoListensLearnsNeitherUserNorStatement) {
 // --- what a server demands
 
 TEST_F(Tls, AServerMayDemandTls) {
-  m_server.Run("create or replace user plain identified by 'p' require ssl");
+  MariadbServer::Get().MakeUser("plain", "'p' require ssl");
   m_auth.user = "plain";
   m_auth.password = "p";
   EXPECT_EQ(-1, ConnectWith("skip-ssl"));
@@ -175,8 +176,7 @@ TEST_F(Tls, AServerMayDemandTls) {
 }
 
 TEST_F(Tls, AServerMayDemandACertificate) {
-  m_server.Run(
-      "create or replace user plain identified by 'p' require x509; grant all on alpha.* to plain");
+  MariadbServer::Get().MakeUser("plain", "'p' require x509", "grant all on alpha.* to plain");
   m_auth.user = "plain";
   m_auth.password = "p";
   EXPECT_EQ(-1, ConnectWith(kAuthority));

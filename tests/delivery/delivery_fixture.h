@@ -41,9 +41,8 @@ class DeliveryTest : public testing::Test {
       drops += "drop database " + name + ";";
     }
     server.Run(drops + "set global read_only = 0, sql_mode = default");
-    server.Run("create database WLAN_TUNE; create database " + std::string(kDb) +
-               "; create or replace user service identified by 'secret'; grant " + kRights +
-               " on *.* to service");
+    server.Run("create database WLAN_TUNE; create database " + std::string(kDb));
+    server.MakeUser("service", "'secret'", "grant " + kRights + " on *.* to service");
     MakeYearTable();
     Define(kCreateMem, kConvert);
     g_loger.Init();

@@ -118,7 +118,7 @@ TEST_F(FaultTest, AMidTableThatSomebodyHasLockedHoldsFilesBackAndNothingIsGivenU
 }
 
 TEST_F(FaultTest, TooManyConnectionsAreWaitedFor) {
-  server.Run("grant usage on *.* to service with max_user_connections 1");
+  server.Run("alter user service with max_user_connections 1");
   MYSQLAUTH auth = Auth();
   Connection other(&auth);
   ASSERT_EQ(other.connectDB(), 0);
@@ -126,6 +126,21 @@ TEST_F(FaultTest, TooManyConnectionsAreWaitedFor) {
   Start();
   EXPECT_TRUE(Eventually([] { return LogHas("server held back, 1 files wait: "); }));
   other.closeDB();
+  EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); })) << ReadLog();
+}
+
+// The address of a proxy, or a name, may lead elsewhere by now; a session stays where it is.
+TEST_F(FaultTest, AServerThatTakesNoChangesIsAskedInANewSession) {
+  const auto session = [this] {
+    return server.Run("select max(id) from information_schema.processlist where user = 'service'");
+  };
+  Run("set global read_only = 1");
+  const std::string stem = Drop("101500", "1\t10\n");
+  Start();
+  EXPECT_TRUE(Eventually([] { return LogHas("--read-only"); })) << ReadLog();
+  const auto first = session();
+  EXPECT_TRUE(Eventually([&] { return session() != first && session().at(0) != "NULL"; }));
+  Run("set global read_only = 0");
   EXPECT_TRUE(Eventually([&] { return Exists(stem + ".mid"); })) << ReadLog();
 }
 

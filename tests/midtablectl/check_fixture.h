@@ -8,8 +8,7 @@
 // The program logs in as a user who may do this alone.
 inline Step LogInAsOneWhoMay(const std::string& privileges) {
   return [=] {
-    MariadbServer::Get().Run("create or replace user poor@'%' identified by 'secret'; grant " +
-                             privileges + " to poor@'%'");
+    MariadbServer::Get().MakeUser("poor@'%'", "'secret'", "grant " + privileges + " to poor@'%'");
     Replace(kSettings, "user=midtable", "user=poor");
   };
 }
@@ -71,17 +70,6 @@ class CheckTest : public MidtablectlTest, public testing::WithParamInterface<Cas
 // Check with the server.
 class CheckOnServerTest : public MidtablectlServerTest, public testing::WithParamInterface<Case> {
  protected:
-  // "PORT" in a line stands for the server's, and a statement in braces for its words on that.
-  Words WithWords(Words lines) const {
-    for (std::string& line : lines) {
-      line = std::regex_replace(line, std::regex("PORT"), port);
-      const std::size_t open = line.find('{');
-      const std::size_t close = line.find('}');
-      if (close == std::string::npos) continue;
-      line.replace(open, close + 1 - open, WordsOn(line.substr(open + 1, close - open - 1)));
-    }
-    return lines;
-  }
   void Finds(const Words& lines) const {
     const Words expected = WithWords(lines);
     ExpectFindings(Midtablectl({"check"}), expected);

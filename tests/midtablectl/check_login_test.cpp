@@ -1,6 +1,7 @@
 // What `midtablectl check` says of a login that is refused, by the server or by the service.
 
 #include "db/login_remedy.h"
+#include "gmock/gmock.h"
 #include "midtablectl/check_fixture.h"
 #include "testing/certificates.h"
 
@@ -21,7 +22,7 @@ class CheckLogin : public CheckOnServerTest {
   }
   void Present(const std::string& certificate) const {
     certificates::PutInUse(certificate);
-    server.Run("flush ssl");
+    server.ReloadCertificates();
   }
   // The user of the settings may come over TLS only.
   void DemandTls() const {
@@ -57,12 +58,31 @@ TEST_F(CheckLogin, AWrongPasswordIsNoLackOfTls) {
 
 // The library's words are its own; what to do about them follows.
 TEST_F(CheckLogin, WordsAndRemedyOfACertificateThatIsRefusedStandApart) {
+  if (server.IsMysql()) GTEST_SKIP() << "it does not put an expired certificate in use";
   UseOption(kAuthority);
   Present("expired");
   const std::string words = SplitRemedy(WordsOn()).first;
   EXPECT_TRUE(words.starts_with("TLS/SSL error: ")) << words;
   Finds({kNoLogin + "midtable" + kAt + words +
          " -> renew the server's certificate and restart the server, or set this machine's clock"});
+}
+
+// MySQL logs everybody in by a plug-in that the client library keeps in a file of its own.
+TEST_F(CheckLogin, AUserIsToGetAnotherPlugInWhereThisMachineLacksTheirs) {
+  LogInAsOneWhoMay("select on *.*")();
+  if (!server.IsMysql()) {
+    const std::string known = "select 1 from information_schema.all_plugins where plugin_name = ";
+    if (server.Run(known + "'ed25519'").empty()) GTEST_SKIP() << "the server has no such plug-in";
+    server.Run(
+        "install plugin if not exists ed25519 soname 'auth_ed25519';"
+        "alter user poor@'%' identified via ed25519 using password('secret')");
+  }
+  setenv("MARIADB_PLUGIN_DIR", "/none", 1);
+  const Outcome run = Midtablectl({"check"});
+  unsetenv("MARIADB_PLUGIN_DIR");
+  EXPECT_THAT(run.output, testing::HasSubstr("could not be loaded"));
+  EXPECT_THAT(run.output, testing::HasSubstr(" -> this user logs in by a plug-in that one side "
+                                             "lacks: give the user another one"));
 }
 
 TEST_F(CheckLogin, NobodyIsAskedWithAMistakeInTheOptionFile) {

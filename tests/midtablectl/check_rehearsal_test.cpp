@@ -49,7 +49,8 @@ const std::string kReport = kNotTried + "names database report";
 class CheckTriesNothing : public CheckRehearsal {};
 
 TEST_P(CheckTriesNothing, Beyond) {
-  server.Run("create or replace database Report; create table Report.log select 1, 2");
+  server.MakeDatabases({"Report"});
+  server.Run("create table Report.log select 1, 2");
   GetParam().SetUp();
   Finds(Of(kDefinitions, GetParam().lines));
   EXPECT_EQ(server.Run("select * from Report.log"), Words{"1\t2"});

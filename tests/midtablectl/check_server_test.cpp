@@ -67,12 +67,12 @@ TEST_F(CheckOnServerTest, FindsTheSamplesInOrder) {
   WriteFile(kDefinitions, ReadFile(demo + "vqlog.xml"));
   WriteFile(kTemplates, ReadFile(demo + "sqlldr_ctl.xml"));
   WriteFile(kBlocks, ReadFile(demo + "localtour.csv"));
-  server.Run("drop database vqcfg; drop database WLAN_TUNE;" + ReadFile(demo + "setup.sql") +
-             "create or replace database WLAN_1a2b3c4d");
+  server.Run("drop database vqcfg; drop database WLAN_TUNE;" + ReadFile(demo + "setup.sql"));
+  server.MakeDatabases({"WLAN_1a2b3c4d"});
   const std::string tables = "use WLAN_1a2b3c4d;" + ReadFile(demo + "year_tables.sql");
   server.Run(std::regex_replace(tables, std::regex("_YYYY"), "_" + Year(0)));
   server.Run(std::regex_replace(tables, std::regex("_YYYY"), "_" + Year(1)));
-  server.Run("set global innodb_flush_log_at_trx_commit = 1");
+  server.Run("set global innodb_flush_log_at_trx_commit = 1, sync_binlog = 1");
   Finds({});
 }
 

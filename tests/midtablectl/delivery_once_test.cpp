@@ -20,7 +20,7 @@ class OnceTest : public MidtablectlServerTest {
  protected:
   OnceTest() {
     Replace(kSettings, "dbtype=mysql", "dbtype=mysql\ndelivery=once");
-    server.Run("set global innodb_flush_log_at_trx_commit = 1, local_infile = 1");
+    server.Run("set global innodb_flush_log_at_trx_commit = 1, sync_binlog = 1, local_infile = 1");
   }
 };
 
@@ -30,11 +30,20 @@ TEST_F(OnceTest, StatusShowsWhatIsHeldBackUntilItGoesOn) {
   EXPECT_EQ(held.status, 1);
   EXPECT_THAT(held.output,
               HasSubstr("held back: " + kTable + ", 3 files wait: Unknown column 'x'\n"));
+  EXPECT_THAT(held.output, HasSubstr("\nWhat to do: midtablectl why\n"));
   EXPECT_THAT(Midtablectl({"status", "--json"}).output, HasSubstr("\"reason\": \"Unknown column"));
   Log("Midtable", "InfoLog", kTable + " goes on");
   const Outcome over = Midtablectl({"status"});
   EXPECT_EQ(over.status, 0);
   EXPECT_THAT(over.output, Not(HasSubstr("held back")));
+}
+
+TEST_F(OnceTest, ThePageSaysWhatToDoAboutWhatIsHeldBack) {
+  fs::create_directories("/tmp/metrics");
+  LogHeldBack("local_infile of the server is off, no file can be loaded");
+  Midtablectl({"status", "--html", "/tmp/metrics/page.html"});
+  EXPECT_THAT(ReadFile("/tmp/metrics/page.html"),
+              HasSubstr("To do: set global local_infile = 1 on the server, and local_infile=1"));
 }
 
 TEST_F(OnceTest, StatusShowsTheBatchAtWork) {
@@ -84,7 +93,8 @@ class CheckOnce : public OnceTest, public testing::WithParamInterface<Case> {};
 
 TEST_P(CheckOnce, Finds) {
   GetParam().SetUp();
-  ExpectFindings(Midtablectl({"check"}), GetParam().lines);
+  const Words expected = WithWords(GetParam().lines);
+  ExpectFindings(Midtablectl({"check"}), expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -101,8 +111,7 @@ INSTANTIATE_TEST_SUITE_P(
              "lose counted rows"),
         Case("TheLedgerCannotBeKeptSmall",
              {LogInAsOneWhoMay("select, insert, update, create, drop on *.*")},
-             "server: error: \"delete from probe\" fails: DELETE command denied to user "
-             "'poor'@'127.0.0.1' for table `WLAN_midtablectl`.`probe`"),
+             "server: error: \"delete from probe\" fails: {delete from WLAN_midtablectl.probe}"),
         Case("AYearTableCannotBeRolledBack",
              {Sql("alter table WLAN_1a2b3c4d.T_FLOW1Y_" + Year(0) + " engine = MyISAM")},
              kDefinitions + ":17: error: WLAN_1a2b3c4d.T_FLOW1Y_" + Year(0) +

@@ -207,13 +207,12 @@ class MidtablectlServerTest : public MidtablectlTest {
  protected:
   MidtablectlServerTest() {
     Replace(kSettings, "port=3306", "port=" + port);
+    server.MakeDatabases({"vqcfg", "WLAN_TUNE", "WLAN_1a2b3c4d"});
     server.Run(
         "set global read_only = 0; set global sql_mode = default;"
         "set global default_storage_engine = default;"
-        "create or replace database vqcfg; create or replace database WLAN_TUNE;"
         "create table vqcfg.EnterpriseUser (crc int unsigned primary key, name varchar(64));"
-        "create table vqcfg.probe (n int);"
-        "create or replace database WLAN_1a2b3c4d;" +
+        "create table vqcfg.probe (n int);" +
         YearTable(0) + YearTable(1));
   }
 
@@ -231,6 +230,17 @@ class MidtablectlServerTest : public MidtablectlTest {
     const std::string error = sql->getLastError();
     const std::string before = " failed, error:";
     return error.substr(error.rfind(before) + before.size());
+  }
+  // "PORT" in a line stands for the server's, and a statement in braces for its words on that.
+  Words WithWords(Words lines) const {
+    for (std::string& line : lines) {
+      line = std::regex_replace(line, std::regex("PORT"), port);
+      const std::size_t open = line.find('{');
+      const std::size_t close = line.find('}');
+      if (close == std::string::npos) continue;
+      line.replace(open, close + 1 - open, WordsOn(line.substr(open + 1, close - open - 1)));
+    }
+    return lines;
   }
 
   MariadbServer& server = MariadbServer::Get();

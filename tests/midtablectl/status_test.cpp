@@ -62,6 +62,10 @@ database waiting bytes oldest loaded failed mem rows files/s rows/s empty in
 WLAN_1a2b3c4d 1 1.5 KiB 5:00 h 0 0 3 0.0 0 ?
 WLAN_5e6f7a8b 0 0 B - 0 1 0 0.0 0 0 s
 all 1 1.5 KiB 5:00 h 0 1 3 0.0 0 ?
+
+The service is not running; what waits is taken once it is: systemctl start midtable
+Why it ended: midtablectl why, journalctl -u midtable
+What to do: midtablectl why
 )"}));
 }
 

@@ -114,8 +114,7 @@ TEST_F(Daemon, PutsARemovedLockBackAndIsStillTheOnlyOne) {
 }
 
 TEST_F(Daemon, TellsNobodyThePassword) {
-  m_server.Run(
-      "create or replace user quiet identified by 'Unheard-Of'; grant all on *.* to quiet");
+  m_server.MakeUser("quiet", "'Unheard-Of'", "grant all on *.* to quiet");
   Shell(std::string("sed -i 's/=midtable/=quiet/; s/=secret/=Unheard-Of/' ") +
         paths::kSettingsFile);
   Shell("$M >/tmp/out 2>&1");

@@ -1,7 +1,10 @@
 // The samples for Oracle counted beside those for MySQL: the same mem files through the service on
 // both roads. PostgreSQL stands in for the Oracle server; what it wants otherwise is replaced, and
 // all else in the samples' statements stays to the letter.
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <regex>
 
@@ -87,7 +90,8 @@ std::string Logins(int seed) {
   return rows;
 }
 
-// Each file of logins brings its rows twice, of which the key of the mem table keeps one.
+// Runs the engine that the settings name. Each file of logins brings its rows twice, of which the
+// key of the mem table keeps one.
 void CountTheFiles() {
   g_nMainRun = 0;  // the watcher has nothing to do here, and ends
   auto engine = std::make_unique<CMidTable>();
@@ -111,6 +115,17 @@ void CountTheFiles() {
   EXPECT_THAT(ListFolder(kFolder), testing::Each(testing::EndsWith(".mid")));
 }
 
+// A process reads its settings once, and with them which kind of server it works with.
+void CountInAProcessOfItsOwn() {
+  fs::remove_all(kFolder);
+  EXPECT_EXIT(
+      {
+        CountTheFiles();
+        _exit(testing::Test::HasFailure() ? EXIT_FAILURE : EXIT_SUCCESS);
+      },
+      testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
 std::vector<std::string> CountOnMysql(const std::vector<std::string>& queries) {
   MariadbServer& server = MariadbServer::Get();
   server.WriteSettings();
@@ -120,7 +135,7 @@ std::vector<std::string> CountOnMysql(const std::vector<std::string>& queries) {
       std::regex_replace(ReadFile(MIDTABLE_DEMO "year_tables.sql"), std::regex("_YYYY"), "_2012");
   server.Run("create database WLAN_TUNE; create database WLAN_1a2b3c4d; use WLAN_1a2b3c4d; " +
              years);
-  CountTheFiles();
+  CountInAProcessOfItsOwn();
   std::vector<std::string> rows;
   for (const std::string& query : queries) {
     for (const std::string& row : server.Run("use WLAN_1a2b3c4d; " + query)) rows.push_back(row);
@@ -139,7 +154,7 @@ std::vector<std::string> CountOnTheStandIn(const std::vector<std::string>& queri
             "user=midtable\npassword=secret\nset_password=secret\ndbtype=oci8");
   WriteFile(paths::kLoaderTemplates, Sample("sqlldr_ctl.xml"));
   WriteFile(paths::kOracleDefinitions, Sample("oracle_vqlog.xml"));
-  CountTheFiles();
+  CountInAProcessOfItsOwn();
   std::vector<std::string> rows;
   for (const std::string& query : queries) {
     for (const std::string& row : server.Run("set search_path = wlan_1a2b3c4d; " + query)) {
@@ -169,7 +184,6 @@ TEST(OracleSamples, CountTheSameAsThoseForMysql) {
   on_stand_in.push_back(
       "select extract(month from day), sum(attempts), sum(failures) from T_AUTH1Y_2012 group by 1");
   const std::vector<std::string> counted = CountOnMysql(on_mysql);
-  fs::remove_all(kFolder);
   EXPECT_THAT(counted, testing::Contains("12\t120\t90")) << "of the year's logins";
   EXPECT_EQ(CountOnTheStandIn(on_stand_in), counted);
 }

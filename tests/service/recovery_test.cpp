@@ -130,7 +130,7 @@ TEST_F(RecoveryOfTheService, AConversionWhoseConnectionWasLostIsDoneAfterTheReco
   Run();
   Drop(kMemA, "101500", "1\t1\n");
   while (server.Run(asked + "insert into T_AUTH1D%'").empty()) usleep(100'000);
-  server.Run("kill user midtable");
+  server.EndSessionsOf("midtable");
   AwaitSum("1");
   EXPECT_EQ(Sum("T_AUTH1M_201212"), "1");
   EXPECT_THAT(MemRows(), IsEmpty());
@@ -140,7 +140,8 @@ TEST_F(RecoveryOfTheService, ADatabaseThatIsDroppedEndsNothing) {
   Run();
   ASSERT_TRUE(IsLoadedIn(30s, Drop(kMemA, "101500", "1\t1\n")));
   AwaitSum("1");
-  server.Run("drop database " + kDb + "; kill user midtable");
+  server.Run("drop database " + kDb);
+  server.EndSessionsOf("midtable");
   EXPECT_TRUE(IsLoadedIn(30s, Drop(kMemA, "101600", "1\t1\n", "5e6f7a8b")));
   EXPECT_TRUE(IsLoadedIn(30s, Drop(kMemA, "101700", "2\t2\n3\t3\n")));
   AwaitSum("2");

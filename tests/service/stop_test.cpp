@@ -54,9 +54,8 @@ TEST_F(Stops, WhileTheServiceStartsOnAFrozenServer) {
 class StopsWithoutTheRegistrysTable : public Stops {
  protected:
   StopsWithoutTheRegistrysTable() {
-    m_server.Run(
-        "create or replace database vqcfg;"
-        "create table vqcfg.EnterpriseUser (crc int, name text)");
+    m_server.MakeDatabases({"vqcfg"});
+    m_server.Run("create table vqcfg.EnterpriseUser (crc int, name text)");
     EXPECT_EQ(0, m_holder.connectDB());
     EXPECT_EQ(0, m_holder.executeSQL("lock tables EnterpriseUser write", 0));
     StartAndAwait("changed database not open: vqcfg");

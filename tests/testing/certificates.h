@@ -24,18 +24,30 @@ itself() { openssl req -x509 $new -keyout $1.key -out $1.pem -days 9 -subj "/CN=
 signed() {
   openssl req $new -keyout $1.key -out $1.csr -subj "/CN=$1"
   echo "subjectAltName=$2" >$1.ext
-  openssl x509 -req -in $1.csr -CA authority.pem -CAkey authority.key -CAcreateserial \
-    -out $1.pem -days $3 -extfile $1.ext
+  openssl ca -batch -config ca.conf -name ca -in $1.csr -out $1.pem -extfile $1.ext -notext $3 $4
 }
+rm -f index*
+touch index
+echo "[ca]
+certificate = authority.pem
+private_key = authority.key
+database = index
+rand_serial = yes
+new_certs_dir = .
+default_md = sha256
+default_days = 9
+policy = policy
+[policy]
+commonName = supplied" >ca.conf
 exec 2>log
 itself authority; itself stranger
-signed good IP:127.0.0.1 9; signed other-name DNS:db.example 9; signed expired IP:127.0.0.1 -1
-signed client DNS:client 9)");
+signed good IP:127.0.0.1; signed other-name DNS:db.example; signed client DNS:client
+signed expired IP:127.0.0.1 "-startdate 20200101000000Z" "-enddate 20200201000000Z")");
   ASSERT_EQ(0, result) << ReadFile("/tmp/certificates/log");
 }
 
 // A server with these options offers TLS, with the certificate that was put in use last. It reads
-// it at its start, and upon "flush ssl".
+// it at its start, and upon ReloadCertificates() of the server.
 inline const std::string kInUse = "/tmp/certificates/in-use";
 inline std::vector<std::string> ServerOptions() {
   return {"--ssl-cert=" + kInUse, "--ssl-key=" + kInUse + ".key", "--ssl-ca=" + File("authority")};

@@ -49,7 +49,7 @@ std::size_t OwnText(const std::string& format) {
 
 // A text of a database server, of its client library or of the service's own checks.
 struct ServerText {
-  const char* text;  // in small letters
+  const char* text;  // compared in small letters
   const char* advice;
   const char* statement = "";  // where not empty, the text has this meaning after this statement
 };
@@ -62,6 +62,16 @@ constexpr char kMaybeLoaded[] =
 
 // The first that occurs counts, so what tells more stands before what may come along with it.
 constexpr ServerText kServerTexts[] = {
+    {kLocalLoadsOff.text,
+     "set global local_infile = 1 on the server, and local_infile=1 in the group [mysqld] of its "
+     "option file, or it is off again after a restart"},
+    {kNoRollback.text, "alter table that table to engine = InnoDB"},
+    {kUnknownKind.text,
+     "the kind is the last letter of the table in the file's name: where it is a right one, add a "
+     "MidTab with that Name below Mem to the definition file, then midtablectl retry; else rename "
+     "the file"},
+    {kChangedWhileRead.text,
+     "the producer must write under another name and rename the file once it is whole"},
     {"access denied",
      "the service's user lacks the privilege FILE, whatever the server says of a password: grant "
      "file on *.* to it",
@@ -86,7 +96,8 @@ constexpr ServerText kServerTexts[] = {
     {"no space left", "a disk is full: make room there"},
     {"is full", "the server's disk or its tablespace is full: make room"},
     {"using password",
-     "wrong user or password: mend them in dbinfo.conf, or set the password on the server"},
+     "wrong user or password: midtablectl setup --reset-password gives the login that of the "
+     "settings; or mend dbinfo.conf and restart the service, which reads it at its start"},
     {"access denied",
      "a privilege is missing: midtablectl check names it with its grant statement"},
     {"command denied",
@@ -100,7 +111,7 @@ constexpr ServerText kServerTexts[] = {
      "the insert and its table differ: name the columns, or alter the "
      "table that is older than the definition"},
     {"doesn't exist",
-     "a table is missing: a year table is yours to create, see the sample year_tables.sql; "
+     "a table is missing: midtablectl year-tables --year YYYY makes those of a year; "
      "else look at its Create"},
     {"unknown database", "create the database: see the sample setup.sql"},
     {"unknown storage engine", "write engine = InnoDB"},
@@ -123,12 +134,18 @@ constexpr ServerText kServerTexts[] = {
      "the connection broke: see the server's error log; statements larger than "
      "max_allowed_packet do that too"},
     {kLostConnection, "the connection broke: see the server's error log"},
-    {"can't connect", "is the server up, and are host and port of dbinfo.conf its own?"},
-    {"unknown server host", "the host in dbinfo.conf has no address: mend it"},
+    {"can't connect",
+     "is the server up, and are host and port of dbinfo.conf its own? After a change there restart "
+     "the service"},
+    {"unknown server host",
+     "the host in dbinfo.conf has no address: mend it and restart the service"},
     {"read-only", "the server takes no changes (read_only): is it a replica?"},
     {"read only", "the server takes no changes (read_only): is it a replica?"},
     {kNotConnected.text, "the connection was lost: see whether the server is up"},
-    {kTemplateFault.text, "mend the placeholders of the template: see docs/operations.md"},
+    {kTemplateFault.text, "mend the placeholders of the template: see definitions.md"},
+    {kDefinitionFault.text,
+     "mend the definition file; midtablectl check shows all that is wrong with it, and it is read "
+     "again as soon as it has changed"},
 };
 
 }  // namespace
@@ -157,7 +174,7 @@ std::string ServerAdvice(std::string_view text) {
   if (words == std::string::npos) words = lower.rfind(kServerWordsFollowToo.text);
   if (words == std::string::npos) words = 0;
   for (const ServerText& known : kServerTexts) {
-    if (lower.find(known.text, words) == std::string::npos) continue;
+    if (lower.find(Lower(known.text), words) == std::string::npos) continue;
     if (lower.find(known.statement) != std::string::npos) return known.advice;
   }
   return {};

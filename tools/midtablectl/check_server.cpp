@@ -18,19 +18,6 @@ namespace {
 
 constexpr char kWhere[] = "server";
 
-bool HasTable(Server& server, const std::string& database, const std::string& table) {
-  return !server
-              .Value("select 1 from information_schema.tables where table_schema = '" + database +
-                     "' and table_name = '" + table + "'")
-              .empty();
-}
-
-bool HasDatabase(Server& server, const std::string& name) {
-  return !server
-              .Value("select 1 from information_schema.schemata where schema_name = '" + name + "'")
-              .empty();
-}
-
 // The table of enterprise users, by the query that the registry puts every ten seconds.
 void CheckEnterpriseUsers(Server& server, Findings& findings) {
   const std::string prefix = std::string(DBNAME) + ".";
@@ -39,7 +26,7 @@ void CheckEnterpriseUsers(Server& server, Findings& findings) {
   findings.Error(kWhere, 0,
                  prefix + kEnterpriseUserTable + " cannot be read (" + words +
                      "); two error lines every 10 seconds",
-                 std::string(HasDatabase(server, DBNAME)
+                 std::string(server.HasDatabase(DBNAME)
                                  ? "create the table as in the sample setup.sql"
                                  : "create database and table as in the sample setup.sql") +
                      ", or: grant select on " + prefix + "* to " + server.user());
@@ -77,17 +64,17 @@ void CheckYearTablesOf(Server& server, const DatabaseFolder& folder, const MidDe
                        Findings& findings) {
   for (const std::string& year : YearsOf(folder, mid.kind)) {
     const std::string table = mid.NameAt(year);
-    if (HasTable(server, folder.Database(), table)) continue;
+    if (server.HasTable(folder.Database(), table)) continue;
     findings.Error(kWhere, 0,
                    "year table " + folder.Database() + "." + table + " is missing: rows of kind " +
                        mid.kind + " stay in their mem tables",
-                   "create the year tables, see the sample year_tables.sql");
+                   "midtablectl year-tables --year " + year);
   }
   const int next_year = std::atoi(Today().substr(0, 4).c_str()) + 1;
   const std::string next = mid.NameAt(std::to_string(next_year));
-  if (HasTable(server, folder.Database(), next)) return;
+  if (server.HasTable(folder.Database(), next)) return;
   findings.Warning(kWhere, 0, "year table " + folder.Database() + "." + next + " is not there yet",
-                   "create next year's tables before January, see the sample year_tables.sql");
+                   "midtablectl year-tables --next, before January");
 }
 
 void CheckYearTables(Server& server, const Spool& spool, const DefinitionSet& definitions,

@@ -64,10 +64,10 @@ class FolderChecker {
   }
 
  private:
-  // A file that nobody takes. Only what looks like a mem file with a wrong name deserves a line.
+  // A file that nobody takes.
   void CheckStranger(const SpoolEntry& file) {
-    const char* const fault = MemFileNameFault(file.name);
-    if (fault == nullptr || !Lower(file.name).ends_with(".dat")) return;
+    const char* const fault = WhyNeverTaken(file);
+    if (fault == nullptr) return;
     m_findings.Warning(m_folder.Path() + file.name, 0, std::string("is never taken: ") + fault,
                        "rename it: id-table-YYYYMMDD-HHMMSS.dat, see mem-file.md");
   }

@@ -17,7 +17,8 @@ struct Console {
 };
 
 // How a command ends; the numbers are the program's exit statuses. A command that could not look at
-// everything ends with kCouldNotLook, whatever it found.
-enum class Status : int { kFine = 0, kFindings = 1, kCouldNotLook = 2 };
+// everything ends with kCouldNotLook, whatever it found; one that changed something, and could not
+// come to its end, with kHalfDone.
+enum class Status : int { kFine = 0, kFindings = 1, kCouldNotLook = 2, kHalfDone = 3 };
 
 }  // namespace ctl

@@ -11,6 +11,7 @@
 #include "midtablectl/advice.h"
 #include "midtablectl/local_time.h"
 #include "midtablectl/spool_scan.h"
+#include "midtablectl/text.h"
 #include "spool/mem_file.h"
 #include "support/names.h"
 
@@ -235,7 +236,8 @@ std::string UnansweredLoad(const LogEntry& entry) {
   return std::string(FileNameOf(entry.text.substr(load.size(), end - load.size())));
 }
 
-// Adds the names of the mem files in a text, where each stands behind its folder or in quotes.
+}  // namespace
+
 void AddFileNames(const std::string& text, std::set<std::string>& names) {
   for (std::size_t at = text.find(kWaitingEnding); at != std::string::npos;
        at = text.find(kWaitingEnding, at + 1)) {
@@ -244,7 +246,14 @@ void AddFileNames(const std::string& text, std::set<std::string>& names) {
   }
 }
 
-}  // namespace
+std::set<std::string> FileNamesOf(const LogEntry& entry) {
+  std::set<std::string> names;
+  for (const MessageFormat& message : {kFileSetAside, kNameRefused}) {
+    if (const auto values = entry.ValuesOf(message)) names.emplace(FileNameOf(values->front()));
+  }
+  if (names.empty()) AddFileNames(entry.text, names);
+  return names;
+}
 
 bool TellOfConvertedRows(const std::vector<LogEntry>& entries) {
   return std::any_of(entries.begin(), entries.end(), [](const LogEntry& entry) {
@@ -265,6 +274,38 @@ RunLog FindFailure(const std::string& path, std::time_t time) {
     if (!found.entries.empty()) break;
   }
   return found;
+}
+
+const FailureReasons::Day& FailureReasons::LookUp(std::time_t time) {
+  const auto [known, is_new] = m_days.try_emplace(DayOf(time));
+  Day& day = known->second;
+  if (!is_new) return day;
+  RunLog log = ReadLogOf(time);
+  if (m_error.empty()) m_error = log.error;
+  day.entries.swap(log.entries);
+  for (std::size_t i = 0; i < day.entries.size(); ++i) {
+    const LogEntry& entry = day.entries[i];
+    const auto rewritten = CountsDroppedLines(entry) ? RewrittenFileOf(entry) : std::nullopt;
+    if (rewritten) day.named[std::string(FileNameOf(rewritten->path))] = i;
+    if (!entry.IsError() || IsEndOfConversion(entry)) continue;
+    if (EndsUnnamedFile(entry)) day.unnamed.push_back(i);
+    for (const std::string& name : FileNamesOf(entry)) day.named[name] = i;
+  }
+  return day;
+}
+
+const LogEntry* FailureReasons::Of(const std::string& path, std::time_t time) {
+  const MemFile file = MemFile::Parse(WaitingName(path));
+  const int second = SecondOf(LocalTime(time));
+  for (const std::time_t day_time : {time, time - kDay}) {
+    const Day& day = LookUp(day_time);
+    const auto named = day.named.find(OneLine(FileNameOf(file.path)));
+    if (named != day.named.end()) return &day.entries[named->second];
+    for (const std::size_t i : day.unnamed) {
+      if (MayEnd(file, second, day.entries[i])) return &day.entries[i];
+    }
+  }
+  return nullptr;
 }
 
 const LoadDoubts::Day& LoadDoubts::LookUp(std::time_t time) {

@@ -29,6 +29,35 @@ RunLog FindFailure(const std::string& path, std::time_t time);
 // table only because that could not be emptied.
 bool TellOfConvertedRows(const std::vector<LogEntry>& entries);
 
+// Adds the names of the mem files in a text, each as it was while it waited, where each stands
+// behind its folder or in quotes.
+void AddFileNames(const std::string& text, std::set<std::string>& names);
+
+// The names of the mem files that an entry is about, as the log shows them. Between the two texts
+// of a message a name is found as it is, elsewhere only where it has no quotes in it.
+std::set<std::string> FileNamesOf(const LogEntry& entry);
+
+// Tells of many failed files why each of them failed. The run log of a day is read once.
+class FailureReasons {
+ public:
+  // The last entry that says why the .err file `path` failed, which got its name at `time`; null
+  // when the run log of that day and the one before tells nothing. It lives as long as this object.
+  const LogEntry* Of(const std::string& path, std::time_t time);
+  // A log that cannot be read; empty for none.
+  const std::string& error() const { return m_error; }
+
+ private:
+  struct Day {
+    std::vector<LogEntry> entries;
+    std::map<std::string, std::size_t> named;  // names of files, and which entry tells of each
+    std::vector<std::size_t> unnamed;          // entries that end a file's road without its name
+  };
+  const Day& LookUp(std::time_t time);
+
+  std::map<std::string, Day> m_days;  // by date
+  std::string m_error;
+};
+
 // Tells of failed files whether their rows may be in the mem table all the same: to load such a
 // file again would count them twice. The run log of a day is read once, however many files are
 // asked for.

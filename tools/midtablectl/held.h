@@ -21,6 +21,11 @@ struct Held {
 // of a log that cannot be read.
 std::vector<Held> HeldBack(std::time_t now, std::string& error);
 
+// The last error of each kind about the list of local users, as far as it is of the last half
+// minute: such an error comes again every 10 seconds. No file waits for its end, but users are
+// counted as visitors meanwhile. `error` as above.
+std::vector<LogEntry> RegistryErrors(std::time_t now, std::string& error);
+
 // Whether files of this path's mem table, or the file itself, wait for that.
 bool Concerns(const Held& held, const std::string& path);
 

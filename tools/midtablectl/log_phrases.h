@@ -127,10 +127,17 @@ inline constexpr MessageFormat kLoadedAllTheSame{
 
 inline constexpr MessageFormat kHeldBack{"Midtable", "ErrLog", "%s held back, %zu files wait: %s"};
 inline constexpr MessageFormat kGoesOn{"Midtable", "InfoLog", "%s goes on"};
+// A file that is at fault itself, and in what.
+inline constexpr MessageFormat kFileSetAside{"Midtable", "ErrLog", "file (%s) set aside: %s"};
 inline constexpr MessageFormat kDeliveryStarts{"Midtable", "InfoLog", "delivery is once"};
 
 // --- Statements and what the server said of them.
 
+// A load that failed: the last value is the statement with the server's words.
+inline constexpr MessageFormat kLoadRefused{"Midtable", "ErrLog", "ret (%d) (%s)"};
+// A file whose name cannot be put into a statement.
+inline constexpr MessageFormat kNameRefused{"Midtable", "ErrLog",
+                                            "file (%s) name is not safe in a statement, refused"};
 // A statement that failed is logged between these two texts, the server's words behind the second.
 inline constexpr SourceBeginning kStatementBegins{"db/MysqlBase.cpp", "execute "};
 inline constexpr SourceText kServerWordsFollow{"db/MysqlBase.cpp", " failed, error:"};
@@ -142,6 +149,18 @@ inline constexpr SourceText kErrorWord{"db/MysqlBase.cpp", "error"};
 inline constexpr SourceBeginning kLoadStatement{"tables/dialect.cpp", "load data infile \""};
 inline constexpr SourceText kNotConnected{"db/MysqlBase.cpp", "not connected"};
 inline constexpr SourceBeginning kTemplateFault{"tables/sql_template.cpp", "template "};
+
+// --- Why files are held back or set aside (delivery=once), where it is not the server that says
+// so.
+
+inline constexpr SourceText kLocalLoadsOff{"delivery/connection.cpp",
+                                           "local_infile of the server is off"};
+inline constexpr SourceText kNoRollback{"delivery/feed.cpp", ", which cannot be rolled back"};
+inline constexpr SourceBeginning kUnknownKind{"delivery/plan.cpp",
+                                              "no Name in /root/Mem is kind ("};
+inline constexpr SourceBeginning kDefinitionFault{"delivery/plan.cpp", "xml file "};
+inline constexpr SourceBeginning kChangedWhileRead{"delivery/batch.cpp",
+                                                   "changed while it was read"};
 
 // What the parser of XML files puts before its complaint: the number of the line follows.
 inline constexpr SourceBeginning kParserLine{"config/XmlStream.cpp", "line "};

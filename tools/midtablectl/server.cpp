@@ -5,6 +5,22 @@
 
 namespace ctl {
 
+namespace {
+
+std::string Quoted(std::string_view text, char quote, bool escapes) {
+  std::string quoted(1, quote);
+  for (const char c : text) {
+    if (c == quote || (escapes && c == '\\')) quoted += c;
+    quoted += c;
+  }
+  return quoted + quote;
+}
+
+}  // namespace
+
+std::string QuotedName(std::string_view name) { return Quoted(name, '`', false); }
+std::string QuotedText(std::string_view text) { return Quoted(text, '\'', true); }
+
 // The back end tells first which statement failed. The finding names it already and only needs the
 // reason.
 std::string ServerWords(const std::string& error) {
@@ -42,6 +58,17 @@ std::vector<SqlRecord> Server::Rows(const std::string& query) {
 std::string Server::Value(const std::string& query) {
   const std::vector<SqlRecord> rows = Rows(query);
   return rows.empty() || rows[0].empty() ? std::string() : rows[0].begin()->second;
+}
+
+bool Server::HasDatabase(const std::string& name) {
+  return !Value("select 1 from information_schema.schemata where schema_name = " + QuotedText(name))
+              .empty();
+}
+
+bool Server::HasTable(const std::string& database, const std::string& table) {
+  return !Value("select 1 from information_schema.tables where table_schema = " +
+                QuotedText(database) + " and table_name = " + QuotedText(table))
+              .empty();
 }
 
 }  // namespace ctl

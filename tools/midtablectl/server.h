@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -16,6 +17,11 @@ std::string ServerWords(const std::string& error);
 // A pattern for `like`, and for the database of a grant: every database of the service, whose names
 // begin alike.
 std::string DatabasePattern();
+
+// A name, and a text, as a statement takes them whatever they hold. The text is for a session in
+// which a backslash escapes the character behind it, which is the servers' default.
+std::string QuotedName(std::string_view name);
+std::string QuotedText(std::string_view text);
 
 // Puts statements to a connected back end, which must live longer than this object.
 class Server {
@@ -36,6 +42,9 @@ class Server {
   std::string Value(const std::string& query);
   // A global variable of the server.
   std::string Variable(const std::string& name) { return Value("select @@global." + name); }
+
+  bool HasDatabase(const std::string& name);
+  bool HasTable(const std::string& database, const std::string& table);
 
   const std::string& user() const { return m_user; }
 

@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -47,6 +49,8 @@ FileState StateOf(const std::string& name, const std::vector<std::string>& names
   return has(stem + ".mid") || has(waiting) ? FileState::kKept : FileState::kFailed;
 }
 
+}  // namespace
+
 DatabaseFolder ScanFolder(const std::string& id) {
   DatabaseFolder folder{id, 0, {}};
   const std::vector<std::string> names = ListFolder(folder.Path(), folder.error);
@@ -58,7 +62,37 @@ DatabaseFolder ScanFolder(const std::string& id) {
   return folder;
 }
 
-}  // namespace
+std::vector<std::string> ListIds(int& error) {
+  std::vector<std::string> ids = ListFolder(paths::kSpool, error);
+  std::erase_if(ids, [](const std::string& name) { return !IsDatabaseId(name); });
+  return ids;
+}
+
+std::optional<std::uint64_t> CountFailed(const std::string& id) {
+  int error = 0;
+  const std::vector<std::string> names = ListFolder(DatabaseFolder{id, 0, {}}.Path(), error);
+  if (error != 0) return std::nullopt;
+  return static_cast<std::uint64_t>(
+      std::count_if(names.begin(), names.end(), [&names](const std::string& name) {
+        return name.ends_with(".err") && StateOf(name, names) == FileState::kFailed;
+      }));
+}
+
+const char* WhyNeverTaken(const SpoolEntry& file) {
+  if (file.state != FileState::kOther || !Lower(file.name).ends_with(".dat")) return nullptr;
+  return MemFileNameFault(file.name);
+}
+
+std::vector<std::string> FullFolders() {
+  std::vector<std::string> full;
+  for (const std::string& folder : {std::string(paths::kSpool), std::string(paths::kRunLogDir)}) {
+    struct statvfs room {};
+    if (statvfs(folder.c_str(), &room) == 0 && room.f_blocks > 0 && room.f_bavail == 0) {
+      full.push_back(folder);
+    }
+  }
+  return full;
+}
 
 std::string DatabaseFolder::Path() const { return paths::kSpool + id + "/"; }
 
@@ -73,8 +107,7 @@ std::string SpoolPath(const std::string& file) {
   struct stat candidate {};
   if (stat(path.substr(0, path.size() - name.size()).c_str(), &folder) != 0) return path;
   int error = 0;
-  for (const std::string& id : ListFolder(paths::kSpool, error)) {
-    if (!IsDatabaseId(id)) continue;
+  for (const std::string& id : ListIds(error)) {
     const std::string known = DatabaseFolder{id, 0, {}}.Path();
     if (stat(known.c_str(), &candidate) == 0 && candidate.st_dev == folder.st_dev &&
         candidate.st_ino == folder.st_ino) {
@@ -95,6 +128,17 @@ std::string WaitingName(std::string_view name) {
     return std::string(name) + ".dat";
   }
   return {};
+}
+
+std::uint64_t CountRows(const std::string& path) {
+  struct stat status {};
+  const FileDescriptor file = OpenRegular(path, status);
+  std::uint64_t rows = 0;
+  std::vector<char> chunk(1 << 18);
+  for (ssize_t size = 0; file && (size = read(file.get(), chunk.data(), chunk.size())) > 0;) {
+    rows += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + size, '\n'));
+  }
+  return rows;
 }
 
 Spool ScanSpool() {

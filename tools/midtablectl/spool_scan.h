@@ -6,6 +6,8 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,8 +50,28 @@ struct Spool {
   std::vector<std::string> others;      // names in the spool that the service passes over
 };
 
+// Why the service passes the file over, which looks like a mem file with a wrong name; null for any
+// other.
+const char* WhyNeverTaken(const SpoolEntry& file);
+
+// Of the spool and the folder of the run log, those whose file system has no room left.
+std::vector<std::string> FullFolders();
+
+// The ids of the folders that the service looks into, sorted. `error` becomes 0, or errno when the
+// spool cannot be listed.
+std::vector<std::string> ListIds(int& error);
+
+// Reads one folder.
+DatabaseFolder ScanFolder(const std::string& id);
+
+// The files of a folder that failed, told by names alone; nothing where it cannot be listed.
+std::optional<std::uint64_t> CountFailed(const std::string& id);
+
 // Reads all folders of the spool. What vanishes while they are read is left out.
 Spool ScanSpool();
+
+// The lines of a file; 0 of one that is gone or no regular file.
+std::uint64_t CountRows(const std::string& path);
 
 // The full path of a file that is given by any path, or by its bare name. When its folder is one of
 // the spool, by whatever way, the path is spelled as the service spells it in the run log.

@@ -2,9 +2,6 @@
 // were loaded lately are counted, so that a look stays cheap however much lies in the spool.
 #include "midtablectl/status.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -14,6 +11,7 @@
 
 #include "db/SqlFactory.h"
 #include "log/zux_center_log.h"
+#include "midtablectl/page/page.h"
 #include "midtablectl/text.h"
 #include "support/file.h"
 #include "support/paths.h"
@@ -28,41 +26,24 @@ constexpr char kLedgerTable[] = "midtable_ledger";
 // The speed of a minute covers several passes and still shows a service that has come to a stand.
 constexpr std::time_t kRateSeconds = 60;
 
-// Whether the service runs: it holds a lock on a file as long as it lives, also when nobody may see
-// its process.
-void LookAtLock(SystemStatus& status) {
-  // Asked without taking the lock, which would keep a service from starting at this moment.
-  const FileDescriptor file(open(paths::kLockFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  if (!file || fcntl(file.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) return;
-  status.running = true;
-  status.pid = lock.l_pid > 0 ? lock.l_pid : 0;
-}
-
-// Puts the content into a file that a collector may read at any time: it is there as a whole, or
-// the file is as it was. False, with errno, in the second case.
-bool WriteAtomically(const std::string& path, const std::string& content) {
-  const std::string temporary = path + ".tmp" + std::to_string(getpid());
-  FileDescriptor file(
-      open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
-  if (!file) return false;
-  const bool written =
-      write(file.get(), content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
-      fchmod(file.get(), 0644) == 0 && close(file.release()) == 0 &&
-      std::rename(temporary.c_str(), path.c_str()) == 0;
-  const int error = errno;
-  if (!written) unlink(temporary.c_str());
-  errno = error;
-  return written;
-}
-
 // With the settings, or with none when they cannot be used.
 Observer MakeObserver(const std::string& path) {
   CDBInfo settings(path.c_str());
   if (!settings.readConfig()) return Observer(std::nullopt);
   return Observer(ReadCredentials(settings), settings.getValue("delivery") == kDeliveryOnce);
+}
+
+// The files that are wanted. False, after a line, when one could not be written.
+bool WriteFiles(const StatusOptions& options, const SystemStatus& look, const Observer& observer,
+                Console& console) {
+  const auto told = [&console](const std::string& path, bool written) {
+    if (!written) console.err << OneLine(path) << ": " << std::strerror(errno) << '\n';
+    return written;
+  };
+  return (options.prometheus.empty() ||
+          told(options.prometheus, ReplaceFile(options.prometheus, ToPrometheus(look), 0644))) &&
+         (options.html.empty() ||
+          told(options.html, WritePage(options.html, look, observer.auth(), console)));
 }
 
 // The exit status of a look, and a line for each thing that could not be looked at.
@@ -98,7 +79,7 @@ void CountFiles(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& s
     switch (file.state) {
       case FileState::kWaiting:
         ++status.waiting;
-        status.waiting_bytes += static_cast<std::uint64_t>(file.status.st_size);
+        *status.waiting_bytes += static_cast<std::uint64_t>(file.status.st_size);
         oldest = std::min(oldest, file.status.st_mtime);
         break;
       case FileState::kLoaded:
@@ -111,7 +92,7 @@ void CountFiles(const DatabaseFolder& folder, std::time_t now, DatabaseStatus& s
         break;
       case FileState::kKept:
       case FileState::kSetAside:
-        ++status.kept;
+        ++*status.kept;
         break;
       case FileState::kOther:
         break;
@@ -149,7 +130,20 @@ void Observer::MeasureSpeed(const DatabaseFolder& folder, std::time_t now, Datab
 SystemStatus Observer::Look() {
   SystemStatus status;
   status.time = std::time(nullptr);
-  LookAtLock(status);
+  const ServiceLock lock = LookAtServiceLock();
+  status.running = lock.held;
+  status.pid = lock.pid;
+  const auto state = status.running ? ReadRunningState(status.pid) : std::nullopt;
+  if (state) {
+    TakeState(*state, status);
+  } else {
+    LookAtSpool(status);
+  }
+  LookAtTables(status);
+  return status;
+}
+
+void Observer::LookAtSpool(SystemStatus& status) {
   const Spool spool = ScanSpool();
   status.spool_error = spool.error;
   for (const DatabaseFolder& folder : spool.folders) {
@@ -161,8 +155,6 @@ SystemStatus Observer::Look() {
   });
   status.once = m_once;
   if (m_once) status.held = HeldBack(status.time, status.log_error);
-  LookAtTables(status);
-  return status;
 }
 
 // A folder that cannot be listed has no figures at all. Zeros would look like an empty folder.
@@ -180,19 +172,14 @@ DatabaseStatus Observer::LookAt(const DatabaseFolder& folder, std::time_t now) {
 std::uint64_t Observer::RowsOf(const std::string& path, std::time_t loaded) {
   const auto known = m_rows.find(path);
   if (known != m_rows.end() && known->second.loaded == loaded) return known->second.rows;
-  struct stat status {};
-  const FileDescriptor file = OpenRegular(path, status);
-  std::uint64_t rows = 0;
-  std::vector<char> chunk(1 << 18);
-  for (ssize_t size = 0; file && (size = read(file.get(), chunk.data(), chunk.size())) > 0;) {
-    rows += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.begin() + size, '\n'));
-  }
+  const std::uint64_t rows = CountRows(path);
   m_rows.insert_or_assign(path, CountedFile{loaded, rows});
   return rows;
 }
 
 // The mem tables and the ledgers.
 void Observer::LookAtTables(SystemStatus& status) {
+  if (!m_auth && status.by_service) return;
   if (!m_auth) {
     status.server_error = "the settings cannot be used: midtablectl check tells why";
     return;
@@ -224,9 +211,9 @@ void Observer::LookAtTables(SystemStatus& status) {
   for (DatabaseStatus& database : status.databases) {
     database.mem_rows = mem_rows[database.database];
     // One that another way of working left behind neither grows nor matters.
-    if (m_once) database.ledger_rows = ledger_rows[database.database];
+    if (status.once) database.ledger_rows = ledger_rows[database.database];
   }
-  if (m_once) LookAtWork(server, status);
+  if (status.once) LookAtWork(server, status);
 }
 
 // Everybody may see the sessions of their own login.
@@ -248,13 +235,10 @@ Status ShowStatus(const StatusOptions& options, Console& console) {
   for (;;) {
     const SystemStatus look = observer.Look();
     if (!first) first = look;
-    if (!options.prometheus.empty() && !WriteAtomically(options.prometheus, ToPrometheus(look))) {
-      console.err << OneLine(options.prometheus) << ": " << std::strerror(errno) << '\n';
-      return Status::kCouldNotLook;
-    }
+    if (!WriteFiles(options, look, observer, console)) return Status::kCouldNotLook;
     if (options.json) {
       console.out << ToJson(look) << '\n';
-    } else if (options.prometheus.empty() || options.watch_seconds) {
+    } else if ((options.prometheus.empty() && options.html.empty()) || options.watch_seconds) {
       if (options.watch_seconds && console.terminal) console.out << "\x1b[H\x1b[J";
       PrintTable(look, options.watch_seconds ? &*first : nullptr, console);
     }

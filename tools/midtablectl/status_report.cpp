@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "log/zux_center_log.h"
+#include "midtablectl/figures.h"
 #include "midtablectl/local_time.h"
 #include "midtablectl/status.h"
 #include "midtablectl/text.h"
@@ -17,26 +18,6 @@ namespace {
 
 constexpr int kBarWidth = 18;                  // characters
 constexpr std::size_t kStatementLength = 100;  // that are shown
-
-// The sizes are rounded to a readable number: what matters in a backlog is its order of magnitude.
-std::string Bytes(std::uint64_t bytes) {
-  static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-  auto value = static_cast<double>(bytes);
-  std::size_t unit = 0;
-  for (; value >= 1024 && unit < 4; ++unit) value /= 1024;
-  return Format(unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
-}
-
-// Two units at most: nobody wants the seconds of a backlog of days.
-std::string Duration(double seconds) {
-  const auto whole = std::lround(seconds);
-  constexpr long kHour = 3600;
-  constexpr long kDay = 24 * kHour;
-  if (whole < 60) return Format("%ld s", whole);
-  if (whole < kHour) return Format("%ld:%02ld min", whole / 60, whole % 60);
-  if (whole < 2 * kDay) return Format("%ld:%02ld h", whole / kHour, whole / 60 % 60);
-  return Format("%ld days", whole / kDay);
-}
 
 // The share of the files that were loaded since `before`, among these and those that still wait.
 // Empty without `before`.
@@ -67,29 +48,9 @@ bool AllListed(const SystemStatus& status) {
                      [](const DatabaseStatus& one) { return one.error == 0; });
 }
 
-// The sums of all databases. A figure that is unknown of one database is unknown of all.
-DatabaseStatus Total(const SystemStatus& status) {
-  DatabaseStatus total;
-  total.database = AllListed(status) ? "all" : "all listed";
-  total.mem_rows = 0;
-  total.seconds_to_empty = 0;
-  for (const DatabaseStatus& one : status.databases) {
-    total.waiting += one.waiting;
-    total.waiting_bytes += one.waiting_bytes;
-    total.oldest_seconds = std::max(total.oldest_seconds, one.oldest_seconds);
-    total.loaded += one.loaded;
-    total.failed += one.failed;
-    total.kept += one.kept;
-    total.files_per_second += one.files_per_second;
-    total.rows_per_second += one.rows_per_second;
-    if (!one.mem_rows) total.mem_rows.reset();
-    if (total.mem_rows) *total.mem_rows += *one.mem_rows;
-    if (!one.seconds_to_empty) total.seconds_to_empty.reset();
-    if (total.seconds_to_empty) {
-      total.seconds_to_empty = std::max(*total.seconds_to_empty, *one.seconds_to_empty);
-    }
-  }
-  return total;
+void AddTo(std::optional<std::uint64_t>& sum, const std::optional<std::uint64_t>& part) {
+  if (!part) sum.reset();
+  if (sum) *sum += *part;
 }
 
 // One line of the table, in the columns that PrintTable's heading names.
@@ -98,10 +59,8 @@ void PrintLine(const DatabaseStatus& one, const std::string& bar, Console& conso
   std::string failed = Format("%7llu", big(one.failed));
   if (console.terminal && one.failed > 0) failed = "\x1b[31m" + failed + "\x1b[0m";
   console.out << Format("%-13s %8llu %10s %10s %8llu ", one.database.c_str(), big(one.waiting),
-                        Bytes(one.waiting_bytes).c_str(),
-                        one.waiting > 0 ? Duration(static_cast<double>(one.oldest_seconds)).c_str()
-                                        : "-",
-                        big(one.loaded))
+                        one.waiting_bytes ? Bytes(*one.waiting_bytes).c_str() : "?",
+                        Oldest(one).c_str(), big(one.loaded))
               << failed
               << Format(" %9s %8.1f %9.0f %10s",
                         one.mem_rows ? std::to_string(*one.mem_rows).c_str() : "?",
@@ -110,9 +69,30 @@ void PrintLine(const DatabaseStatus& one, const std::string& bar, Console& conso
               << (bar.empty() ? "" : "  ") << bar << '\n';
 }
 
+// "FILE, 120.0 MiB of 300.0 MiB, 40 %, for 12 s".
+std::string Progress(const LoadingState& load, std::time_t now) {
+  std::string text = OneLine(load.file);
+  if (load.files > 1) text += " and " + std::to_string(load.files - 1) + " more";
+  text += ", ";
+  if (load.bytes_done) text += Bytes(*load.bytes_done) + " of ";
+  text += Bytes(load.bytes_total);
+  if (load.bytes_done && load.bytes_total > 0) {
+    const auto share =
+        static_cast<double>(*load.bytes_done) / static_cast<double>(load.bytes_total);
+    text += Format(", %.0f %%", 100 * share);
+  }
+  return text + ", for " +
+         Duration(static_cast<double>(std::max<std::time_t>(now - load.since, 0)));
+}
+
 // What the service is at, and what it waits for.
 void PrintDelivery(const SystemStatus& status, Console& console) {
-  if (!status.at_work.empty() || !status.held.empty()) console.out << '\n';
+  if (!status.at_work.empty() || !status.held.empty() || !status.loading.empty()) {
+    console.out << '\n';
+  }
+  for (const LoadingState& load : status.loading) {
+    console.out << "loading: " << Progress(load, status.time) << '\n';
+  }
   for (const AtWork& work : status.at_work) {
     console.out << "at work: " << work.database << " for " << work.seconds
                 << " s: " << OneLine(work.statement).substr(0, kStatementLength) << '\n';
@@ -123,7 +103,51 @@ void PrintDelivery(const SystemStatus& status, Console& console) {
   }
 }
 
+// What to type next where something is not as it should be.
+void PrintNext(const SystemStatus& status, Console& console) {
+  const bool has_failed = std::any_of(status.databases.begin(), status.databases.end(),
+                                      [](const DatabaseStatus& one) { return one.failed > 0; });
+  if (status.running && !has_failed && status.held.empty()) return;
+  console.out << '\n';
+  if (!status.running) {
+    console.out << "The service is not running; what waits is taken once it is: systemctl start "
+                   "midtable\nWhy it ended: midtablectl why, journalctl -u midtable\n";
+  }
+  if (has_failed || !status.held.empty()) console.out << "What to do: midtablectl why\n";
+}
+
 }  // namespace
+
+std::string Oldest(const DatabaseStatus& one) {
+  if (one.waiting == 0) return "-";
+  return one.oldest_seconds ? Duration(static_cast<double>(*one.oldest_seconds)) : "?";
+}
+
+DatabaseStatus Total(const SystemStatus& status) {
+  DatabaseStatus total;
+  total.database = AllListed(status) ? "all" : "all listed";
+  total.mem_rows = 0;
+  total.seconds_to_empty = 0;
+  for (const DatabaseStatus& one : status.databases) {
+    total.waiting += one.waiting;
+    AddTo(total.waiting_bytes, one.waiting_bytes);
+    AddTo(total.kept, one.kept);
+    if (!one.oldest_seconds) total.oldest_seconds.reset();
+    if (total.oldest_seconds) {
+      total.oldest_seconds = std::max(*total.oldest_seconds, *one.oldest_seconds);
+    }
+    total.loaded += one.loaded;
+    total.failed += one.failed;
+    total.files_per_second += one.files_per_second;
+    total.rows_per_second += one.rows_per_second;
+    AddTo(total.mem_rows, one.mem_rows);
+    if (!one.seconds_to_empty) total.seconds_to_empty.reset();
+    if (total.seconds_to_empty) {
+      total.seconds_to_empty = std::max(*total.seconds_to_empty, *one.seconds_to_empty);
+    }
+  }
+  return total;
+}
 
 // A folder that cannot be listed gets the reason in the place of its figures, and the others are
 // shown all the same.
@@ -158,6 +182,7 @@ void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& 
     PrintLine(total, Bar(total, first != nullptr ? &before : nullptr), console);
   }
   PrintDelivery(status, console);
+  PrintNext(status, console);
 }
 
 // The members keep their order, for whoever reads the text without a script.
@@ -167,15 +192,18 @@ std::string ToJson(const SystemStatus& status) {
   for (const DatabaseStatus& one : status.databases) {
     nlohmann::ordered_json entry = {{"database", one.database},
                                     {"waiting", one.waiting},
-                                    {"waiting_bytes", one.waiting_bytes},
-                                    {"oldest_seconds", one.oldest_seconds},
+                                    {"waiting_bytes", nullptr},
+                                    {"oldest_seconds", nullptr},
                                     {"loaded", one.loaded},
                                     {"failed", one.failed},
-                                    {"kept", one.kept},
+                                    {"kept", nullptr},
                                     {"files_per_second", one.files_per_second},
                                     {"rows_per_second", one.rows_per_second},
                                     {"mem_rows", nullptr},
                                     {"seconds_to_empty", nullptr}};
+    if (one.waiting_bytes) entry["waiting_bytes"] = *one.waiting_bytes;
+    if (one.oldest_seconds) entry["oldest_seconds"] = *one.oldest_seconds;
+    if (one.kept) entry["kept"] = *one.kept;
     // Where a folder could not be listed, all its figures are unknown but the rows, which are asked
     // of the server.
     if (one.error != 0) {
@@ -192,6 +220,17 @@ std::string ToJson(const SystemStatus& status) {
   for (const Held& held : status.held) {
     json["held_back"].push_back(
         {{"what", held.what}, {"files", std::atoll(held.files.c_str())}, {"reason", held.reason}});
+  }
+  if (status.by_service) json["loading"] = nlohmann::json::array();
+  for (const LoadingState& load : status.loading) {
+    nlohmann::ordered_json entry = {{"file", load.file},
+                                    {"table", load.table},
+                                    {"seconds", status.time - load.since},
+                                    {"files", load.files},
+                                    {"bytes_total", load.bytes_total},
+                                    {"bytes_done", nullptr}};
+    if (load.bytes_done) entry["bytes_done"] = *load.bytes_done;
+    json["loading"].push_back(entry);
   }
   for (const AtWork& work : status.at_work) {
     json["at_work"].push_back({{"database", work.database},
@@ -260,11 +299,15 @@ void AddFiles(const SystemStatus& status, Exposition& out) {
     add(one.waiting, "waiting");
     add(one.loaded, "loaded");
     add(one.failed, "failed");
-    add(one.kept, "kept");
+    if (one.kept) add(*one.kept, "kept");
   }
 }
 
 // A figure of a folder, which is unknown when the folder could not be listed.
+template <typename T>
+Sample Listed(const DatabaseStatus& one, const std::optional<T>& figure) {
+  return one.error == 0 && figure ? Sample(static_cast<double>(*figure)) : std::nullopt;
+}
 Sample Listed(const DatabaseStatus& one, double figure) {
   return one.error == 0 ? Sample(figure) : std::nullopt;
 }
@@ -281,13 +324,10 @@ std::string ToPrometheus(const SystemStatus& status) {
       if (const Sample sample = value(one)) out.Add(*sample, {{"database", one.database}});
     }
   };
-  gauge("waiting_bytes", "Size of the files that wait.", [](const DatabaseStatus& one) {
-    return Listed(one, static_cast<double>(one.waiting_bytes));
-  });
+  gauge("waiting_bytes", "Size of the files that wait.",
+        [](const DatabaseStatus& one) { return Listed(one, one.waiting_bytes); });
   gauge("oldest_waiting_seconds", "Age of the oldest file that waits.",
-        [](const DatabaseStatus& one) {
-          return Listed(one, static_cast<double>(one.oldest_seconds));
-        });
+        [](const DatabaseStatus& one) { return Listed(one, one.oldest_seconds); });
   gauge("loaded_files_per_second", "Files loaded, over the last minute.",
         [](const DatabaseStatus& one) { return Listed(one, one.files_per_second); });
   gauge("loaded_rows_per_second", "Rows loaded, over the last minute.",

@@ -29,6 +29,9 @@ namespace {
 // A long line is repeated up to here beside its advice, since the whole line stands above.
 constexpr std::size_t kQuotedLength = 60;
 
+constexpr char kRightName[] =
+    "What to do:\n  - rename it: id-table-YYYYMMDD-HHMMSS.dat, see mem-file.md";
+
 // The beginning of an entry, for a reader who looks for the line that an advice belongs to.
 std::string Quotation(const LogEntry& entry) {
   const std::vector<std::string_view> lines = Lines(entry.text);
@@ -55,6 +58,9 @@ void GiveAdvice(const std::vector<LogEntry>& entries, Console& console) {
   };
   console.out << "What to do:\n";
   for (const LogEntry& entry : entries) {
+    for (const MessageFormat& message : {kHeldBack, kFileSetAside}) {
+      if (const auto values = entry.ValuesOf(message)) give(ServerAdvice(values->back()));
+    }
     if (entry.IsError() && entry.text.find(kErrorWord.text) != std::string::npos) {
       give(ServerAdvice(entry.text));
     }
@@ -153,8 +159,13 @@ Status WhyHeld(const std::string& path, Console& console) {
 
 Status Why(const std::string& file, Console& console) {
   const std::string path = SpoolPath(file);
-  const bool waits = IsMemFileName(std::string(FileNameOf(path)));
+  const char* const fault = MemFileNameFault(std::string(FileNameOf(path)));
+  const bool waits = fault == nullptr;
   if (WaitingName(path).empty() && !waits) {
+    if (Lower(path).ends_with(".dat")) {
+      console.out << OneLine(path) << "\nis never taken: " << fault << ".\n" << kRightName << '\n';
+      return Status::kFindings;
+    }
     console.err << OneLine(file) << ": no .err, .orig, .mid or .dat file\n";
     return Status::kCouldNotLook;
   }
