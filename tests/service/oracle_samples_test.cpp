@@ -35,22 +35,30 @@ const Replacement kReplacements[] = {
     {R"(\bt\.(\w+) = t\.)", "$1 = t."},
     {R"((SEQ_\w+%s)\.nextval)", "nextval('$1')"},
     {R"(\) hour,)", ") as hour,"},
-    {R"(from %s x\) where)", "from %s x) y where"},
+    {R"(from %s x\) where)", "from rows_behind(null::%s) x) y where"},
     {R"(begin\s+execute immediate 'create (table|sequence) ([^']*)';\s+exception[^;]*;\s+end if;\s+end;)",
      "create $1 if not exists $2"},
-    // The file behind an external table is read at once.
+    // The file behind an external table is read when its rows are asked for.
     {R"(create table %s (\([^<]*\)) organization external[^<]*)",
      "select external_table('%s', '%s', '%s', '$1')"},
     {R"(create or replace directory %s as '/vqlog/log_data/midtable/%s')",
      "create schema if not exists %s_%s"},
 };
 
-// Functions that Oracle has and PostgreSQL has not, or not with one argument.
+// What stands in for an external table, and functions that Oracle has and PostgreSQL has not, or not
+// with one argument. A file of kind F gets its last column after its external table was made.
 constexpr char kFunctions[] = R"(
     create or replace function external_table(name text, db text, file text, columns text)
     returns void language plpgsql as $$ begin
       execute format('create table %s %s', name, columns);
-      execute format('copy %s from ''/vqlog/log_data/midtable/%s/%s''', name, substr(db, 6), file);
+      execute format('comment on table %s is ''/vqlog/log_data/midtable/%s/%s''', name,
+                     substr(db, 6), file);
+    end $$;
+    create or replace function rows_behind(external anyelement) returns setof anyelement
+    language plpgsql as $$ begin
+      execute format('copy %s from %L', pg_typeof(external),
+                     obj_description(pg_typeof(external)::text::regclass, 'pg_class'));
+      return query execute format('select * from %s', pg_typeof(external));
     end $$;
     create or replace function to_number(digits text) returns numeric language sql as
       'select digits::numeric';
