@@ -14,8 +14,11 @@ using Kind = BatchOutcome::Kind;
 
 namespace {
 
-// A script's text and its rows are held in memory up to this size.
+// Bytes of files that are read into memory to be told at once. A larger batch keeps the server busy
+// for longer than the journeys take.
 constexpr std::uint64_t kMostAtOnce = 4 << 20;
+// Which statement of such a text proves what nobody here can look at, counted from 0.
+constexpr std::size_t kProof = 3;
 
 // Bytes that were read before.
 class HeldBytes : public LoadBytes {
@@ -45,7 +48,7 @@ BatchOutcome Batch::Failed() { return {Kind::kFailed, 0, m_sql.lastFailure(), m_
 BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& before,
                         const std::string& token) {
   BatchOutcome outcome;
-  if (MayGoAtOnce(files)) {
+  if (m_sql.IsFar()) {
     if (TryAtOnce(files, before, token, outcome)) return outcome;
     StartOver();
   }
@@ -63,16 +66,6 @@ void Batch::StartOver() {
   m_rows = m_bytes = 0;
 }
 
-// A large batch keeps the server busy for longer than the journeys take.
-bool Batch::MayGoAtOnce(const std::vector<MemFile>& files) const {
-  std::uint64_t size = 0;
-  for (const MemFile& file : files) {
-    const auto identity = IdentityOf(file.path);
-    size += identity ? static_cast<std::uint64_t>(identity->size) : 0;
-  }
-  return m_goes_at_once && m_sql.IsFar() && size > 0 && size <= kMostAtOnce;
-}
-
 // Nobody here can look at an answer before the commit is sent. So the server itself looks: a mark
 // that another batch has taken, and rows that are missing or too many, are an error, and so is a
 // file that the ledger has already; a statement that fails ends the script before its commit. What
@@ -81,14 +74,7 @@ bool Batch::TryAtOnce(const std::vector<MemFile>& files, const std::string& befo
                       const std::string& token, BatchOutcome& outcome) {
   std::string bytes;
   if (!OpenAll(files, outcome) || !ReadAll(files, bytes) || m_rows == 0) return false;
-  std::vector<std::string> script = {
-      "start transaction", Ledger::TakingMark(m_mem_table.table, before, token),
-      LoadStatement(files.front()), Ledger::ProvingMark(m_mem_table.table, token, m_rows),
-      Ledger::AddingFiles(m_entries)};
-  const std::size_t proof = 3;
-  for (const MidTarget& target : m_plan.targets) script.push_back(target.convert);
-  script.push_back("commit");
-  script.push_back("truncate table " + m_mem_table.table);
+  const std::vector<std::string> script = ScriptFor(files.front(), before, token);
   HeldBytes held(bytes);
   std::vector<std::size_t> numbers(files.size());
   std::iota(numbers.begin(), numbers.end(), std::size_t{0});
@@ -105,12 +91,29 @@ bool Batch::TryAtOnce(const std::vector<MemFile>& files, const std::string& befo
   outcome = Failed();
   if (outcome.failure == SqlFailure::kConnection) return true;
   m_sql.Run("rollback");
-  m_failed_at_once = true;
-  m_one_by_one = done == proof || (done < proof && outcome.failure == SqlFailure::kData);
+  m_one_by_one = done == kProof || (done < kProof && outcome.failure == SqlFailure::kData);
   return false;
 }
 
+std::vector<std::string> Batch::ScriptFor(const MemFile& first, const std::string& before,
+                                          const std::string& token) const {
+  std::vector<std::string> script = {
+      "start transaction", Ledger::TakingMark(m_mem_table.table, before, token),
+      LoadStatement(first), Ledger::ProvingMark(m_mem_table.table, token, m_rows),
+      Ledger::AddingFiles(m_entries)};
+  for (const MidTarget& target : m_plan.targets) script.push_back(target.convert);
+  script.emplace_back("commit");
+  script.push_back("truncate table " + m_mem_table.table);
+  return script;
+}
+
+// The rows of all files, and how many each has. False where that is too much or cannot be had.
 bool Batch::ReadAll(const std::vector<MemFile>& files, std::string& bytes) {
+  const auto add_size = [](std::uint64_t sum, const LedgerFile& file) { return sum + file.size; };
+  if (std::accumulate(m_entries.begin(), m_entries.end(), std::uint64_t{0}, add_size) >
+      kMostAtOnce) {
+    return false;
+  }
   std::vector<LoadSource*> sources;
   sources.reserve(m_sources.size());
   for (const auto& source : m_sources) sources.push_back(source.get());

@@ -40,9 +40,6 @@ class Batch {
   Batch(Connection& sql, Common& common, const Backlog::TableKey& mem_table, const Plan& plan)
       : m_sql(sql), m_ledger(sql), m_common(common), m_mem_table(mem_table), m_plan(plan) {}
 
-  // Before Run: a far server is not told the whole transaction at once.
-  void GoByStep() { m_goes_at_once = false; }
-
   // Counts the rows of `files`, and those that the mem table holds already, under `token`, if the
   // mem table's token is `before`. But for kCommitted and a connection that was lost during the
   // commit nothing has happened. The files are loaded by one statement; where the server would not
@@ -55,15 +52,14 @@ class Batch {
   // that were counted before, and all that are counted now, each by its number in `files`.
   bool HasCountedRows() const { return m_rows > 0; }
   bool HasEmptiedMemTable() const { return m_emptied; }
-  // A far server did not take what it was told at once. The next batch had better go by steps.
-  bool HasFailedAtOnce() const { return m_failed_at_once; }
   const std::vector<std::size_t>& countedBefore() const { return m_counted_before; }
   const std::vector<LedgerFile>& identities() const { return m_entries; }
 
  private:
-  bool MayGoAtOnce(const std::vector<MemFile>& files) const;
   bool TryAtOnce(const std::vector<MemFile>& files, const std::string& before,
                  const std::string& token, BatchOutcome& outcome);
+  std::vector<std::string> ScriptFor(const MemFile& first, const std::string& before,
+                                     const std::string& token) const;
   bool ReadAll(const std::vector<MemFile>& files, std::string& bytes);
   void StartOver();
   void ShowLoads(const std::vector<MemFile>& files) const;
@@ -98,6 +94,4 @@ class Batch {
   std::uint64_t m_rows = 0;
   bool m_one_by_one = false;
   bool m_emptied = false;
-  bool m_goes_at_once = true;
-  bool m_failed_at_once = false;
 };

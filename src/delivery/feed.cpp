@@ -96,10 +96,11 @@ Feed::Step Feed::FailBy(SqlFailure failure, const std::string& reason) {
 
 // --- what a batch needs
 
+// A wish for another session is Deliver's to pass on, so it stays.
 const Plan* Feed::PlanToPrepare(Workbench& bench, Trouble::Clock::time_point now) {
   m_bench = &bench;
   m_now = now;
-  const bool wanted = !m_prepared && m_common.backlog.CountFiles(m_key) != 0;
+  const bool wanted = !m_prepared && !m_wants_session && m_common.backlog.CountFiles(m_key) != 0;
   return wanted && MakePlan() == Step::kDone && EnterDatabase() == Step::kDone ? &m_plan : nullptr;
 }
 
@@ -151,12 +152,6 @@ Feed::Step Feed::MakePlan() {
 // That is done by the first worker that comes here; each one claims the database.
 Feed::Step Feed::EnterDatabase() {
   const std::string& database = m_key.database;
-  if (!m_notes.ready && sql().IsFar() &&
-      sql().EnterAtOnce(database, m_common.sessions, Ledger::Creating())) {
-    m_notes.ready = true;
-    m_bench->database = database;
-    m_bench->claims.insert(database);
-  }
   if (!m_notes.ready) {
     bool there = false;
     if (!sql().FindDatabase(database, there)) return Fail();
@@ -310,10 +305,8 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     const std::vector<MemFile> next = std::move(batches.back());
     batches.pop_back();
     Batch batch(sql(), m_common, m_key, m_plan);
-    if (std::exchange(m_goes_by_step, false)) batch.GoByStep();
     const std::string token = NewToken();
     const BatchOutcome outcome = batch.Run(next, m_token, token);
-    m_goes_by_step = batch.HasFailedAtOnce();
     if (outcome.kind != BatchOutcome::Kind::kCommitted) {
       const Step settled = Settle(outcome, next, batches);
       if (settled != Step::kDone) return settled;

@@ -118,7 +118,6 @@ class Feed {
   Trouble m_trouble;
   bool m_owes = false;  // the mem table may hold rows
   bool m_wants_session = false;
-  bool m_goes_by_step = false;  // the next batch, since the last failed where it was told at once
   std::map<std::string, Trouble> m_put_off;  // by path: files that could not be read whole
   // Files that failed alone in a conversion, with the commits of their kind by then. Whether the
   // file is at fault or the definition shows once another file of the kind has passed.

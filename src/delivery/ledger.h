@@ -80,8 +80,7 @@ class Ledger {
   static std::string AddingFiles(std::span<const LedgerFile> files);
   static std::string ProvingMark(const std::string& mem_table, const std::string& token,
                                  std::uint64_t rows);
-  // Those of Create and AddMark.
-  static std::string Creating();
+  // That of AddMark.
   static std::string AddingMark(const std::string& mem_table);
 
   // The first `most` files behind that name that were not seen under their final name.

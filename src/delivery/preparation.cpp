@@ -54,8 +54,8 @@ std::vector<std::string> Preparation::WhatIsMissing(const Tables& tables) const 
   for (const auto& [table, feed, plan] : m_entries) {
     if (tables.count(m_database + "." + table) == 0) {
       script.insert(script.end(), plan->mem_creates.begin(), plan->mem_creates.end());
+      script.push_back(Ledger::AddingMark(table));
     }
-    script.push_back(Ledger::AddingMark(table));
     for (const MidTarget& target : plan->targets) {
       const std::string name = target.database + "." + target.name;
       if (target.database.empty() || tables.count(name) != 0 || !made.insert(name).second) continue;
@@ -80,13 +80,25 @@ bool Preparation::HasAll(const Entry& entry, const Tables& tables) const {
          std::all_of(entry.plan->targets.begin(), entry.plan->targets.end(), none_is_unsafe);
 }
 
+// A mem table without a mark may lack some of its Create statements, a mark without a mem table may
+// be an old one: these are for the feed's own steps.
+void Preparation::LeaveHalfMade(const std::map<std::string, SqlRecord>& marks,
+                                const Tables& tables) {
+  std::erase_if(m_entries, [&](const Entry& entry) {
+    return marks.contains(entry.table) != tables.contains(m_database + "." + entry.table);
+  });
+}
+
 // Only an empty mem table with a mark of its own is taken, in the end.
 void Preparation::Run() {
   if (m_entries.empty()) return;
   std::size_t done = 0;
   std::vector<SqlReply> replies;
   if (!m_sql.RunAll({MarksQuery(), TablesQuery()}, nullptr, done, replies)) return;
-  std::vector<std::string> script = WhatIsMissing(TablesIn(replies[1]));
+  const Tables tables = TablesIn(replies[1]);
+  LeaveHalfMade(MarksIn(replies[0]), tables);
+  if (m_entries.empty()) return;
+  std::vector<std::string> script = WhatIsMissing(tables);
   script.push_back(MarksQuery());
   script.push_back(TablesQuery());
   std::string filled;

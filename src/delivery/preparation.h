@@ -19,6 +19,7 @@ class Preparation {
   void Add(const std::string& table, Feed& feed, const Plan& plan) {
     m_entries.push_back({table, &feed, &plan});
   }
+  // A statement that fails is not told of: what it was for is left to the feeds.
   void Run();
 
  private:
@@ -34,6 +35,7 @@ class Preparation {
   std::string TablesQuery() const;
   static std::map<std::string, SqlRecord> MarksIn(const SqlReply& reply);
   static Tables TablesIn(const SqlReply& reply);
+  void LeaveHalfMade(const std::map<std::string, SqlRecord>& marks, const Tables& tables);
   std::vector<std::string> WhatIsMissing(const Tables& tables) const;
   bool HasAll(const Entry& entry, const Tables& tables) const;
   void NoteWhatIsReady(const std::map<std::string, SqlRecord>& marks, const Tables& tables,

@@ -156,11 +156,24 @@ class DeliveryTest : public testing::Test {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience / 2);
     EXPECT_THAT(Counted(), testing::ElementsAre("1:1"));
   }
+  // What the server got since that mark; texts of several statements are taken apart.
+  std::vector<std::string> Statements(std::size_t mark) const {
+    const std::string separator = "\\n;";  // as the log shows it
+    std::vector<std::string> statements;
+    for (std::string text : server.Statements(mark)) {
+      for (std::size_t end; (end = text.find(separator)) != std::string::npos;) {
+        statements.push_back(text.substr(0, end));
+        text.erase(0, end + separator.size());
+      }
+      statements.push_back(text);
+    }
+    return statements;
+  }
   // How many loads there were before each commit, of all statements since that mark.
   std::vector<int> LoadsOfCommits(std::size_t mark) const {
     std::vector<int> loads;
     int open = 0;
-    for (const std::string& text : server.Statements(mark)) {
+    for (const std::string& text : Statements(mark)) {
       if (text.starts_with("load data")) ++open;
       if (text == "commit") loads.push_back(std::exchange(open, 0));
     }

@@ -45,8 +45,8 @@ const Replacement kReplacements[] = {
      "create schema if not exists %s_%s"},
 };
 
-// What stands in for an external table, and functions that Oracle has and PostgreSQL has not, or not
-// with one argument. A file of kind F gets its last column after its external table was made.
+// What stands in for an external table, and functions that Oracle has and PostgreSQL has not, or
+// not with one argument. A file of kind F gets its last column after its external table was made.
 constexpr char kFunctions[] = R"(
     create or replace function external_table(name text, db text, file text, columns text)
     returns void language plpgsql as $$ begin
