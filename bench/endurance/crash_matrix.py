@@ -296,7 +296,7 @@ def print_rows(*rows):
         print("| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |")
 
 
-def configure(port, delivery):
+def configure(server, port, delivery):
     settings = pathlib.Path("demo/dbinfo.conf").read_text()
     settings = re.sub(r"(?m)^delivery=.*\n", "", settings)
     if delivery:
@@ -378,7 +378,7 @@ def say(text):
 
 
 def play_all(server, service, chosen, port):
-    configure(port, chosen.delivery)
+    configure(server, port, chosen.delivery)
     matrix = Matrix(service, server)
     todo = points(matrix.steps, chosen)
     print(f"{len(day.FILES)} mem files, {len(matrix.steps)} steps, {len(todo)} crashes\n", flush=True)

@@ -10,6 +10,7 @@ import kills
 from bad_line import BadLine
 
 STALL = 20  # seconds
+SHORT_STALL = 12  # longer than the 10 seconds after which a lost answer is looked for
 # From the end of a fault until the files are through: 10 seconds of silence, 1 to see that the answer is
 # lost, 8 between two tries to connect, and what the work takes.
 LONGEST = 10 + 1 + 8 + 5
@@ -19,10 +20,10 @@ FILES_AT_ONCE = 12
 class Play:
     """One run of the service under faults, in the order that the seed gives."""
 
-    def __init__(self, program, seed, workers, round_trip):
+    def __init__(self, program, seed, workers, round_trip, stall=STALL):
         self.chance = random.Random(seed)
         self.program, self.seed, self.workers, self.round_trip = program, seed, workers, round_trip
-        self.count, self.longest, self.is_late = 0, 0.0, False
+        self.stall, self.count, self.longest, self.is_late = stall, 0, 0.0, False
 
     def run(self, faults):
         self.chance.shuffle(faults)
@@ -47,9 +48,9 @@ class Play:
         time.sleep(self.chance.uniform(0, 0.3 + 10 * self.round_trip))
         begin = time.monotonic()
         if fault == "stall":
-            line.stall(STALL)
-            time.sleep(STALL)
-            begin += STALL
+            line.stall(self.stall)
+            time.sleep(self.stall)
+            begin += self.stall
         else:
             self.strike(getattr(line, fault))
         while not kills.is_through(self.count):
@@ -95,8 +96,8 @@ def main():
         return 0 if all(good) else 1
     kills.start_server()
     if options.short:
-        faults = ["stall"] + ["reset", "cut"] * 4
-        good.append(Play(options.program, 1, 2, round_trip).run(faults))
+        faults = ["stall"] + ["reset", "cut"] * 3
+        good.append(Play(options.program, 1, 2, round_trip, SHORT_STALL).run(faults))
     else:
         faults = ["stall"] + ["swallow"] * 3 + ["reset", "cut"] * 15
         good += [Play(options.program, int(seed), workers, round_trip).run(list(faults))

@@ -8,8 +8,8 @@
 #
 # PROGRAM is the built midtable. The long form begins with what distance costs: the time for 2 databases
 # of 1,000 files of 100 rows over the line with a round trip of 50 ms, beside that over the same line
-# without, each with 1 and with 2 workers. --short is one seed with few faults, and no such measurement;
-# --distance is that measurement alone.
+# without, each with 1 and with 2 workers. --short is one seed with few faults, 12 seconds of nothing, and
+# no such measurement; --distance is that measurement alone.
 #
 # Exit status 1 when a row is lost or counted twice, a file is no .mid, a mem table holds rows, a fault
 # held files up for too long, or the distance costs too much.
