@@ -365,12 +365,11 @@ def play_points(matrix, todo):
 
 def play_without_key(matrix, most):
     """The rows for a service killed between load and rename where mem tables have no key."""
-    step_name = "load data infile"
-    loads = [i for i, name in enumerate(step_names(matrix.steps), 1) if name == step_name][:most]
+    loads = [i for i, step in enumerate(matrix.steps, 1) if "load data" in step][:most]
     outcome = merged([matrix.play(step, "after", "service") for step in loads])
     if not outcome["twice"] and not matrix.service.delivery:
         raise Trouble("records that were loaded twice into a table without a key are not seen")
-    return [(step_name + ", no key", "service", "after", len(loads), *cells(outcome))]
+    return [("load data infile, no key", "service", "after", len(loads), *cells(outcome))]
 
 
 def say(text):
