@@ -11,9 +11,10 @@ from bad_line import BadLine
 
 STALL = 20  # seconds
 SHORT_STALL = 12  # longer than the 10 seconds after which a lost answer is looked for
-# From the end of a fault until the files are through: 10 seconds of silence, 1 to see that the answer is
-# lost, 8 between two tries to connect, and what the work takes.
-LONGEST = 10 + 1 + 8 + 5
+# From the end of a fault until the files are through: 10 seconds of silence, as many again where the
+# server waits for the bytes of a load meanwhile, 1 to see that the answer is lost, 8 between two tries to
+# connect, and what the work takes.
+LONGEST = 10 + 10 + 1 + 8 + 5
 FILES_AT_ONCE = 12
 
 
