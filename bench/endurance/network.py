@@ -31,6 +31,7 @@ class Play:
         with BadLine(server_port(), self.round_trip) as line:
             kills.set_up(self.workers, line.port)
             service = kills.Service(self.program)
+            self.begin()
             for fault in faults:
                 self.suffer(line, fault)
             status, stopped = service.stop()
@@ -41,6 +42,13 @@ class Play:
               f"{lost}, twice {twice}, rows waiting {rows}, not .mid {others or 0}, held up for at most "
               f"{self.longest:.1f} s, stopped with status {status} in {stopped:.1f} s", flush=True)
         return is_good and lost == twice == rows == status == 0 and not self.is_late
+
+    def begin(self):
+        """Files wait for the registry's first reading. What is lost of that is waited for by other time-outs,
+        of a minute, and is not played here."""
+        kills.drop_files(FILES_AT_ONCE, self.chance, 0.2, self.count)
+        self.count += FILES_AT_ONCE
+        wait_until(lambda: kills.is_through(self.count), 60, "the first files", 0.05)
 
     def suffer(self, line, fault):
         """Files come, the fault strikes at some moment of the work on them, and they must get through."""
