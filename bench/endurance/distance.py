@@ -50,4 +50,5 @@ def measure(program, round_trip):
               f"{round_trip * 1000:.0f} ms {far:.2f} s, {far / near:.2f} times as long", flush=True)
     store.stop()
     work.remove()
+    works.empty_spool(())
     return is_good
