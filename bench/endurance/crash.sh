@@ -5,13 +5,14 @@
 # then what waits is brought on as docs/operations.md says, and every mid table is compared.
 #
 #   bench/endurance/crash.sh PROGRAM [--short] [--only service|server|both] [--steps FROM-TO]
-#     [--delivery once]
+#     [--delivery once] [--far]
 #
 # PROGRAM is the built midtable; crash_at_call.so is taken from the same build. "both" is the server,
 # and the service after it has given the server up. --short takes a part of the points. Prints a row for
 # each kind of step: the worst of its points. Exit status 1 when a record is lost, or is counted twice
 # elsewhere than between the commit and the emptying of the mem table. With --delivery once, the way of
-# working that counts every row exactly once, any difference from the undisturbed day is a fault.
+# working that counts every row exactly once, any difference from the undisturbed day is a fault. --far
+# puts 20 ms between service and server, which is then told whole batches at once.
 # MIDTABLE_SERVER in the environment picks the server, as for tools/check-server.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."

@@ -207,6 +207,11 @@ int mysql_real_query(MYSQL* handle, const char* sql, unsigned long size) {
       [=] { return QueryAndLoseAnswer(handle, sql, size); });
 }
 
+int mysql_next_result(MYSQL* handle) {
+  static const auto real = Real<decltype(mysql_next_result)>("mysql_next_result");
+  return Step("next answer", "", [=] { return real(handle); });
+}
+
 MYSQL_RES* mysql_list_dbs(MYSQL* handle, const char* pattern) {
   static const auto real = Real<decltype(mysql_list_dbs)>("mysql_list_dbs");
   return Step("list databases", pattern, [=] { return real(handle, pattern); });

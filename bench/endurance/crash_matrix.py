@@ -1,6 +1,7 @@
 """The driver of the crash matrix, inside the sandbox that crash.sh makes: see there."""
 
 import argparse
+import contextlib
 import os
 import pathlib
 import re
@@ -10,6 +11,7 @@ import time
 from collections import defaultdict
 
 import crash_day as day
+from bad_line import BadLine
 
 SERVER = pathlib.Path("/tmp/server")
 PRIVATE_SERVER = "tools/private-" + os.environ.get("MIDTABLE_SERVER", "mariadb")
@@ -27,6 +29,7 @@ BOTH = 5
 # A server killed at once must come back with what it has confirmed.
 DURABLE = ("--general-log=0", "--innodb-flush-log-at-trx-commit=1", "--innodb-doublewrite=1",
            "--sync-binlog=1")
+FAR = 0.02  # seconds to the server and back, four times what the service calls far
 YEAR_TABLES = pathlib.Path("demo/year_tables.sql").read_text().replace("_YYYY", "_2012")
 
 
@@ -224,6 +227,8 @@ STEP_NAMES = (
     ("switch to the database", None),
     ("look into tables, set limits", r"select |\(select |show tables from|create table if not exists midtable_ledger|set "),
     ("write to the ledger", r"(update|insert|insert ignore into|delete from) .*midtable_ledger"),
+    ("a whole batch at once", r"start transaction ;"),
+    ("the next answer of a text", None),
     ("start transaction", r"start transaction"),
     ("look for a mid table", r"show tables .*\"T_"),
     ("make a mid table", r"\s*create table if not exists T_"),
@@ -235,6 +240,8 @@ STEP_NAMES = (
 
 
 def step_name(call, subject, loading):
+    if call == "next answer":
+        return "the next answer of a text"
     if call in ("connect", "ping"):
         return "connect, ping"
     if call == "query" and not loading and re.match(r"use |show tables .*\"MEM_", subject):
@@ -289,12 +296,12 @@ def print_rows(*rows):
         print("| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |")
 
 
-def configure(server, delivery):
+def configure(server, port, delivery):
     settings = pathlib.Path("demo/dbinfo.conf").read_text()
     settings = re.sub(r"(?m)^delivery=.*\n", "", settings)
     if delivery:
         settings += f"delivery={delivery}\n"
-    for key, value in (("port", server.port), ("password", "secret")):
+    for key, value in (("port", port), ("password", "secret")):
         settings = re.sub(rf"(?m)^{key}=.*", f"{key}={value}", settings)
     folder = pathlib.Path("/virus/apache/rnweb/inc")
     folder.mkdir(parents=True)
@@ -313,6 +320,7 @@ def options():
     parser.add_argument("--short", action="store_true")
     parser.add_argument("--only", choices=VICTIMS)
     parser.add_argument("--steps", default="1-")
+    parser.add_argument("--far", action="store_true")
     parser.add_argument("--delivery", choices=("", "once"), default="")
     return parser.parse_args()
 
@@ -357,20 +365,19 @@ def play_points(matrix, todo):
 
 def play_without_key(matrix, most):
     """The rows for a service killed between load and rename where mem tables have no key."""
-    step_name = "load data infile"
-    loads = [i for i, name in enumerate(step_names(matrix.steps), 1) if name == step_name][:most]
+    loads = [i for i, step in enumerate(matrix.steps, 1) if "load data" in step][:most]
     outcome = merged([matrix.play(step, "after", "service") for step in loads])
     if not outcome["twice"] and not matrix.service.delivery:
         raise Trouble("records that were loaded twice into a table without a key are not seen")
-    return [(step_name + ", no key", "service", "after", len(loads), *cells(outcome))]
+    return [("load data infile, no key", "service", "after", len(loads), *cells(outcome))]
 
 
 def say(text):
     print(text, file=sys.stderr, flush=True)
 
 
-def play_all(server, service, chosen):
-    configure(server, chosen.delivery)
+def play_all(server, service, chosen, port):
+    configure(server, port, chosen.delivery)
     matrix = Matrix(service, server)
     todo = points(matrix.steps, chosen)
     print(f"{len(day.FILES)} mem files, {len(matrix.steps)} steps, {len(todo)} crashes\n", flush=True)
@@ -389,7 +396,9 @@ def main():
     server.start()
     service = Service(chosen.program, chosen.library, server, chosen.delivery)
     try:
-        faults = play_all(server, service, chosen)
+        with contextlib.ExitStack() as stack:
+            line = stack.enter_context(BadLine(int(server.port), FAR)) if chosen.far else server
+            faults = play_all(server, service, chosen, line.port)
     except Trouble as trouble:
         sys.exit(f"crash matrix: {trouble}")
     finally:

@@ -66,8 +66,9 @@ def definitions():
     return f"<root><Mem><MidCnt>{len(KINDS)}</MidCnt>{mem}</Mem><Conv>{conv}</Conv></root>"
 
 
-def set_up(workers):
-    port = pathlib.Path(SERVER, "port").read_text().strip()
+def set_up(workers, port=None):
+    """`port`: where the service reaches the server, if it is not the server's own."""
+    port = port or pathlib.Path(SERVER, "port").read_text().strip()
     SETTINGS.parent.mkdir(parents=True, exist_ok=True)
     SETTINGS.write_text(f"host=127.0.0.1\nport={port}\nuser=midtable\npassword=secret\n"
                         f"dbtype=mysql\ndbname0=mysql\ndelivery=once\nworkers={workers}")
@@ -129,9 +130,9 @@ STRIKES = (
 )
 
 
-def drop_files(count, chance, seconds):
+def drop_files(count, chance, seconds, first=0):
     """Files arrive a few at a time, each by a rename into its folder."""
-    for number in range(count):
+    for number in range(first, first + count):
         device = DATABASES[number % len(DATABASES)]
         kind = KINDS[number // len(DATABASES) % len(KINDS)]
         rows = "".join(f"{number * 1000 + i}\t{number + i}\n" for i in range(ROWS))

@@ -120,9 +120,11 @@ bool CMysqlBase::logIn() {
   MYSQL* const handle = usable();
   if (mysql_real_connect(handle, auth.host.c_str(), auth.user.c_str(), auth.password.c_str(),
                          auth.dbname.c_str(), static_cast<unsigned int>(auth.port),
-                         m_options.socket(), 0) == nullptr) {
+                         m_options.socket(),
+                         m_allowsScripts ? CLIENT_MULTI_STATEMENTS : 0) == nullptr) {
     return false;
   }
+  m_takesScripts = m_allowsScripts;
   KeepCallsShort(mysql_get_socket(handle));
   NoticeDeadPeers(mysql_get_socket(handle), m_options.unsent_limit);
   return prepareSession() && prepareToNotice();
@@ -226,7 +228,8 @@ int CMysqlBase::executeSQL(const char* sql, int logOnError) {
 }
 
 int CMysqlBase::run(const char* sql, int logOnError) {
-  if (usable() != nullptr && mysql_real_query(usable(), sql, std::strlen(sql)) == 0) {
+  if (usable() != nullptr && (IsOneStatement(sql) || letTakeScripts(false)) &&
+      mysql_real_query(usable(), sql, std::strlen(sql)) == 0) {
     return succeed();
   }
   failStatement(sql);

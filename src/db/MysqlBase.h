@@ -17,8 +17,10 @@
 #include <mysql.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "config/dbinfo.h"
@@ -26,6 +28,15 @@
 #include "db/SqlBase.h"
 #include "db/client_options.h"
 #include "db/server_wait.h"
+
+// What a statement of a script came to.
+struct SqlReply {
+  std::uint64_t affected = 0;
+  std::vector<SqlRecord> rows;
+};
+
+// Whether nothing but white space follows a semicolon in the text.
+bool IsOneStatement(std::string_view sql);
 
 class CMysqlBase : public CSqlBase {
  public:
@@ -96,6 +107,16 @@ class CMysqlBase : public CSqlBase {
   // Runs a "load data local infile" statement on `bytes`: 0, or -1 with the last error set. It may
   // take hours, as executeSQL may.
   int loadLocal(const char* sql, LoadBytes& bytes, LoadCounts& counts);
+  // From the next connection on: runScript may be used.
+  void allowScripts() { m_allowsScripts = true; }
+  // Runs `statements` one after the other, in one journey to the server and back; a second one goes
+  // for `bytes`, of which a load among them is made. A statement that fails ends the script. Gives
+  // how many succeeded, and sets the last error unless all did. None is sent unless each is one
+  // statement.
+  std::size_t runScript(const std::vector<std::string>& statements, LoadBytes* bytes,
+                        std::vector<SqlReply>& replies);
+  // How long a short question took when the connection was made; 0 unless lost answers are noticed.
+  std::chrono::milliseconds roundTrip() const { return m_roundTrip; }
   // Rows that the last successful statement changed.
   std::uint64_t affectedRows() const override;
   // The server's number of the session; 0 where there is none.
@@ -138,6 +159,9 @@ class CMysqlBase : public CSqlBase {
   bool lastDatabaseIsClosed() const;
   bool prepareSession();
   bool prepareToNotice();
+  bool letTakeScripts(bool takes);
+  bool takeReplies(std::vector<SqlReply>& replies);
+  bool takeRows(std::vector<SqlRecord>& rows);
   bool answerMayCome() const;
   void prepareLocalLoads();
   static int beginLoad(void** state, const char* name, void* self);
@@ -152,6 +176,9 @@ class CMysqlBase : public CSqlBase {
   std::string m_ownDatabase;          // the record's
   int m_lockWaitSeconds = kLockWaitSeconds;
   bool m_allowsLocalLoads = false;
+  bool m_allowsScripts = false;
+  bool m_takesScripts = false;  // the session, at present
+  std::chrono::milliseconds m_roundTrip{0};
   WaitPolicy m_policy;
   bool m_logs = true;
   std::string m_serverName;          // where lost answers are to be noticed

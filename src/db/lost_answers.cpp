@@ -28,8 +28,11 @@ bool CMysqlBase::prepareToNotice() {
     return false;
   }
   const std::string question = std::string("select ") + kServerName;
+  const auto begin = std::chrono::steady_clock::now();
   if (mysql_real_query(handle, question.c_str(), question.size()) == 0) {
     const Result result(mysql_store_result(handle));
+    m_roundTrip = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - begin);
     const MYSQL_ROW row = result == nullptr ? nullptr : mysql_fetch_row(result.get());
     if (row != nullptr && row[0] != nullptr) m_serverName = row[0];
   }

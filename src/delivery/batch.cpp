@@ -1,6 +1,7 @@
 #include "delivery/batch.h"
 
 #include <algorithm>
+#include <numeric>
 #include <optional>
 
 #include "delivery/joined_source.h"
@@ -12,6 +13,27 @@
 using Kind = BatchOutcome::Kind;
 
 namespace {
+
+// Bytes of files that are read into memory to be told at once. A larger batch keeps the server busy
+// for longer than the journeys take.
+constexpr std::uint64_t kMostAtOnce = 4 << 20;
+// Which statement of such a text proves what nobody here can look at, counted from 0.
+constexpr std::size_t kProof = 3;
+
+// Bytes that were read before.
+class HeldBytes : public LoadBytes {
+ public:
+  explicit HeldBytes(std::string_view bytes) : m_rest(bytes) {}
+  int Read(char* buffer, unsigned int size) override {
+    const std::size_t part = m_rest.copy(buffer, size);
+    m_rest.remove_prefix(part);
+    return static_cast<int>(part);
+  }
+  std::string error() const override { return {}; }
+
+ private:
+  std::string_view m_rest;
+};
 
 // The name is for those who look at what the server does.
 std::string LoadStatement(const MemFile& file) {
@@ -25,15 +47,89 @@ BatchOutcome Batch::Failed() { return {Kind::kFailed, 0, m_sql.lastFailure(), m_
 
 BatchOutcome Batch::Run(const std::vector<MemFile>& files, const std::string& before,
                         const std::string& token) {
-  BatchOutcome outcome = Try(files, before, token);
+  BatchOutcome outcome;
+  if (m_sql.IsFar()) {
+    if (TryAtOnce(files, before, token, outcome)) return outcome;
+    StartOver();
+  }
+  outcome = Try(files, before, token);
   if (outcome.kind != Kind::kOneByOne) return outcome;
   m_one_by_one = true;
+  StartOver();
+  return Try(files, before, token);
+}
+
+void Batch::StartOver() {
   m_sources.clear();
   m_entries.clear();
   m_counted_before.clear();
   m_skipped.clear();
   m_rows = m_bytes = 0;
-  return Try(files, before, token);
+}
+
+// Nobody here can look at an answer before the commit is sent. So the server itself looks: a mark
+// that another batch has taken, and rows that are missing or too many, are an error, and so is a
+// file that the ledger has already; a statement that fails ends the script before its commit. What
+// was wrong then is found step by step. False when that is to be done.
+bool Batch::TryAtOnce(const std::vector<MemFile>& files, const std::string& before,
+                      const std::string& token, BatchOutcome& outcome) {
+  std::string bytes;
+  if (!OpenAll(files, outcome) || !ReadAll(files, bytes) || m_rows == 0) return false;
+  const std::vector<std::string> script = ScriptFor(files.front(), before, token);
+  HeldBytes held(bytes);
+  std::vector<std::size_t> numbers(files.size());
+  std::iota(numbers.begin(), numbers.end(), std::size_t{0});
+  const LoadOnBoard shown(m_common.board, m_mem_table.database, LoadOf(files, numbers), &m_bytes);
+  std::size_t done = 0;
+  std::vector<SqlReply> replies;
+  m_emptied = m_sql.RunAll(script, &held, done, replies);
+  if (done + 1 >= script.size()) {
+    outcome = {};
+    ShowLoads(files);
+    g_loger(kUnit, __LINE__, kInfo, "commit ok!");
+    return true;
+  }
+  outcome = Failed();
+  if (outcome.failure == SqlFailure::kConnection) return true;
+  m_sql.Run("rollback");
+  m_one_by_one = done == kProof || (done < kProof && outcome.failure == SqlFailure::kData);
+  return false;
+}
+
+std::vector<std::string> Batch::ScriptFor(const MemFile& first, const std::string& before,
+                                          const std::string& token) const {
+  std::vector<std::string> script = {
+      "start transaction", Ledger::TakingMark(m_mem_table.table, before, token),
+      LoadStatement(first), Ledger::ProvingMark(m_mem_table.table, token, m_rows),
+      Ledger::AddingFiles(m_entries)};
+  for (const MidTarget& target : m_plan.targets) script.push_back(target.convert);
+  script.emplace_back("commit");
+  script.push_back("truncate table " + m_mem_table.table);
+  return script;
+}
+
+// The rows of all files, and how many each has. False where that is too much or cannot be had.
+bool Batch::ReadAll(const std::vector<MemFile>& files, std::string& bytes) {
+  const auto add_size = [](std::uint64_t sum, const LedgerFile& file) { return sum + file.size; };
+  if (std::accumulate(m_entries.begin(), m_entries.end(), std::uint64_t{0}, add_size) >
+      kMostAtOnce) {
+    return false;
+  }
+  std::vector<LoadSource*> sources;
+  sources.reserve(m_sources.size());
+  for (const auto& source : m_sources) sources.push_back(source.get());
+  JoinedSource joined(sources);
+  char piece[16 * 1024];
+  int got = 0;
+  while ((got = joined.Read(piece, sizeof piece)) > 0) {
+    bytes.append(piece, static_cast<std::size_t>(got));
+  }
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (m_sources[i]->HasChanged()) return false;
+    m_entries[i].rows = m_sources[i]->lines();
+  }
+  m_rows = joined.lines();
+  return got == 0;
 }
 
 // A commit that failed may still have happened, when the connection was lost under it. Nobody needs

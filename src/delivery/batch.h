@@ -44,17 +44,25 @@ class Batch {
   // Counts the rows of `files`, and those that the mem table holds already, under `token`, if the
   // mem table's token is `before`. But for kCommitted and a connection that was lost during the
   // commit nothing has happened. The files are loaded by one statement; where the server would not
-  // have it so, once more and one after the other, which tells whose fault it is.
+  // have it so, once more and one after the other, which tells whose fault it is. A server that is
+  // far away is first told the whole transaction at once, with the emptying behind it.
   BatchOutcome Run(const std::vector<MemFile>& files, const std::string& before,
                    const std::string& token);
 
-  // After kCommitted: whether files brought rows; the files that were counted before, and all that
-  // are counted now, each by its number in `files`.
+  // After kCommitted: whether files brought rows; whether the mem table is empty again; the files
+  // that were counted before, and all that are counted now, each by its number in `files`.
   bool HasCountedRows() const { return m_rows > 0; }
+  bool HasEmptiedMemTable() const { return m_emptied; }
   const std::vector<std::size_t>& countedBefore() const { return m_counted_before; }
   const std::vector<LedgerFile>& identities() const { return m_entries; }
 
  private:
+  bool TryAtOnce(const std::vector<MemFile>& files, const std::string& before,
+                 const std::string& token, BatchOutcome& outcome);
+  std::vector<std::string> ScriptFor(const MemFile& first, const std::string& before,
+                                     const std::string& token) const;
+  bool ReadAll(const std::vector<MemFile>& files, std::string& bytes);
+  void StartOver();
   void ShowLoads(const std::vector<MemFile>& files) const;
   void TellLeftOut(const MemFile& file, std::uint64_t lines) const;
   bool WasCountedBefore(std::size_t number) const;
@@ -88,4 +96,5 @@ class Batch {
   std::map<std::size_t, std::uint64_t> m_skipped;  // rows of files that have some, by number
   std::uint64_t m_rows = 0;
   bool m_one_by_one = false;
+  bool m_emptied = false;
 };

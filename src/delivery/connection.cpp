@@ -45,6 +45,7 @@ std::string MachineName() {
 Connection::Connection(MYSQLAUTH* auth, std::chrono::milliseconds silence, int worker)
     : CMysqlBase(auth), m_worker(worker) {
   allowLocalLoads();
+  allowScripts();
   endWorkOnStop();
   logNothing();
   noticeLostAnswers(silence);

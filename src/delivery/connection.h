@@ -13,6 +13,7 @@
 class Connection : public CMysqlBase {
  public:
   static constexpr std::chrono::seconds kSilence{10};
+  static constexpr std::chrono::milliseconds kFar{5};
 
   // `silence`: after how long an answer that does not come is looked for in the process list.
   // `worker`: from 1 to kMostWorkers; no two connections of a service have the same.
@@ -24,6 +25,15 @@ class Connection : public CMysqlBase {
   bool Query(const std::string& sql, std::vector<SqlRecord>& rows) {
     return Note(fetchRecordSet(sql.c_str(), rows) == 0);
   }
+  // As runScript: whether all of them succeeded; `done` is how many did, each with its reply.
+  bool RunAll(const std::vector<std::string>& statements, LoadBytes* bytes, std::size_t& done,
+              std::vector<SqlReply>& replies) {
+    done = runScript(statements, bytes, replies);
+    return Note(done == statements.size());
+  }
+  // Whether a question and its answer take kFar or longer, as measured when the connection was
+  // made. Such a server is asked little and told much at once.
+  bool IsFar() const { return roundTrip() >= kFar; }
   // The server's own words about the last failure, without the statement.
   std::string Reason();
   // Whether the database, or its table, is there, in `found`. False when that could not be asked.

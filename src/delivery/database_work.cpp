@@ -6,6 +6,7 @@
 #include <ctime>
 #include <span>
 
+#include "delivery/preparation.h"
 #include "support/database_name.h"
 #include "support/paths.h"
 #include "support/run_state.h"
@@ -141,11 +142,15 @@ DatabaseWork::Visited DatabaseWork::DeliverAll(Workbench& bench) {
   tables.erase(std::unique(tables.begin(), tables.end()), tables.end());
   std::rotate(tables.begin(), std::lower_bound(tables.begin(), tables.end(), m_first),
               tables.end());
+  for (const std::string& table : tables) {
+    m_feeds.try_emplace(table, m_common, m_notes, table);
+  }
+  if (bench.sql.IsFar()) PrepareTogether(bench);
   for (std::size_t i = 0; i < tables.size(); ++i) {
     m_first = tables[i];
     if (m_notes.renamed.size() >= kMostRenamed) return Visited::kYes;
     const auto now = Clock::now();
-    Feed& feed = m_feeds.try_emplace(tables[i], m_common, m_notes, tables[i]).first->second;
+    Feed& feed = m_feeds.at(tables[i]);
     if (!feed.IsDue(now)) continue;
     if (feed.TakesWishForSession()) return Visited::kWantsSession;
     if (!feed.Deliver(bench, now)) {
@@ -155,6 +160,16 @@ DatabaseWork::Visited DatabaseWork::DeliverAll(Workbench& bench) {
   }
   m_first.clear();
   return Visited::kYes;
+}
+
+void DatabaseWork::PrepareTogether(Workbench& bench) {
+  Preparation preparation(bench.sql, m_notes.database);
+  for (auto& [table, feed] : m_feeds) {
+    const auto now = Clock::now();
+    if (!feed.IsDue(now)) continue;
+    if (const Plan* plan = feed.PlanToPrepare(bench, now)) preparation.Add(table, feed, *plan);
+  }
+  preparation.Run();
 }
 
 bool DatabaseWork::HaveARest(Workbench& bench) {

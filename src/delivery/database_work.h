@@ -55,6 +55,7 @@ class DatabaseWork {
 
  private:
   Visited DeliverAll(Workbench& bench);
+  void PrepareTogether(Workbench& bench);
   bool HaveARest(Workbench& bench);
   bool FindRows(Workbench& bench);
   bool LedgerIsDue(Clock::time_point now) const;

@@ -96,6 +96,20 @@ Feed::Step Feed::FailBy(SqlFailure failure, const std::string& reason) {
 
 // --- what a batch needs
 
+// A wish for another session is Deliver's to pass on, so it stays.
+const Plan* Feed::PlanToPrepare(Workbench& bench, Trouble::Clock::time_point now) {
+  m_bench = &bench;
+  m_now = now;
+  const bool wanted = !m_prepared && !m_wants_session && m_common.backlog.CountFiles(m_key) != 0;
+  return wanted && MakePlan() == Step::kDone && EnterDatabase() == Step::kDone ? &m_plan : nullptr;
+}
+
+void Feed::NotePrepared(const std::string& token) {
+  m_token = token;
+  m_prepared = m_emptied = true;
+  for (const MidTarget& target : m_plan.targets) m_tables.insert(target.name);
+}
+
 Feed::Step Feed::Prepare() {
   for (const auto step : {&Feed::MakePlan, &Feed::EnterDatabase}) {
     if (const Step result = (this->*step)(); result != Step::kDone) return result;
@@ -232,6 +246,10 @@ Feed::Step Feed::Empty() {
     m_prepared = false;
     return Fail();
   }
+  return NoteEmptied();
+}
+
+Feed::Step Feed::NoteEmptied() {
   m_emptied = true;
   m_owes = false;
   return Step::kDone;
@@ -298,7 +316,7 @@ Feed::Step Feed::RunBatches(std::vector<MemFile> files) {
     m_settled = m_emptied = false;
     m_owes = true;
     if (batch.HasCountedRows()) m_common.commits.Add(MemFile{{}, {}, m_key.table}.Kind());
-    const Step emptied = Empty();
+    const Step emptied = batch.HasEmptiedMemTable() ? NoteEmptied() : Empty();
     FinishFiles(next, batch);
     if (emptied != Step::kDone) return emptied;
     if (!next.empty() && batch.countedBefore().size() == next.size()) continue;

@@ -56,6 +56,12 @@ class Feed {
   // Whether the next call should have a new connection: rights that were granted count for new
   // sessions only. Asking takes the wish away.
   bool TakesWishForSession() { return std::exchange(m_wants_session, false); }
+  // The plan of a mem table that files wait for and of which nothing is known yet; null for others,
+  // and where the next call of Deliver has to tell of trouble. The session is in the database then.
+  const Plan* PlanToPrepare(Workbench& bench, Trouble::Clock::time_point now);
+  // Such a mem table was found or made, with all that its plan needs: it is empty, and its mark in
+  // the ledger has that token.
+  void NotePrepared(const std::string& token);
   // What is known of the server holds no longer: a session was lost.
   void Forget();
   // The definitions have changed.
@@ -76,6 +82,7 @@ class Feed {
   Step MakeMidTables();
   Step CountLeftRows();
   Step Empty();
+  Step NoteEmptied();
   Step RunBatches(std::vector<MemFile> files);
   // What becomes of the files of a batch; those that are to be tried again in other company go to
   // `batches`, of which the last comes next.

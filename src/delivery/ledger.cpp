@@ -60,24 +60,39 @@ bool Ledger::ReadMark(const std::string& mem_table, MemTableMark& mark) {
 }
 
 // Two sessions may add the mark at the same time; the second one finds it there.
-bool Ledger::AddMark(const std::string& mem_table) {
-  return m_sql.Run(
-      Format("insert ignore into %s (kind, name, size, modified, state) values ('M', '%s', 0, 0, "
-             "'E')",
-             kLedgerTable, mem_table.c_str()));
+bool Ledger::AddMark(const std::string& mem_table) { return m_sql.Run(AddingMark(mem_table)); }
+
+std::string Ledger::AddingMark(const std::string& mem_table) {
+  return Format(
+      "insert ignore into %s (kind, name, size, modified, state) values ('M', '%s', 0, 0, 'E')",
+      kLedgerTable, mem_table.c_str());
 }
 
 // The row stays locked until the transaction ends. A session that waited for it sees the token that
 // the other one wrote, changes no row, and knows that it was overtaken.
 bool Ledger::TakeMark(const std::string& mem_table, const std::string& before,
                       const std::string& token, bool& taken) {
-  const std::string update = Format(
+  if (!m_sql.Run(TakingMark(mem_table, before, token))) return false;
+  taken = m_sql.affectedRows() == 1;
+  return true;
+}
+
+std::string Ledger::TakingMark(const std::string& mem_table, const std::string& before,
+                               const std::string& token) {
+  return Format(
       "update %s set token = '%s', state = 'C' where kind = 'M' and name = '%s' and size = "
       "0 and modified = 0 and token = '%s'",
       kLedgerTable, token.c_str(), mem_table.c_str(), before.c_str());
-  if (!m_sql.Run(update)) return false;
-  taken = m_sql.affectedRows() == 1;
-  return true;
+}
+
+// One more than the largest number is an error on every server.
+std::string Ledger::ProvingMark(const std::string& mem_table, const std::string& token,
+                                std::uint64_t rows) {
+  return Format(
+      "select 18446744073709551615 + (count(*) <> %llu or not ((select token from %s where kind = "
+      "'M' and name = '%s' and size = 0 and modified = 0) <=> '%s')) as proof from %s",
+      static_cast<unsigned long long>(rows), kLedgerTable, mem_table.c_str(), token.c_str(),
+      mem_table.c_str());
 }
 
 // By the token: a late word about an earlier batch must not hide the rows of a newer one.
@@ -107,7 +122,10 @@ bool Ledger::FindCounted(std::span<const LedgerFile> files, std::vector<LedgerFi
 }
 
 bool Ledger::AddFiles(std::span<const LedgerFile> files) {
-  if (files.empty()) return true;
+  return files.empty() || m_sql.Run(AddingFiles(files));
+}
+
+std::string Ledger::AddingFiles(std::span<const LedgerFile> files) {
   std::string insert = std::string("insert into ") + kLedgerTable +
                        " (kind, name, size, modified, file_rows) values ";
   const char* separator = "";
@@ -117,7 +135,7 @@ bool Ledger::AddFiles(std::span<const LedgerFile> files) {
               std::to_string(file.rows) + ")";
     separator = ",";
   }
-  return m_sql.Run(insert);
+  return insert;
 }
 
 // In pieces, each of which begins behind the last name of the piece before: a ledger that has grown

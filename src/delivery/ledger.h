@@ -73,6 +73,16 @@ class Ledger {
   // In the transaction of a batch.
   bool AddFiles(std::span<const LedgerFile> files);
 
+  // The statements of TakeMark and AddFiles, and one that fails unless the mem table holds so many
+  // rows and its token is this one: for those who send several statements at once.
+  static std::string TakingMark(const std::string& mem_table, const std::string& before,
+                                const std::string& token);
+  static std::string AddingFiles(std::span<const LedgerFile> files);
+  static std::string ProvingMark(const std::string& mem_table, const std::string& token,
+                                 std::uint64_t rows);
+  // That of AddMark.
+  static std::string AddingMark(const std::string& mem_table);
+
   // The first `most` files behind that name that were not seen under their final name.
   bool FilesNotSeen(const std::string& behind, std::size_t most, std::vector<LedgerFile>& files);
   bool MarkSeen(std::span<const LedgerFile> files);

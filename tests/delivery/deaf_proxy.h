@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <list>
 #include <mutex>
 #include <string>
@@ -55,9 +56,13 @@ class DeafProxy {
     m_asked_at = statement;
     m_asked_path = path;
   }
+  // From now on what clients say reaches the server so much later. One waits for the other.
+  void SetDistance(std::chrono::milliseconds distance) { m_distance = distance.count(); }
   // From now on a server that offers TLS seems not to, as somebody in between would have it.
   void HideTls() { m_hides_tls = true; }
   bool hasStruck() const { return m_struck; }
+  // Statements, or texts of several of them, that clients have sent.
+  int journeys() const { return m_journeys; }
   // All that clients said.
   std::string Heard() const {
     const std::lock_guard lock(m_mutex);
@@ -117,6 +122,7 @@ class DeafProxy {
     if (size <= 0) return !from_client && one.deaf && Silence(one);
     std::string text(buffer, static_cast<std::size_t>(size));
     if (from_client) Notice(one, text);
+    if (from_client) std::this_thread::sleep_for(std::chrono::milliseconds(m_distance));
     if (!from_client && one.deaf) return true;
     if (!from_client && std::exchange(one.asked, false)) text = RequestFor(m_asked_path, text[3]);
     if (!from_client && !std::exchange(one.greeted, true) && m_hides_tls) WithoutTls(text);
@@ -147,9 +153,10 @@ class DeafProxy {
     m_heard += text;
     const bool is_statement = text.size() > 5 && text[3] == 0 && text[4] == 3;
     const std::string statement = is_statement ? text.substr(5) : "";
+    m_journeys += is_statement ? 1 : 0;
     const bool load_ends =
         one.loads && !is_statement && text.ends_with(std::string(3, '\0') + text.back());
-    if (is_statement) one.loads = statement.starts_with("load data");
+    if (is_statement) one.loads = statement.find("load data local") != std::string::npos;
     if (!m_asked_at.empty() && statement.starts_with(m_asked_at)) {
       one.asked = true;
       m_asked_at.clear();
@@ -171,6 +178,8 @@ class DeafProxy {
   std::string m_asked_path;
   std::string m_heard;
   std::atomic<bool> m_struck{false};
+  std::atomic<int> m_journeys{0};
+  std::atomic<long> m_distance{0};
   std::atomic<bool> m_hides_tls{false};
   std::atomic<bool> m_ends{false};
   std::thread m_thread;

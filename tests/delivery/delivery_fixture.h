@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "delivery/deaf_proxy.h"
 #include "delivery/delivery.h"
 #include "delivery/ledger.h"
 #include "gmock/gmock.h"
@@ -84,10 +85,12 @@ class DeliveryTest : public testing::Test {
     return stem;
   }
 
-  // That of a user with the rights that the service needs and no more.
+  // That of a user with the rights that the service needs and no more. With FAR_SERVER in the
+  // environment the server is as far away as one for which the service has a road of its own.
   MYSQLAUTH Auth() const {
     MYSQLAUTH auth = server.Auth("mysql");
     auth.user = "service";
+    if (far_line != nullptr) auth.port = far_line->port();
     return auth;
   }
   void Start() { Start(Auth()); }
@@ -153,11 +156,24 @@ class DeliveryTest : public testing::Test {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience / 2);
     EXPECT_THAT(Counted(), testing::ElementsAre("1:1"));
   }
+  // What the server got since that mark; texts of several statements are taken apart.
+  std::vector<std::string> Statements(std::size_t mark) const {
+    const std::string separator = "\\n;";  // as the log shows it
+    std::vector<std::string> statements;
+    for (std::string text : server.Statements(mark)) {
+      for (std::size_t end; (end = text.find(separator)) != std::string::npos;) {
+        statements.push_back(text.substr(0, end));
+        text.erase(0, end + separator.size());
+      }
+      statements.push_back(text);
+    }
+    return statements;
+  }
   // How many loads there were before each commit, of all statements since that mark.
   std::vector<int> LoadsOfCommits(std::size_t mark) const {
     std::vector<int> loads;
     int open = 0;
-    for (const std::string& text : server.Statements(mark)) {
+    for (const std::string& text : Statements(mark)) {
       if (text.starts_with("load data")) ++open;
       if (text == "commit") loads.push_back(std::exchange(open, 0));
     }
@@ -176,6 +192,14 @@ class DeliveryTest : public testing::Test {
     return server.Run(std::string("select count(*) from ") + kDb + ".MEM_20121231_0000A").at(0);
   }
 
+  std::unique_ptr<DeafProxy> MakeFarLine() const {
+    if (getenv("FAR_SERVER") == nullptr) return nullptr;
+    auto line = std::make_unique<DeafProxy>(server.Auth().port);
+    line->SetDistance(kDistance);
+    return line;
+  }
+
+  static constexpr std::chrono::milliseconds kDistance{8};
   static inline std::size_t s_log_begin = 0;
   static constexpr std::chrono::seconds kPatience{30};
   static constexpr std::chrono::seconds kSilence{1};
@@ -193,6 +217,7 @@ class DeliveryTest : public testing::Test {
       "text, j text, k text, flag int) engine=InnoDB";
 
   MariadbServer& server = MariadbServer::Get();
+  std::unique_ptr<DeafProxy> far_line = MakeFarLine();
   int workers = 1;
   std::unique_ptr<Delivery> delivery;
   std::thread thread;

@@ -189,7 +189,10 @@ TEST_F(Once, AnEscapedEndOfAFileDoesNotTakeTheNextFilesLineWithIt) {
   const std::size_t mark = server.Mark();
   RunUntil([&] { return Exists(last + ".mid"); });
   EXPECT_THAT(Counted(), ElementsAre("1:1", "2:1"));
-  EXPECT_THAT(LoadsOfCommits(mark), ElementsAre(3)) << "together, then each";
+  // A text for a far server ends with a commit, which this one does not get to.
+  const std::vector<int> near = {3};
+  const std::vector<int> far = {1, 2};
+  EXPECT_EQ(LoadsOfCommits(mark), far_line == nullptr ? near : far) << "together, then each";
 }
 
 TEST_F(Once, WhereNothingCanBeWatchedFilesAreFoundByLookingEachSecond) {

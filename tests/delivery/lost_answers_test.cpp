@@ -12,6 +12,7 @@ class ThroughProxy : public DeliveryTest {
  protected:
   ~ThroughProxy() override { Stop(); }
 
+  void GoFar() { proxy.SetDistance(kDistance); }
   void StartThroughProxy() {
     MYSQLAUTH auth = Auth();
     auth.port = proxy.port();
@@ -71,6 +72,65 @@ TEST_F(ThroughProxy, ALoadWhoseEndIsNotAnsweredIsCountedOnce) {
   DropFiles();
   EXPECT_TRUE(proxy.hasStruck());
   ExpectExact();
+}
+
+class FarAway : public AfterALostAnswer {};
+
+TEST_P(FarAway, EveryRowIsCountedOnceAfterALostAnswer) {
+  GoFar();
+  proxy.SwallowAnswer(GetParam().statement, GetParam().nth);
+  DropFiles();
+  EXPECT_TRUE(proxy.hasStruck());
+  ExpectExact();
+}
+
+INSTANTIATE_TEST_SUITE_P(To, FarAway,
+                         testing::Values(LostAnswer{"Look", "select name, token, state", 1},
+                                         LostAnswer{"Creation", "create table MEM_", 1},
+                                         LostAnswer{"FirstBatch", "start transaction", 1},
+                                         LostAnswer{"SecondBatch", "start transaction", 2}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(ThroughProxy, AFarBatchWhoseLoadIsNotAnsweredIsCountedOnce) {
+  GoFar();
+  proxy.SwallowEndOfLoad(2);
+  DropFiles();
+  EXPECT_TRUE(proxy.hasStruck());
+  ExpectExact();
+}
+
+TEST_F(ThroughProxy, AFarBatchIsOneQuestion) {
+  GoFar();
+  DropFiles();
+  std::this_thread::sleep_for(std::chrono::seconds(1));  // what is done once after work is done
+  const int before = proxy.journeys();
+  stems.push_back(Drop("101800", "4\t40\n"));
+  ASSERT_TRUE(Eventually([&] { return Exists(stems.back() + ".mid"); })) << ReadLog();
+  EXPECT_EQ(proxy.journeys() - before, 1);
+  Stop();
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "2:2", "3:1", "4:1"));
+}
+
+TEST_F(ThroughProxy, AFarBatchIsNotCountedUnderTheMarkOfAnother) {
+  GoFar();
+  DropFiles();
+  server.Run("update WLAN_1a2b3c4d.midtable_ledger set token = 'another' where kind = 'M'");
+  stems.push_back(Drop("101800", "4\t40\n"));
+  ASSERT_TRUE(Eventually([&] { return LogHas("another batch came between"); })) << ReadLog();
+  ASSERT_TRUE(Eventually([&] { return Exists(stems.back() + ".mid"); })) << ReadLog();
+  Stop();
+  EXPECT_THAT(Counted(), ElementsAre("1:1", "2:2", "3:1", "4:1"));
+}
+
+TEST_F(ThroughProxy, ADefinitionOfTwoStatementsIsRefusedFarAwayToo) {
+  GoFar();
+  Define(kCreateMem, kConvert + "; do 1");
+  Drop("101500", "1\t10\n");
+  StartThroughProxy();
+  EXPECT_TRUE(Eventually([] { return LogHas("error in your SQL syntax"); })) << ReadLog();
+  Stop();
+  EXPECT_EQ(server.Run("select count(*) from WLAN_1a2b3c4d.T_KIND1Y_A2012"),
+            std::vector<std::string>{"0"});
 }
 
 TEST_F(ThroughProxy, AStatementAtWorkIsAwaitedHoweverLongItTakes) {
