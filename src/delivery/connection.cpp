@@ -105,20 +105,42 @@ std::string Connection::ClaimOf(const std::string& database, int worker) const {
   return "'midtable " + machine + " " + database + number + "'";
 }
 
-// The server gives up a named lock with the session that holds it, however that ended. Whether the
-// session has gone shows when its lock can be had; if it holds it still, or the server has no such
-// locks, the ledger keeps both apart.
-bool Connection::EndLeftSessions(const std::string& database, const OwnSessions& own) {
+std::string Connection::ClaimsQuery(const std::string& database) const {
   std::string query = "select ";
   for (int worker = 1; worker <= kMostWorkers; ++worker) {
     query += (worker > 1 ? ", " : "") + ("is_used_lock(" + ClaimOf(database, worker)) + ") as n" +
              std::to_string(worker);
   }
-  std::vector<SqlRecord> rows;
-  if (!Query(query, rows) || rows.empty()) return false;
+  return query;
+}
+
+std::map<int, std::string> Connection::LeftSessions(const SqlRecord& claims,
+                                                    const OwnSessions& own) {
+  std::map<int, std::string> left;
   for (int worker = 1; worker <= kMostWorkers; ++worker) {
-    const std::string& holder = rows.front()["n" + std::to_string(worker)];
-    if (holder.empty() || holder == "NULL" || own.Has(holder)) continue;
+    const auto holder = claims.find("n" + std::to_string(worker));
+    if (holder == claims.end() || holder->second == "NULL" || own.Has(holder->second)) continue;
+    left.emplace(worker, holder->second);
+  }
+  return left;
+}
+
+bool Connection::EnterAtOnce(const std::string& database, const OwnSessions& own,
+                             const std::string& statement) {
+  std::size_t done = 0;
+  std::vector<SqlReply> replies;
+  return RunAll({"use " + database, ClaimsQuery(database), Claiming(database), statement}, nullptr,
+                done, replies) &&
+         !replies[1].rows.empty() && LeftSessions(replies[1].rows.front(), own).empty();
+}
+
+// The server gives up a named lock with the session that holds it, however that ended. Whether the
+// session has gone shows when its lock can be had; if it holds it still, or the server has no such
+// locks, the ledger keeps both apart.
+bool Connection::EndLeftSessions(const std::string& database, const OwnSessions& own) {
+  std::vector<SqlRecord> rows;
+  if (!Query(ClaimsQuery(database), rows) || rows.empty()) return false;
+  for (const auto& [worker, holder] : LeftSessions(rows.front(), own)) {
     if (!Run("kill " + holder)) continue;
     g_loger(kUnit, __LINE__, kInfo, "session %s of an earlier run on db %s ended", holder.c_str(),
             database.c_str());
@@ -132,8 +154,10 @@ bool Connection::EndLeftSessions(const std::string& database, const OwnSessions&
   return true;
 }
 
-bool Connection::Claim(const std::string& database) {
-  return Run("do get_lock(" + ClaimOf(database, m_worker) + ", 0)");
+bool Connection::Claim(const std::string& database) { return Run(Claiming(database)); }
+
+std::string Connection::Claiming(const std::string& database) const {
+  return "do get_lock(" + ClaimOf(database, m_worker) + ", 0)";
 }
 
 bool Connection::SaysItExists() const {

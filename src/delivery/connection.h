@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,6 +46,10 @@ class Connection : public CMysqlBase {
   bool EndLeftSessions(const std::string& database, const OwnSessions& own);
   // Makes the session known as one that may work on `database`, until it ends. False as above.
   bool Claim(const std::string& database);
+  // Switches to the database, claims it and runs `statement`, all in one journey. False where a
+  // session was left behind or anything failed, which is then to be done step by step.
+  bool EnterAtOnce(const std::string& database, const OwnSessions& own,
+                   const std::string& statement);
   // Whether the last failure only says that what was to be made is there.
   bool SaysItExists() const;
   // Whether the server has said, since this was asked last, that it takes no changes: it only
@@ -52,6 +57,10 @@ class Connection : public CMysqlBase {
   bool TakesRefusalOfChanges() { return std::exchange(m_refuses_changes, false); }
 
  private:
+  std::string ClaimsQuery(const std::string& database) const;
+  std::string Claiming(const std::string& database) const;
+  // Sessions that are none of `own`, by the worker whose claim they hold.
+  static std::map<int, std::string> LeftSessions(const SqlRecord& claims, const OwnSessions& own);
   std::string ClaimOf(const std::string& database, int worker) const;
   // The first value of the first row; empty when there is none, or NULL.
   bool Ask(const std::string& query, std::string& value);

@@ -152,6 +152,12 @@ Feed::Step Feed::MakePlan() {
 // That is done by the first worker that comes here; each one claims the database.
 Feed::Step Feed::EnterDatabase() {
   const std::string& database = m_key.database;
+  if (!m_notes.ready && sql().IsFar() &&
+      sql().EnterAtOnce(database, m_common.sessions, Ledger::Creating())) {
+    m_notes.ready = true;
+    m_bench->database = database;
+    m_bench->claims.insert(database);
+  }
   if (!m_notes.ready) {
     bool there = false;
     if (!sql().FindDatabase(database, there)) return Fail();

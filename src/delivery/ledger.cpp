@@ -35,15 +35,17 @@ LedgerFile LedgerFile::Of(const std::string& path, const FileIdentity& identity)
 // Names are bytes, as in the file system: no collation takes two of them for one. The key begins
 // with what every question asks for. Text of the server's own types keeps the table readable by
 // hand.
-bool Ledger::Create() {
-  return m_sql.Run(
-      Format("create table if not exists %s (kind char(1) not null, name varbinary(255) not null, "
-             "size bigint unsigned not null, modified bigint not null, file_rows bigint unsigned "
-             "not null default 0, token char(32) not null default '', state char(1) not null "
-             "default '', changed_at timestamp not null default current_timestamp on update "
-             "current_timestamp, primary key (kind, name, size, modified)) engine = InnoDB",
-             kLedgerTable));
+std::string Ledger::Creating() {
+  return Format(
+      "create table if not exists %s (kind char(1) not null, name varbinary(255) not null, "
+      "size bigint unsigned not null, modified bigint not null, file_rows bigint unsigned "
+      "not null default 0, token char(32) not null default '', state char(1) not null "
+      "default '', changed_at timestamp not null default current_timestamp on update "
+      "current_timestamp, primary key (kind, name, size, modified)) engine = InnoDB",
+      kLedgerTable);
 }
+
+bool Ledger::Create() { return m_sql.Run(Creating()); }
 
 // Of a table without a mark nothing was ever counted in this way.
 bool Ledger::ReadMark(const std::string& mem_table, MemTableMark& mark) {

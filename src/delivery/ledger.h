@@ -80,7 +80,8 @@ class Ledger {
   static std::string AddingFiles(std::span<const LedgerFile> files);
   static std::string ProvingMark(const std::string& mem_table, const std::string& token,
                                  std::uint64_t rows);
-  // That of AddMark.
+  // Those of Create and AddMark.
+  static std::string Creating();
   static std::string AddingMark(const std::string& mem_table);
 
   // The first `most` files behind that name that were not seen under their final name.
