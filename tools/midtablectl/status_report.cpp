@@ -363,8 +363,7 @@ std::string ToPrometheus(const SystemStatus& status) {
   gauge("ledger_rows", "Rows of the ledgers of delivery=once.", [](const DatabaseStatus& one) {
     return one.ledger_rows ? Sample(static_cast<double>(*one.ledger_rows)) : std::nullopt;
   });
-  gauge("last_loaded_timestamp_seconds",
-        "When the newest loaded file that is still there was loaded.",
+  gauge("last_loaded_timestamp_seconds", "When a file was loaded last.",
         [](const DatabaseStatus& one) {
           return one.last_loaded ? Sample(static_cast<double>(*one.last_loaded)) : std::nullopt;
         });
