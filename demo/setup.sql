@@ -9,6 +9,6 @@ create table if not exists vqcfg.EnterpriseUser (
   name varchar(64)  not null
 ) engine = InnoDB;
 
--- Where it looks for month tables. It never creates one here; without this database every
--- conversion of a month table leaves an error line in the run log.
+-- Where it looks for month tables without delivery=once. It never creates one here; without this
+-- database every conversion of a month table leaves an error line in the run log then.
 create database if not exists WLAN_TUNE;

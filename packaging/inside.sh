@@ -1,6 +1,5 @@
-# What packaging/check, packaging/check-remote and packaging/check-documents have in common, which source
-# this: a copy of this machine's files that vanishes afterwards, and the proof that the installed service
-# counts a file.
+# Sourced by packaging/check, packaging/check-remote and packaging/check-documents: a copy of this machine's
+# files that vanishes afterwards, and the proof that the installed service counts a file.
 # shellcheck shell=bash
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)

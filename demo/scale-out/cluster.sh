@@ -8,9 +8,9 @@ start_node() {  # start_node NUMBER [OPTION]
   wait_until "$name is ready" is_ready "$name"
 }
 
-# A killed server's note of its position says that there is none; its tables know. With the position it gets
-# what it has missed, where another node still has that, and a whole copy otherwise. Debian's unit of MariaDB
-# calls the same program before each start.
+# Sets `position` of start_node. A killed server's note of its position says that there is none; its tables
+# know. With the position it gets what it has missed, where another node still has that, and a whole copy
+# otherwise. Debian's unit of MariaDB calls the same program before each start.
 find_position() {  # find_position NUMBER
   local name=node$1
   sed "s/NUMBER/$1/g" "$here/node.cnf" >"$stage/$name/recovery.cnf"
@@ -67,13 +67,13 @@ cut_power() {
 
 # No node is ready before all are there.
 start_together() {
-  local number node started=()
+  local number start started=()
   for number in 1 2 3; do
     start_node $number &
     started+=($!)
   done
   run_arbitrator
-  for node in "${started[@]}"; do wait "$node" || exit 1; done
+  for start in "${started[@]}"; do wait "$start" || exit 1; done
 }
 
 stop_cluster() {

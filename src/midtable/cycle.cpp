@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kPausedReconnects = 10;
 constexpr int kMostSecondsForRegistry = 10;
-// What holds files back.
+// What holds files back, as the state file names it.
 constexpr char kServer[] = "server";
 constexpr char kRenames[] = "renames";
 

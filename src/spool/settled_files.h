@@ -21,6 +21,7 @@ class SettledFiles {
   // Whether the file of this name is one of them. A new or changed file of the same name is not.
   bool Contains(const std::string& path) const;
 
+  // Those whose renames failed again.
   struct Refused {
     std::size_t files = 0;
     int error = 0;  // errno of one of them

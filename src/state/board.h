@@ -23,7 +23,7 @@ struct InSpool {
 
 // What holds files back.
 struct HeldBack {
-  std::string what;  // "server", "table DATABASE.TABLE", "file (PATH)" ...
+  std::string what;  // "server" or another of those that docs/state.md lists
   std::size_t files = 0;
   std::string reason;
   std::time_t since = 0;
@@ -100,7 +100,7 @@ class StateBoard {
   void Loaded(const std::string& database, std::size_t files, std::uint64_t rows) EXCLUDES(m_lock);
   // Rows came into the mid tables.
   void Counted(const std::string& database, std::uint64_t rows) EXCLUDES(m_lock);
-  // Lines of a loaded file are in no table, for the reason `error`.
+  // Lines of a loaded file are in no table. `error`: what the run log says of them.
   void LeftOut(const std::string& database, std::uint64_t rows, const std::string& error)
       EXCLUDES(m_lock);
   // A file failed and waits no more. `rows`: its lines, where they were seen.

@@ -86,7 +86,7 @@ TEST_P(RefusedServer, IsSentNoLoginAndTheErrorHasCauseAndRemedy) {
   if (std::string_view(GetParam().certificate) == "expired" && MariadbServer::Get().IsMysql()) {
     GTEST_SKIP() << "it does not put such a certificate in use";
   }
-  // Another way to write 127.0.0.1, for which newer client libraries compare no names.
+  // Newer client libraries compare no names for 127.0.0.1; this is another way to write it.
   m_auth.host = "127.1";
   Present(GetParam().certificate);
   const std::string logins = Logins();

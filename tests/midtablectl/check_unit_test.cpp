@@ -11,8 +11,7 @@ const std::string kTooLittle =
     "server answers, and has neither status nor watchdog";
 const std::string kTooMuch =
     "midtable.service: warning: is of Type=notify without delivery=once: its watchdog knows no "
-    "more "
-    "than that the process is there -> remove " +
+    "more than that the process is there -> remove " +
     kBeside + "once.conf; then systemctl daemon-reload and systemctl restart midtable";
 
 void CountOnce() { Replace(kSettings, "dbtype=mysql", "dbtype=mysql\ndelivery=once"); }
@@ -48,6 +47,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case("TheOtherWayHasTooMuch", {Unit("Type=forking"), Beside("once.conf", "Type=notify")},
              kTooMuch),
         Case("TheOperatorsOwnUnitMayDoTheSame", {Unit("Type=notify-reload"), CountOnce}),
+        Case("BlanksAroundTheEqualsSignDoNotMatter", {Unit(" Type = notify"), CountOnce}),
         Case("TheLastFileBesideTheUnitDecides",
              {Unit("Type=forking"), Beside("once.conf", "Type=notify"),
               Beside("zz.conf", "Type=forking"), CountOnce},

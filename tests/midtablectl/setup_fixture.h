@@ -24,7 +24,7 @@ class SetupTest : public MidtablectlTest {
     arguments.insert(arguments.end(), more.begin(), more.end());
     return Midtablectl(arguments);
   }
-  // The unit of the package, where no more has to be told of it.
+  // Of the package's unit what `setup` looks at.
   static void InstallUnit() {
     fs::create_directories("/etc/systemd/system");
     WriteFile("/etc/systemd/system/midtable.service", "[Service]\nType=forking\n");

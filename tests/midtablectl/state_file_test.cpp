@@ -14,10 +14,9 @@ const std::string kPath = "/tmp/state.json";
 // The one block of the document.
 std::string Example() {
   const std::string document = ReadFile(MIDTABLE_DOCS "state.md");
-  const std::string fence = "```";
-  const std::size_t begin = document.find(fence + "json\n");
-  const std::size_t end = document.find(fence, begin + 1);
-  return document.substr(begin, end - begin).erase(0, fence.size() + 4);
+  const std::string opening = "```json\n";
+  const std::size_t begin = document.find(opening) + opening.size();
+  return document.substr(begin, document.find("```", begin) - begin);
 }
 
 std::string Changed(std::string text, const std::string& part, const std::string& by) {

@@ -11,7 +11,7 @@
 namespace ctl {
 
 struct Held {
-  std::string what;  // "server", "table DATABASE.TABLE", "file (PATH)" ...
+  std::string what;  // "server" or another of those that docs/state.md lists
   std::string files;
   std::string reason;
   LogEntry entry;  // the line that says so

@@ -14,7 +14,7 @@ namespace ctl {
 
 // What holds files back.
 struct HeldState {
-  std::string what;  // "server", "table DATABASE.TABLE", "file (PATH)" ...
+  std::string what;  // "server" or another of those that docs/state.md lists
   std::uint64_t files = 0;
   std::string reason;
   std::time_t since = 0;

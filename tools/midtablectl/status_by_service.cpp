@@ -21,6 +21,12 @@ void AddHeld(const std::vector<HeldState>& all, std::vector<Held>& held) {
   }
 }
 
+// A link that leads nowhere stands for a folder that somebody wants to be there.
+bool IsLink(const std::string& id) {
+  struct stat status {};
+  return lstat((paths::kSpool + id).c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
 // From the service's start on, where that was later.
 void TakeSpeed(const DatabaseState& one, const ServiceState& state, std::time_t now,
                DatabaseStatus& status) {
@@ -61,9 +67,7 @@ DatabaseStatus Observer::StatusOf(const DatabaseState& one, const ServiceState& 
   const std::string id = one.database.substr(std::min(kDatabasePrefix.size(), one.database.size()));
   if (!one.in_spool) {
     const DatabaseFolder folder = ScanFolder(id);
-    struct stat link {};
-    if (folder.error != ENOENT || lstat((paths::kSpool + id).c_str(), &link) == 0)
-      return LookAt(folder, now);
+    if (folder.error != ENOENT || IsLink(id)) return LookAt(folder, now);
   }
   DatabaseStatus status;
   status.database = one.database;

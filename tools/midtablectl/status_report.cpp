@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "log/zux_center_log.h"
 #include "midtablectl/figures.h"
@@ -87,25 +88,25 @@ std::string Progress(const LoadingState& load, std::time_t now) {
 
 // What the service is at, and what it waits for.
 void PrintDelivery(const SystemStatus& status, Console& console) {
-  if (!status.at_work.empty() || !status.held.empty() || !status.loading.empty()) {
-    console.out << '\n';
-  }
+  std::ostringstream lines;
   for (const LoadingState& load : status.loading) {
-    console.out << "loading: " << Progress(load, status.time) << '\n';
+    lines << "loading: " << Progress(load, status.time) << '\n';
   }
   for (const AtWork& work : status.at_work) {
-    console.out << "at work: " << work.database << " for " << work.seconds
-                << " s: " << OneLine(work.statement).substr(0, kStatementLength) << '\n';
+    lines << "at work: " << work.database << " for " << work.seconds
+          << " s: " << OneLine(work.statement).substr(0, kStatementLength) << '\n';
   }
   for (const DatabaseStatus& one : status.databases) {
     if (one.left_out.value_or(0) == 0) continue;
-    console.out << "left out: " << Count(*one.left_out, "line") << " of files of " << one.database
-                << " since the service's start: midtablectl why\n";
+    lines << "left out: " << Count(*one.left_out, "line") << " of files of " << one.database
+          << " since the service's start: midtablectl why\n";
   }
   for (const Held& held : status.held) {
-    console.out << "held back: " << OneLine(held.what) << ", " << held.files
-                << " files wait: " << OneLine(held.reason) << '\n';
+    lines << "held back: " << OneLine(held.what) << ", " << held.files
+          << " files wait: " << OneLine(held.reason) << '\n';
   }
+  const std::string text = lines.str();
+  if (!text.empty()) console.out << '\n' << text;
 }
 
 // What to type next where something is not as it should be.
@@ -190,61 +191,74 @@ void PrintTable(const SystemStatus& status, const SystemStatus* first, Console& 
   PrintNext(status, console);
 }
 
+namespace {
+
 // The members keep their order, for whoever reads the text without a script.
-std::string ToJson(const SystemStatus& status) {
-  nlohmann::ordered_json json = {
-      {"time", status.time}, {"running", status.running}, {"databases", nlohmann::json::array()}};
-  for (const DatabaseStatus& one : status.databases) {
-    nlohmann::ordered_json entry = {{"database", one.database},
-                                    {"waiting", one.waiting},
-                                    {"waiting_bytes", nullptr},
-                                    {"oldest_seconds", nullptr},
-                                    {"loaded", one.loaded},
-                                    {"failed", one.failed},
-                                    {"kept", nullptr},
-                                    {"lines_left_out", nullptr},
-                                    {"files_per_second", one.files_per_second},
-                                    {"rows_per_second", one.rows_per_second},
-                                    {"mem_rows", nullptr},
-                                    {"seconds_to_empty", nullptr}};
-    if (one.waiting_bytes) entry["waiting_bytes"] = *one.waiting_bytes;
-    if (one.oldest_seconds) entry["oldest_seconds"] = *one.oldest_seconds;
-    if (one.kept) entry["kept"] = *one.kept;
-    if (one.left_out) entry["lines_left_out"] = *one.left_out;
-    // Where a folder could not be listed, all its figures are unknown but the rows, which are asked
-    // of the server.
-    if (one.error != 0) {
-      for (auto& member : entry.items()) {
-        if (member.key() != "database") member.value() = nullptr;
-      }
+using Json = nlohmann::ordered_json;
+
+// Where a folder could not be listed, all figures are unknown but the rows, which are asked of the
+// server.
+Json DatabaseJson(const DatabaseStatus& one) {
+  Json json = {{"database", one.database},
+               {"waiting", one.waiting},
+               {"waiting_bytes", nullptr},
+               {"oldest_seconds", nullptr},
+               {"loaded", one.loaded},
+               {"failed", one.failed},
+               {"kept", nullptr},
+               {"lines_left_out", nullptr},
+               {"files_per_second", one.files_per_second},
+               {"rows_per_second", one.rows_per_second},
+               {"mem_rows", nullptr},
+               {"seconds_to_empty", nullptr}};
+  if (one.waiting_bytes) json["waiting_bytes"] = *one.waiting_bytes;
+  if (one.oldest_seconds) json["oldest_seconds"] = *one.oldest_seconds;
+  if (one.kept) json["kept"] = *one.kept;
+  if (one.left_out) json["lines_left_out"] = *one.left_out;
+  if (one.error != 0) {
+    for (auto& member : json.items()) {
+      if (member.key() != "database") member.value() = nullptr;
     }
-    if (one.mem_rows) entry["mem_rows"] = *one.mem_rows;
-    if (one.seconds_to_empty) entry["seconds_to_empty"] = *one.seconds_to_empty;
-    json["databases"].push_back(entry);
+  }
+  if (one.mem_rows) json["mem_rows"] = *one.mem_rows;
+  if (one.seconds_to_empty) json["seconds_to_empty"] = *one.seconds_to_empty;
+  return json;
+}
+
+Json LoadingJson(const LoadingState& load, std::time_t now) {
+  Json json = {{"file", load.file},
+               {"table", load.table},
+               {"seconds", now - load.since},
+               {"files", load.files},
+               {"bytes_total", load.bytes_total},
+               {"bytes_done", nullptr}};
+  if (load.bytes_done) json["bytes_done"] = *load.bytes_done;
+  return json;
+}
+
+}  // namespace
+
+std::string ToJson(const SystemStatus& status) {
+  Json json = {{"time", status.time}, {"running", status.running}, {"databases", Json::array()}};
+  for (const DatabaseStatus& one : status.databases) {
+    json["databases"].push_back(DatabaseJson(one));
   }
   if (status.spool_error != 0) json["databases"] = nullptr;
-  if (status.once) json["held_back"] = json["at_work"] = nlohmann::json::array();
+  if (status.once) json["held_back"] = json["at_work"] = Json::array();
   for (const Held& held : status.held) {
     json["held_back"].push_back(
         {{"what", held.what}, {"files", std::atoll(held.files.c_str())}, {"reason", held.reason}});
   }
-  if (status.by_service) json["loading"] = nlohmann::json::array();
+  if (status.by_service) json["loading"] = Json::array();
   for (const LoadingState& load : status.loading) {
-    nlohmann::ordered_json entry = {{"file", load.file},
-                                    {"table", load.table},
-                                    {"seconds", status.time - load.since},
-                                    {"files", load.files},
-                                    {"bytes_total", load.bytes_total},
-                                    {"bytes_done", nullptr}};
-    if (load.bytes_done) entry["bytes_done"] = *load.bytes_done;
-    json["loading"].push_back(entry);
+    json["loading"].push_back(LoadingJson(load, status.time));
   }
   for (const AtWork& work : status.at_work) {
     json["at_work"].push_back({{"database", work.database},
                                {"seconds", std::atoll(work.seconds.c_str())},
                                {"statement", work.statement}});
   }
-  return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+  return json.dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
 namespace {
@@ -349,8 +363,7 @@ std::string ToPrometheus(const SystemStatus& status) {
   gauge("ledger_rows", "Rows of the ledgers of delivery=once.", [](const DatabaseStatus& one) {
     return one.ledger_rows ? Sample(static_cast<double>(*one.ledger_rows)) : std::nullopt;
   });
-  gauge("last_loaded_timestamp_seconds",
-        "When the newest loaded file that is still there was loaded.",
+  gauge("last_loaded_timestamp_seconds", "When a file was loaded last.",
         [](const DatabaseStatus& one) {
           return one.last_loaded ? Sample(static_cast<double>(*one.last_loaded)) : std::nullopt;
         });

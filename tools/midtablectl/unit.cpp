@@ -8,6 +8,7 @@
 
 #include "midtablectl/text.h"
 #include "support/paths.h"
+#include "support/trim.h"
 
 namespace ctl {
 
@@ -25,8 +26,8 @@ std::vector<std::string> UnitFiles() {
     if (files.empty() && access(unit.c_str(), F_OK) == 0) files.push_back(unit);
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(unit + ".d", error)) {
-      if (entry.path().extension() == ".conf")
-        beside.emplace(entry.path().filename(), entry.path());
+      const fs::path& path = entry.path();
+      if (path.extension() == ".conf") beside.emplace(path.filename(), path);
     }
   }
   if (files.empty()) return files;
@@ -39,13 +40,14 @@ std::vector<std::string> UnitFiles() {
 bool HasUnit() { return !UnitFiles().empty(); }
 
 std::string UnitType() {
-  constexpr std::string_view kKey = "Type=";
   std::string type;
   for (const std::string& path : UnitFiles()) {
     std::string content;
     ReadWhole(path, content);
     for (const std::string_view line : Lines(content)) {
-      if (line.starts_with(kKey)) type = line.substr(kKey.size());
+      const std::size_t equals = line.find('=');
+      if (equals == std::string_view::npos || Trim(line.substr(0, equals)) != "Type") continue;
+      type = Trim(line.substr(equals + 1));
     }
   }
   return type;

@@ -33,7 +33,7 @@ std::string TroubleOf(const Page& page, const DatabaseStatus& one) {
   return IsHeld(page, one.database) ? "held back" : "";
 }
 
-// Files that were loaded, but not whole: nothing that waits for a hand, and worth a look.
+// Lines that are missing from loaded files. Nothing waits for them, so they are no trouble.
 std::string LossOf(const DatabaseStatus& one) {
   if (one.left_out.value_or(0) == 0) return "";
   return Count(*one.left_out, "line") + " left out: midtablectl why";
