@@ -7,6 +7,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "spool/rewritten_mark.h"
 #include "support/pulse.h"
 #include "support/run_state.h"
 
@@ -28,7 +29,8 @@ LoadSource::Opened LoadSource::Open() {
     return Opened::kUnreadable;
   }
   m_identity = IdentityOf(status);
-  if (m_registry != nullptr) {
+  // A file that the other way of working has rewritten carries its flags.
+  if (m_registry != nullptr && (status.st_mode & kRewrittenMark) == 0) {
     m_records = std::make_unique<FlaggedRecords>(m_file.get(), m_path, m_registry->Flags());
   }
   return Opened::kReady;

@@ -28,7 +28,8 @@ class LoadSource : public LoadBytes {
   LoadSource(const MemFile& file, TourLocalUser* registry,
              std::atomic<std::uint64_t>* progress = nullptr);
 
-  // Opens the file, which is read from its begin on. No link is followed.
+  // Opens the file, which is read from its begin on. No link is followed. One that was rewritten
+  // with its flags, and has the mark for that, is read as it is.
   Opened Open();
   // Which file it is, as it was when it was opened.
   const FileIdentity& identity() const { return m_identity; }

@@ -41,3 +41,15 @@ TEST_F(LoadSourceTest, ShowsAllBytesOfTheFileAsReadWhateverPiecesAreAskedFor) {
     }
   }
 }
+
+// It waited when the service was told to count every row once, or was brought back by hand.
+TEST_F(LoadSourceTest, AFileThatTheOtherWayOfWorkingHasRewrittenIsReadAsItIs) {
+  const auto file = MemFile::Parse("/tmp/spool/1a2b3c4d-MEM_20120101_0000F-20120101-000000.dat");
+  const std::string content = Record("800138000") + "\t1\n";
+  WriteFile(file.path, content);
+  ASSERT_EQ(chmod(file.path.c_str(), 0644 | S_ISVTX), 0);
+  LoadSource source(file, &m_registry);
+  ASSERT_EQ(source.Open(), LoadSource::Opened::kReady);
+  EXPECT_EQ(ReadAll(source, 4096), content);
+  EXPECT_EQ(source.LogCounts(), 0U);
+}
